@@ -1,0 +1,30 @@
+#pragma once
+// The framework's exceptions.
+//
+// Kel::Exception        base of everything the framework throws; what() is the full message.
+// Kel::RangeException   a value refused by a mutator or a constructor (null entity, out-of-range
+//                       number); the message is the exact refusal text.
+// Kel::ParseException   text that does not parse as the value asked for; the message quotes it.
+// Kel::AssertionException lives in Assert.h.
+
+#include <stdexcept>
+#include <string>
+
+namespace Kel {
+
+class Exception : public std::runtime_error {
+ public:
+  explicit Exception(const std::string& message) : std::runtime_error(message) {}
+};
+
+class RangeException : public Exception {
+ public:
+  explicit RangeException(const std::string& message) : Exception(message) {}
+};
+
+class ParseException : public Exception {
+ public:
+  explicit ParseException(const std::string& message) : Exception(message) {}
+};
+
+}  // namespace Kel

@@ -1,0 +1,110 @@
+#pragma once
+// Kel::Ptr<T>: the framework's intrusive reference-counted pointer.
+//
+// Invariants:
+//  1. Every object reached through a Ptr derives from Kel::PtrInterface, which holds its count.
+//  2. Copying a Ptr adds one reference, destroying or resetting it removes one; the object is
+//     deleted when its count drops to zero.
+//  3. Whether counts change atomically is one process-wide switch (threadSafePtrsIs); it must be
+//     chosen before any object is shared between threads and not flipped while objects are live
+//     on more than one thread. The event thread itself never needs atomic counts.
+//
+// Kel::PtrConst<T> is Ptr<T const>: read-only access to the same object and the same count.
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <type_traits>
+#include <utility>
+
+namespace Kel {
+
+// REQUIRES: no Ptr is being copied or dropped on another thread while the switch changes.
+void threadSafePtrsIs(bool threadSafe);
+bool threadSafePtrs();
+
+class PtrInterface {
+ public:
+  PtrInterface() = default;
+  PtrInterface(const PtrInterface&) : references_(0) {}
+  PtrInterface& operator=(const PtrInterface&) { return *this; }
+  virtual ~PtrInterface() = default;
+
+  std::uint32_t references() const { return references_.load(std::memory_order_relaxed); }
+
+  void newRef() const;
+  // Deletes the object when the last reference goes.
+  void deleteRef() const;
+
+ private:
+  mutable std::atomic<std::uint32_t> references_{0};
+};
+
+template <class T>
+class Ptr {
+ public:
+  Ptr() = default;
+  Ptr(std::nullptr_t) {}  // NOLINT(google-explicit-constructor): null converts implicitly
+  Ptr(T* object) : object_(object) { acquire(); }  // NOLINT(google-explicit-constructor)
+  Ptr(const Ptr& other) : object_(other.object_) { acquire(); }
+  Ptr(Ptr&& other) noexcept : object_(other.object_) { other.object_ = nullptr; }
+  template <class U, class = std::enable_if_t<std::is_convertible_v<U*, T*>>>
+  Ptr(const Ptr<U>& other) : object_(other.ptr()) {  // NOLINT(google-explicit-constructor)
+    acquire();
+  }
+  ~Ptr() { release(); }
+
+  Ptr& operator=(const Ptr& other) {
+    Ptr(other).swap(*this);
+    return *this;
+  }
+  Ptr& operator=(Ptr&& other) noexcept {
+    Ptr(std::move(other)).swap(*this);
+    return *this;
+  }
+
+  T* ptr() const { return object_; }
+  T* operator->() const { return object_; }
+  T& operator*() const { return *object_; }
+  explicit operator bool() const { return object_ != nullptr; }
+
+  void swap(Ptr& other) noexcept { std::swap(object_, other.object_); }
+
+  template <class U>
+  bool operator==(const Ptr<U>& other) const {
+    return object_ == other.ptr();
+  }
+  template <class U>
+  bool operator!=(const Ptr<U>& other) const {
+    return object_ != other.ptr();
+  }
+  bool operator==(std::nullptr_t) const { return object_ == nullptr; }
+  bool operator!=(std::nullptr_t) const { return object_ != nullptr; }
+
+ private:
+  void acquire() const {
+    if (object_) object_->newRef();
+  }
+  void release() {
+    if (object_) object_->deleteRef();
+  }
+
+  T* object_ = nullptr;
+};
+
+template <class T>
+using PtrConst = Ptr<T const>;
+
+// Ptr<T> from a Ptr of a base or const type, when the caller knows the dynamic type.
+template <class T, class U>
+Ptr<T> ptrCast(const Ptr<U>& from) {
+  return Ptr<T>(static_cast<T*>(const_cast<std::remove_const_t<U>*>(from.ptr())));
+}
+
+}  // namespace Kel
+
+template <class T>
+struct std::hash<Kel::Ptr<T>> {
+  std::size_t operator()(const Kel::Ptr<T>& p) const noexcept { return std::hash<T*>()(p.ptr()); }
+};
