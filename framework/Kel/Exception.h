@@ -27,4 +27,14 @@ class ParseException : public Exception {
   explicit ParseException(const std::string& message) : Exception(message) {}
 };
 
+// The refusal of a generated mutator given a null entity where one is required, e.g.
+// "null _crpSet parameter to mutator for Routing::Pim::RpHashIntermediateSm::crpSet not allowed".
+template <class P>
+void requireEntity(const P& entity, const std::string& className, const std::string& attribute) {
+  if (!entity) {
+    throw RangeException("null _" + attribute + " parameter to mutator for " + className +
+                         "::" + attribute + " not allowed");
+  }
+}
+
 }  // namespace Kel

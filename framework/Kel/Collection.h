@@ -1,0 +1,215 @@
+#pragma once
+// Storage for the collection attributes of entities: OrderedCollection (ascending key order) and
+// HashCollection (no promised order). Entities wrap them in their generated-style accessors
+// (x(key), xIs, xDel, xDelAll) and notify after each change; the collections themselves notify
+// nobody.
+//
+// Invariants of both:
+//  1. Iteration tolerates the deletion of the member it stands on: advancing from a deleted member
+//     continues with the members not yet visited.
+//  2. Members added during an iteration may or may not be visited; no member is visited twice
+//     unless members other than the current one are deleted during the iteration.
+//  3. Iteration yields (key, value) pairs by value, so a yielded entity stays readable for as
+//     long as the caller keeps it, even after its deletion from the collection.
+//
+// `Stored` is what the collection keeps, `Exposed` what readers see (Ptr<E> kept, Ptr<const E>
+// shown to const readers); `Exposed` must be constructible from `Stored`.
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace Kel {
+
+template <class K, class Stored, class Exposed = Stored>
+class OrderedCollection {
+  using Map = std::map<K, Stored>;
+
+ public:
+  using Entry = std::pair<K, Exposed>;
+
+  class Iterator {
+   public:
+    Iterator(const OrderedCollection* owner, typename Map::const_iterator at)
+        : owner_(owner), at_(at), erasures_(owner->erasures_) {
+      if (at_ != owner_->map_.end()) key_ = at_->first;
+    }
+    Entry operator*() const { return Entry(at_->first, Exposed(at_->second)); }
+    Iterator& operator++() {
+      // After any erasure the saved position may be gone: find the successor by key instead.
+      if (erasures_ != owner_->erasures_) {
+        at_ = owner_->map_.upper_bound(key_);
+        erasures_ = owner_->erasures_;
+      } else {
+        ++at_;
+      }
+      if (at_ != owner_->map_.end()) key_ = at_->first;
+      return *this;
+    }
+    bool operator==(const Iterator& other) const { return at_ == other.at_; }
+    bool operator!=(const Iterator& other) const { return at_ != other.at_; }
+
+   private:
+    const OrderedCollection* owner_;
+    typename Map::const_iterator at_;
+    std::uint64_t erasures_;
+    K key_{};
+  };
+
+  Iterator begin() const { return Iterator(this, map_.begin()); }
+  Iterator end() const { return Iterator(this, map_.end()); }
+  std::size_t size() const { return map_.size(); }
+  bool empty() const { return map_.empty(); }
+
+  // The member stored under `key`, or a default-constructed one.
+  Exposed find(const K& key) const {
+    auto found = map_.find(key);
+    return found == map_.end() ? Exposed() : Exposed(found->second);
+  }
+  bool contains(const K& key) const { return map_.count(key) != 0; }
+  const Stored* findStored(const K& key) const {
+    auto found = map_.find(key);
+    return found == map_.end() ? nullptr : &found->second;
+  }
+
+  // Returns the member under `key`, creating it with make() when absent; .second tells whether
+  // it was created.
+  template <class Make>
+  std::pair<Stored, bool> insertNew(const K& key, Make&& make) {
+    auto found = map_.find(key);
+    if (found != map_.end()) return {found->second, false};
+    return {map_.emplace_hint(found, key, make())->second, true};
+  }
+
+  // Stores `value` under `key`; returns false when the same value was already there.
+  bool set(const K& key, const Stored& value) {
+    auto [at, inserted] = map_.try_emplace(key, value);
+    if (inserted) return true;
+    if (at->second == value) return false;
+    at->second = value;
+    return true;
+  }
+
+  // Returns false when `key` was absent.
+  bool erase(const K& key) {
+    if (map_.erase(key) == 0) return false;
+    ++erasures_;
+    return true;
+  }
+
+  // Erases the members one at a time, lowest key first, calling onErased(key) after each.
+  template <class OnErased>
+  void eraseAll(OnErased&& onErased) {
+    while (!map_.empty()) {
+      K key = map_.begin()->first;
+      map_.erase(map_.begin());
+      ++erasures_;
+      onErased(key);
+    }
+  }
+
+ private:
+  Map map_;
+  std::uint64_t erasures_ = 0;
+};
+
+template <class K, class Stored, class Exposed = Stored, class Hash = std::hash<K>>
+class HashCollection {
+ public:
+  using Entry = std::pair<K, Exposed>;
+
+  // Walks the dense member array from the back, so that deleting the current member (which moves
+  // the last, already visited member into its slot) never skips or repeats one.
+  class Iterator {
+   public:
+    Iterator(const HashCollection* owner, std::size_t position)
+        : owner_(owner), position_(position) {}
+    Entry operator*() const {
+      const auto& slot = owner_->slots_[position_ - 1];
+      return Entry(slot.first, Exposed(slot.second));
+    }
+    Iterator& operator++() {
+      position_ = std::min(position_ - 1, owner_->slots_.size());
+      return *this;
+    }
+    bool operator==(const Iterator& other) const { return position_ == other.position_; }
+    bool operator!=(const Iterator& other) const { return position_ != other.position_; }
+
+   private:
+    const HashCollection* owner_;
+    std::size_t position_;  // one past the current slot; 0 is the end
+  };
+
+  Iterator begin() const { return Iterator(this, slots_.size()); }
+  Iterator end() const { return Iterator(this, 0); }
+  std::size_t size() const { return slots_.size(); }
+  bool empty() const { return slots_.empty(); }
+
+  Exposed find(const K& key) const {
+    const Stored* stored = findStored(key);
+    return stored ? Exposed(*stored) : Exposed();
+  }
+  bool contains(const K& key) const { return index_.count(key) != 0; }
+  const Stored* findStored(const K& key) const {
+    auto found = index_.find(key);
+    return found == index_.end() ? nullptr : &slots_[found->second].second;
+  }
+
+  template <class Make>
+  std::pair<Stored, bool> insertNew(const K& key, Make&& make) {
+    auto [at, inserted] = index_.try_emplace(key, slots_.size());
+    if (!inserted) return {slots_[at->second].second, false};
+    try {
+      slots_.emplace_back(key, make());
+    } catch (...) {
+      index_.erase(at);
+      throw;
+    }
+    return {slots_.back().second, true};
+  }
+
+  bool set(const K& key, const Stored& value) {
+    auto [at, inserted] = index_.try_emplace(key, slots_.size());
+    if (inserted) {
+      slots_.emplace_back(key, value);
+      return true;
+    }
+    Stored& current = slots_[at->second].second;
+    if (current == value) return false;
+    current = value;
+    return true;
+  }
+
+  bool erase(const K& key) {
+    auto found = index_.find(key);
+    if (found == index_.end()) return false;
+    const std::size_t position = found->second;
+    index_.erase(found);
+    if (position + 1 != slots_.size()) {
+      slots_[position] = std::move(slots_.back());
+      index_[slots_[position].first] = position;
+    }
+    slots_.pop_back();
+    return true;
+  }
+
+  template <class OnErased>
+  void eraseAll(OnErased&& onErased) {
+    while (!slots_.empty()) {
+      K key = slots_.back().first;
+      erase(key);
+      onErased(key);
+    }
+  }
+
+ private:
+  std::vector<std::pair<K, Stored>> slots_;
+  std::unordered_map<K, std::size_t, Hash> index_;
+};
+
+}  // namespace Kel
