@@ -1,6 +1,8 @@
 #pragma once
-// Storage for the collection attributes of entities: OrderedCollection (ascending key order) and
-// HashCollection (no promised order). Entities wrap them in their generated-style accessors
+// Storage for the collection attributes of entities: OrderedCollection (ascending key order),
+// HashCollection (no promised order) and FlatCollection (ascending key order in one sorted array,
+// for the small scratch collections that are filled and emptied on every call: once warm they
+// allocate nothing). Entities wrap them in their generated-style accessors
 // (x(key), xIs, xDel, xDelAll) and notify after each change; the collections themselves notify
 // nobody.
 //
@@ -210,6 +212,122 @@ class HashCollection {
  private:
   std::vector<std::pair<K, Stored>> slots_;
   std::unordered_map<K, std::size_t, Hash> index_;
+};
+
+// `Slots` may be a small-buffer vector for collections that usually hold a handful of members.
+template <class K, class Stored, class Exposed = Stored,
+          class Slots = std::vector<std::pair<K, Stored>>>
+class FlatCollection {
+ public:
+  using Entry = std::pair<K, Exposed>;
+
+  class Iterator {
+   public:
+    Iterator(const FlatCollection* owner, std::size_t position)
+        : owner_(owner), position_(position), changes_(owner->changes_) {
+      if (position_ < owner_->slots_.size()) key_ = owner_->slots_[position_].first;
+    }
+    Entry operator*() const {
+      const auto& slot = owner_->slots_[position_];
+      return Entry(slot.first, Exposed(slot.second));
+    }
+    Iterator& operator++() {
+      // Inserts and erasures shift the array: find the successor by key instead.
+      if (changes_ != owner_->changes_) {
+        position_ = owner_->upperBound(key_);
+        changes_ = owner_->changes_;
+      } else {
+        ++position_;
+      }
+      if (position_ < owner_->slots_.size()) key_ = owner_->slots_[position_].first;
+      return *this;
+    }
+    bool operator==(const Iterator& other) const { return clamped() == other.clamped(); }
+    bool operator!=(const Iterator& other) const { return clamped() != other.clamped(); }
+
+   private:
+    std::size_t clamped() const { return std::min(position_, owner_->slots_.size()); }
+
+    const FlatCollection* owner_;
+    std::size_t position_;
+    std::uint64_t changes_;
+    K key_{};
+  };
+
+  Iterator begin() const { return Iterator(this, 0); }
+  Iterator end() const { return Iterator(this, slots_.size()); }
+  std::size_t size() const { return slots_.size(); }
+  bool empty() const { return slots_.empty(); }
+
+  Exposed find(const K& key) const {
+    const Stored* stored = findStored(key);
+    return stored ? Exposed(*stored) : Exposed();
+  }
+  bool contains(const K& key) const { return findStored(key) != nullptr; }
+  const Stored* findStored(const K& key) const {
+    const std::size_t at = lowerBound(key);
+    return at < slots_.size() && !(key < slots_[at].first) ? &slots_[at].second : nullptr;
+  }
+
+  template <class Make>
+  std::pair<Stored, bool> insertNew(const K& key, Make&& make) {
+    const std::size_t at = lowerBound(key);
+    if (at < slots_.size() && !(key < slots_[at].first)) return {slots_[at].second, false};
+    slots_.emplace(slots_.begin() + static_cast<std::ptrdiff_t>(at), key, make());
+    ++changes_;
+    return {slots_[at].second, true};
+  }
+
+  bool set(const K& key, const Stored& value) {
+    const std::size_t at = lowerBound(key);
+    if (at < slots_.size() && !(key < slots_[at].first)) {
+      if (slots_[at].second == value) return false;
+      slots_[at].second = value;
+      return true;
+    }
+    slots_.emplace(slots_.begin() + static_cast<std::ptrdiff_t>(at), key, value);
+    ++changes_;
+    return true;
+  }
+
+  bool erase(const K& key) {
+    const std::size_t at = lowerBound(key);
+    if (at == slots_.size() || key < slots_[at].first) return false;
+    slots_.erase(slots_.begin() + static_cast<std::ptrdiff_t>(at));
+    ++changes_;
+    return true;
+  }
+
+  template <class OnErased>
+  void eraseAll(OnErased&& onErased) {
+    while (!slots_.empty()) {
+      K key = slots_.front().first;
+      erase(key);
+      onErased(key);
+    }
+  }
+
+  // Empties the collection without telling anyone, keeping its storage for the next fill.
+  void clear() {
+    if (slots_.empty()) return;
+    slots_.clear();
+    ++changes_;
+  }
+
+ private:
+  std::size_t lowerBound(const K& key) const {
+    auto at = std::lower_bound(slots_.begin(), slots_.end(), key,
+                               [](const auto& slot, const K& k) { return slot.first < k; });
+    return static_cast<std::size_t>(at - slots_.begin());
+  }
+  std::size_t upperBound(const K& key) const {
+    auto at = std::upper_bound(slots_.begin(), slots_.end(), key,
+                               [](const K& k, const auto& slot) { return k < slot.first; });
+    return static_cast<std::size_t>(at - slots_.begin());
+  }
+
+  Slots slots_;
+  std::uint64_t changes_ = 0;
 };
 
 }  // namespace Kel

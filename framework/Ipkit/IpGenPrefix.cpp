@@ -1,0 +1,86 @@
+#include "framework/Ipkit/IpGenPrefix.h"
+
+#include <algorithm>
+#include <sstream>
+
+#include "framework/Kel/Exception.h"
+
+namespace Ipkit {
+
+namespace {
+
+unsigned maxLen(AddressFamily af) { return af == AddressFamily::ipv4 ? 32u : 128u; }
+
+}  // namespace
+
+IpGenPrefix::IpGenPrefix(const IpGenAddr& addr, unsigned len) : len_(0) {
+  if (addr.af() == AddressFamily::ipunknown) {
+    throw Kel::RangeException("prefix needs an IPv4 or IPv6 address, got unknown");
+  }
+  if (len > maxLen(addr.af())) {
+    std::ostringstream os;
+    os << "prefix length " << len << " above " << maxLen(addr.af()) << " for " << addr;
+    throw Kel::RangeException(os.str());
+  }
+  std::array<std::uint8_t, 16> bytes = addr.bytes();
+  const unsigned whole = len / 8u;
+  const unsigned rest = len % 8u;
+  if (rest != 0) bytes[whole] = static_cast<std::uint8_t>(bytes[whole] & (0xffu << (8u - rest)));
+  std::fill(bytes.begin() + static_cast<long>(whole + (rest != 0 ? 1u : 0u)), bytes.end(), 0);
+  addr_ = addr.af() == AddressFamily::ipv4
+              ? IpGenAddr(Ip4Addr((static_cast<std::uint32_t>(bytes[0]) << 24) |
+                                  (static_cast<std::uint32_t>(bytes[1]) << 16) |
+                                  (static_cast<std::uint32_t>(bytes[2]) << 8) | bytes[3]))
+              : IpGenAddr(Ip6Addr(bytes));
+  len_ = static_cast<std::uint8_t>(len);
+}
+
+IpGenPrefix::IpGenPrefix(const Kel::String& text) : IpGenPrefix(text.begin(), text.end()) {}
+
+IpGenPrefix::IpGenPrefix(Kel::String::const_iterator first, Kel::String::const_iterator last)
+    : len_(0) {
+  const auto refuse = [&](const Kel::String& why) {
+    throw Kel::ParseException("invalid prefix '" + Kel::String(first, last) + "': " + why);
+  };
+  if (first == last) refuse("empty text");
+  const auto slash = std::find(first, last, '/');
+  if (slash == last) refuse("missing '/' and length");
+
+  IpGenAddr addr;
+  try {
+    addr = IpGenAddr(first, slash);
+  } catch (const Kel::ParseException& e) {
+    refuse(e.what());
+  }
+
+  if (slash + 1 == last) refuse("missing length");
+  // Saturate instead of overflowing: any run of digits past the family's maximum is refused the
+  // same way, however long it is.
+  unsigned len = 0;
+  for (auto c = slash + 1; c != last; ++c) {
+    if (*c < '0' || *c > '9') refuse("length not a decimal number");
+    len = std::min(len * 10u + static_cast<unsigned>(*c - '0'), 1000u);
+  }
+  const unsigned max = maxLen(addr.af());
+  if (len > max) refuse("length above " + std::to_string(max));
+  *this = IpGenPrefix(addr, len);
+}
+
+IpGenPrefix IpGenPrefix::hostPrefix(const IpGenAddr& addr) {
+  return IpGenPrefix(addr, addr.af() == AddressFamily::ipv4 ? 32u : 128u);
+}
+
+Kel::String IpGenPrefix::valueToStrep() const {
+  std::ostringstream os;
+  os << *this;
+  return os.str();
+}
+
+std::ostream& operator<<(std::ostream& os, const IpGenPrefix& prefix) {
+  if (prefix.isNull()) return os << "unknown";
+  // The length goes through to_string so that the caller's stream flags (hex, width) cannot
+  // change it.
+  return os << prefix.address() << '/' << std::to_string(prefix.len());
+}
+
+}  // namespace Ipkit

@@ -1,0 +1,104 @@
+#pragma once
+// Ipkit::IpGenPrefix: an IPv4 or IPv6 prefix (network address and length), or no prefix at all.
+//
+// Group ranges served by an RP are prefixes of either family; like IpGenAddr the value is fixed
+// size (an IpGenAddr and a length byte) and trivially copyable.
+//
+// Invariants:
+//  1. The empty prefix (family ipunknown, length 0) means "no prefix"; it is what the default
+//     constructor makes. It contains nothing and nothing contains it.
+//  2. Otherwise len() is at most 32 (IPv4) or 128 (IPv6), and every address bit past len() is
+//     zero: constructors clear host bits, so equal networks compare equal.
+//  3. Ordering is by address (family first, then bytes), then by length, so a covering prefix
+//     sorts just before the longer prefixes that share its network address.
+//  4. Text parsing is strict ("a.b.c.d/len", "x::/len", nothing else) and refuses bad text with
+//     Kel::ParseException quoting it.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <ostream>
+#include <type_traits>
+
+#include "framework/Ipkit/AddressFamily.h"
+#include "framework/Ipkit/IpGenAddr.h"
+#include "framework/Kel/String.h"
+
+namespace Ipkit {
+
+class IpGenPrefix {
+ public:
+  IpGenPrefix() : len_(0) {}
+  // Clears the host bits of addr. Throws Kel::RangeException when addr is unknown or len is
+  // longer than the family's address.
+  IpGenPrefix(const IpGenAddr& addr, unsigned len);
+  explicit IpGenPrefix(const Kel::String& text);
+  IpGenPrefix(Kel::String::const_iterator first, Kel::String::const_iterator last);
+
+  // REQUIRES: addr is not the unknown address.
+  static IpGenPrefix hostPrefix(const IpGenAddr& addr);
+
+  AddressFamily af() const { return addr_.af(); }
+  const IpGenAddr& address() const { return addr_; }
+  unsigned len() const { return len_; }
+  bool isNull() const { return addr_.af() == AddressFamily::ipunknown; }
+
+  bool contains(const IpGenPrefix& other) const {
+    return !isNull() && other.af() == af() && other.len_ >= len_ &&
+           leadingBitsMatch(other.addr_.bytes());
+  }
+  bool contains(const IpGenAddr& addr) const {
+    return !isNull() && addr.af() == af() && leadingBitsMatch(addr.bytes());
+  }
+
+  Kel::String valueToStrep() const;
+
+  bool operator==(const IpGenPrefix& other) const { return compare(other) == 0; }
+  bool operator!=(const IpGenPrefix& other) const { return compare(other) != 0; }
+  bool operator<(const IpGenPrefix& other) const { return compare(other) < 0; }
+  bool operator<=(const IpGenPrefix& other) const { return compare(other) <= 0; }
+  bool operator>(const IpGenPrefix& other) const { return compare(other) > 0; }
+  bool operator>=(const IpGenPrefix& other) const { return compare(other) >= 0; }
+
+ private:
+  int compare(const IpGenPrefix& other) const {
+    if (addr_ != other.addr_) return addr_ < other.addr_ ? -1 : 1;
+    if (len_ != other.len_) return len_ < other.len_ ? -1 : 1;
+    return 0;
+  }
+
+  // Whether the first len_ bits of bytes equal those of addr_.
+  bool leadingBitsMatch(const std::array<std::uint8_t, 16>& bytes) const {
+    const unsigned whole = len_ / 8u;
+    if (std::memcmp(addr_.bytes().data(), bytes.data(), whole) != 0) return false;
+    const unsigned rest = len_ % 8u;
+    if (rest == 0) return true;
+    const unsigned mask = (0xffu << (8u - rest)) & 0xffu;
+    return ((addr_.bytes()[whole] ^ bytes[whole]) & mask) == 0;
+  }
+
+  IpGenAddr addr_;
+  std::uint8_t len_;
+};
+
+static_assert(sizeof(IpGenPrefix) == 18, "IpGenPrefix is an IpGenAddr and a length byte");
+static_assert(std::is_trivially_copyable_v<IpGenPrefix>, "IpGenPrefix is copied as plain bytes");
+
+std::ostream& operator<<(std::ostream& os, const IpGenPrefix& prefix);
+
+}  // namespace Ipkit
+
+template <>
+struct std::hash<Ipkit::IpGenPrefix> {
+  std::size_t operator()(const Ipkit::IpGenPrefix& prefix) const noexcept {
+    // 10.0.0.0/8 and 10.0.0.0/16 share an address; fold the length in before a last mixing
+    // round so that such nested prefixes land in different buckets.
+    std::uint64_t h = std::hash<Ipkit::IpGenAddr>()(prefix.address());
+    h ^= (static_cast<std::uint64_t>(prefix.len()) + 1) * 0x9e3779b97f4a7c15ull;
+    h ^= h >> 29;
+    h *= 0xbf58476d1ce4e5b9ull;
+    h ^= h >> 32;
+    return static_cast<std::size_t>(h);
+  }
+};

@@ -1,0 +1,123 @@
+#pragma once
+// Routing::TrieGen: a path-compressed binary prefix trie (PATRICIA style) over the prefixes of one
+// address family, mapping each stored prefix to a 32-bit value. It answers "which configured
+// group range is the most specific one covering this group" without scanning the ranges.
+//
+// Invariants:
+//  1. Every node holds a prefix; a child's prefix extends its parent's and sits on the side given
+//     by the child's first bit past the parent's length.
+//  2. Every node either carries a route or has two children: deleting a route collapses nodes that
+//     no longer branch, so nodes() is exactly the routes plus the branching nodes, and 0 when no
+//     route is left.
+//  3. Each operation walks at most one node per address bit (33 for IPv4, 129 for IPv6), whatever
+//     the number of routes.
+//  4. Nodes live in one vector and refer to each other by index; freed slots are kept on a free
+//     list and reused, so churn does not allocate per node.
+//  5. All prefixes handed in are of af(); any other family, the empty prefix included, is refused
+//     with Kel::RangeException naming the prefix, and the trie is left unchanged.
+//  6. Once the trie reaches kStrideOnNodes nodes it keeps a stride table: for every value of the
+//     first kStrideBits address bits, the first node a walk would reach at or past that depth and
+//     the longest route it would have passed on the way. Lookups of prefixes at least that long
+//     start there, skipping the top of the trie, where a walk spends most of its time once the
+//     trie no longer fits in cache. The table always agrees with the nodes: a change at depth
+//     d < kStrideBits rewrites the 2^(kStrideBits - d) entries under it (a fixed bound, not a scan
+//     of routes). Below kStrideOffNodes nodes the table is dropped again.
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "framework/Ipkit/AddressFamily.h"
+#include "framework/Ipkit/IpGenPrefix.h"
+#include "framework/Kel/Ptr.h"
+#include "framework/Kel/String.h"
+
+namespace Routing {
+
+class TrieGen : public Kel::PtrInterface {
+ public:
+  // REQUIRES: af is ipv4 or ipv6.
+  TrieGen(const Kel::Name& name, Ipkit::AddressFamily af);
+
+  const Kel::Name& name() const { return name_; }
+  Ipkit::AddressFamily af() const { return af_; }
+
+  // Inserts the route, or replaces the value of an existing one.
+  // REQUIRES: prefix.af() == af().
+  void routeIs(const Ipkit::IpGenPrefix& prefix, std::uint32_t value);
+  // No effect when the route is absent.
+  // REQUIRES: prefix.af() == af().
+  void routeDel(const Ipkit::IpGenPrefix& prefix);
+
+  // The longest stored prefix that contains prefix (itself included), or the empty prefix.
+  // REQUIRES: prefix.af() == af().
+  Ipkit::IpGenPrefix longestMatch(const Ipkit::IpGenPrefix& prefix) const;
+  // The value stored for exactly this prefix, 0 when it has no route.
+  // REQUIRES: prefix.af() == af().
+  std::uint32_t route(const Ipkit::IpGenPrefix& prefix) const;
+  // REQUIRES: prefix.af() == af().
+  bool hasRoute(const Ipkit::IpGenPrefix& prefix) const;
+
+  std::size_t nodes() const { return nodes_.size() - freeNodes_; }
+  std::size_t routes() const { return routes_; }
+
+  static constexpr unsigned kStrideBits = 16;
+  static constexpr std::size_t kStrideOnNodes = 4096;
+  static constexpr std::size_t kStrideOffNodes = 1024;
+
+ private:
+  static constexpr std::uint32_t kNil = 0xffffffffu;
+
+  // Keys are the prefix's address as two big-endian words (IPv4 in the top half of hi) and its
+  // length; the words carry no bits past the length.
+  struct Key {
+    std::uint64_t hi;
+    std::uint64_t lo;
+    unsigned len;
+  };
+
+  // 32 bytes, two to a cache line; route values live in values_ so that lookups, which only need
+  // the value at the end, do not drag them through the cache.
+  struct Node {
+    std::uint64_t hi;
+    std::uint64_t lo;
+    std::uint32_t child[2];
+    std::uint8_t len;
+    bool hasRoute;
+  };
+
+  // Where a walk for the first kStrideBits bits of a key lands: the first node at or past that
+  // depth (kNil when the walk ends earlier), and the longest route passed on the way (or kNil).
+  struct Slot {
+    std::uint32_t entry;
+    std::uint32_t best;
+  };
+
+  Key keyOf(const Ipkit::IpGenPrefix& prefix) const;
+  Ipkit::IpGenPrefix prefixOf(const Node& node) const;
+  // The index of the node holding exactly key, or kNil.
+  std::uint32_t find(const Key& key) const;
+  std::uint32_t nodeNew(std::uint64_t hi, std::uint64_t lo, unsigned len);
+  void nodeDel(std::uint32_t index);
+  void link(std::uint32_t parent, unsigned side, std::uint32_t child);
+  // The walk below the pointer or node at depth len on the path of hi may have changed: rewrite
+  // the stride entries under it. Changes at kStrideBits or deeper leave the table alone.
+  void strideChanged(std::uint64_t hi, unsigned len);
+  // Rewrites the entries [first, first + 2^(kStrideBits - len)), whose walks all arrive at cur
+  // having passed best.
+  void strideFill(std::uint32_t cur, std::uint32_t best, std::uint32_t first, unsigned len);
+  // Builds or drops the table as the trie crosses kStrideOnNodes / kStrideOffNodes.
+  void strideResize();
+
+  Kel::Name name_;
+  Ipkit::AddressFamily af_;
+  std::vector<Node> nodes_;
+  std::vector<std::uint32_t> values_;
+  std::uint32_t root_ = kNil;
+  std::uint32_t freeHead_ = kNil;  // free slots chain through child[0]
+  std::size_t freeNodes_ = 0;
+  std::size_t routes_ = 0;
+  std::vector<Slot> stride_;  // empty while the trie is small
+};
+
+}  // namespace Routing

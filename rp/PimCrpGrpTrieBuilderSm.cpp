@@ -1,0 +1,112 @@
+#include "rp/PimCrpGrpTrieBuilderSm.h"
+
+#include "framework/Kel/Assert.h"
+#include "framework/Kel/Trace.h"
+
+namespace Routing {
+namespace Pim {
+namespace {
+
+const Kel::TraceFile& trace() {
+  static const Kel::TraceFile& file = Kel::TraceFile::named("PimCrpGrpTrieBuilderSm");
+  return file;
+}
+
+}  // namespace
+
+GrpPrefixTrieBuilderSm::KelCrpStatus::KelCrpStatus(GrpPrefixTrieBuilderSm* owner,
+                                                   const Kel::PtrConst<RpCandidateStatus>& status)
+    : owner_(owner) {
+  notifierIs(status);
+}
+
+void GrpPrefixTrieBuilderSm::KelCrpStatus::onCrpSet(const Ipkit::IpGenPrefix& prefix) {
+  owner_->handleCRpSet(prefix);
+}
+
+GrpPrefixTrieBuilderSm::GrpPrefixTrieBuilderSm(const Kel::PtrConst<RpCandidateStatus>& crpStatus,
+                                               const Kel::Ptr<RpCompute>& crpCompute)
+    : crpCompute_(crpCompute) {
+  if (crpStatus) kelCrpStatus_ = Kel::Ptr<KelCrpStatus>(new KelCrpStatus(this, crpStatus));
+  handleInitialized();
+}
+
+GrpPrefixTrieBuilderSm::~GrpPrefixTrieBuilderSm() {
+  // The reactor may outlive us in a dispatch in progress; it must not call back.
+  if (kelCrpStatus_) kelCrpStatus_->notifierIs(nullptr);
+}
+
+Kel::PtrConst<RpCandidateStatus> GrpPrefixTrieBuilderSm::crpStatus() const {
+  return kelCrpStatus_ ? kelCrpStatus_->notifier() : nullptr;
+}
+
+void GrpPrefixTrieBuilderSm::crpStatusIs(const Kel::PtrConst<RpCandidateStatus>& status) {
+  if (status == crpStatus()) return;
+  crpStatusDel();
+  if (!status) return;
+  kelCrpStatus_ = Kel::Ptr<KelCrpStatus>(new KelCrpStatus(this, status));
+  handleCRpSet();
+}
+
+void GrpPrefixTrieBuilderSm::crpStatusDel() {
+  if (!kelCrpStatus_) return;
+  kelCrpStatus_->notifierIs(nullptr);
+  kelCrpStatus_ = nullptr;
+}
+
+void GrpPrefixTrieBuilderSm::handleInitialized() {
+  KEL_TRACE(trace(), 8, __PRETTY_FUNCTION__);
+  KEL_ASSERT(trace(), crpStatus() && crpCompute());
+  initialized_ = true;
+  handleCRpSet();
+}
+
+bool GrpPrefixTrieBuilderSm::doEnsureTrie(const Ipkit::IpGenPrefix& prefix) {
+  if (!trie_) trie_ = crpCompute_->grpTrieIs("crpTrie", prefix.af());
+  return trie_->af() == prefix.af();
+}
+
+void GrpPrefixTrieBuilderSm::handleCRpSet(const Ipkit::IpGenPrefix& prefix) {
+  KEL_TRACE(trace(), 8, __PRETTY_FUNCTION__ << "( " << prefix << " )");
+  if (!initialized_) return;
+  const auto status = crpStatus();
+  if (!status || !doEnsureTrie(prefix)) return;
+  if (status->crpSet(prefix)) {
+    trie_->routeIs(prefix, 1);
+    KEL_TRACE(trace(), 0, "Added " << prefix << " to trie ");
+  } else {
+    trie_->routeDel(prefix);
+    KEL_TRACE(trace(), 0, "Deleted " << prefix << " from trie ");
+  }
+  trieUpdatesInc(1);
+  KEL_TRACE(trace(), 0,
+            "Trie built with " << trie_->nodes() << " nodes and " << status->crpSet().size()
+                               << " routes");
+}
+
+void GrpPrefixTrieBuilderSm::handleCRpSet() {
+  KEL_TRACE(trace(), 8, __PRETTY_FUNCTION__);
+  if (!initialized_) return;
+  const auto status = crpStatus();
+  if (!status) return;
+  for (const auto& [prefix, set] : status->crpSet()) {
+    if (!trie_) {
+      doEnsureTrie(prefix);
+      KEL_TRACE(trace(), 0,
+                "Trie built with " << trie_->nodes() << " nodes "
+                                   << " and " << status->crpSet().size() << " routes");
+    }
+    if (trie_->af() != prefix.af()) continue;
+    trie_->routeIs(prefix, 1);
+    trieUpdatesInc(1);
+    KEL_TRACE(trace(), 0, "Added " << prefix << " to trie ");
+  }
+}
+
+Kel::Ptr<GrpPrefixTrieBuilderSm> grpPrefixTrieBuilderSmFactory(
+    const Kel::PtrConst<RpCandidateStatus>& crpStatus, const Kel::Ptr<RpCompute>& rpCompute) {
+  return Kel::Ptr<GrpPrefixTrieBuilderSm>(new GrpPrefixTrieBuilderSm(crpStatus, rpCompute));
+}
+
+}  // namespace Pim
+}  // namespace Routing

@@ -1,0 +1,76 @@
+#pragma once
+// Routing::Pim::GrpPrefixTrieBuilderSm: keeps the group-prefix trie of one RpCompute equal to the
+// set of prefixes that have candidate sets in one RpCandidateStatus, so that selection finds the
+// covering prefix of a group by longest match instead of a scan.
+//
+// Invariants:
+//  1. Once initialized, every prefix of the status's crpSet is a route of the trie; a prefix
+//     leaves the trie only when its set leaves the status (the full rebuild never removes).
+//  2. The trie is created lazily, by the first prefix, under the name "crpTrie" and that
+//     prefix's family, and is the compute's own grpTrie: one builder serves one family.
+//     Prefixes of the other family are no business of this trie and are skipped.
+//  3. trieUpdates counts every prefix update applied, re-adds of a present prefix included.
+// Traces go to the trace file "PimCrpGrpTrieBuilderSm"; trie changes at level 0.
+
+#include <cstdint>
+
+#include "framework/Ipkit/IpGenPrefix.h"
+#include "framework/Kel/Entity.h"
+#include "framework/Kel/Ptr.h"
+#include "framework/Routing/TrieGen.h"
+#include "model/Pim/RpCandidateStatus.h"
+#include "rp/PimRpCompute.h"
+
+namespace Routing {
+namespace Pim {
+
+class GrpPrefixTrieBuilderSm : public Kel::PtrInterface {
+ public:
+  // Watches one status for its owner and forwards each crpSet change.
+  class KelCrpStatus : public RpCandidateStatus::NotifieeConst {
+   public:
+    KelCrpStatus(GrpPrefixTrieBuilderSm* owner, const Kel::PtrConst<RpCandidateStatus>& status);
+    void onCrpSet(const Ipkit::IpGenPrefix& prefix) override;
+
+   private:
+    GrpPrefixTrieBuilderSm* owner_;
+  };
+
+  // REQUIRES: both present (else the assertion "crpStatus() && crpCompute()").
+  GrpPrefixTrieBuilderSm(const Kel::PtrConst<RpCandidateStatus>& crpStatus,
+                         const Kel::Ptr<RpCompute>& crpCompute);
+  ~GrpPrefixTrieBuilderSm() override;
+
+  Kel::PtrConst<RpCandidateStatus> crpStatus() const;
+  // Watches another status (its prefixes are added at once once initialized).
+  void crpStatusIs(const Kel::PtrConst<RpCandidateStatus>& status);
+  void crpStatusDel();
+  const Kel::Ptr<RpCompute>& crpCompute() const { return crpCompute_; }
+  const Kel::Ptr<Routing::TrieGen>& trie() const { return trie_; }
+  void trieIs(const Kel::Ptr<Routing::TrieGen>& trie) { trie_ = trie; }
+  bool initialized() const { return initialized_; }
+  std::uint64_t trieUpdates() const { return trieUpdates_; }
+  void trieUpdatesInc(std::uint64_t n) { trieUpdates_ += n; }
+
+  void handleInitialized();
+  // Full pass: adds every prefix of the status.
+  void handleCRpSet();
+  // One prefix added to or removed from the status.
+  void handleCRpSet(const Ipkit::IpGenPrefix& prefix);
+
+ private:
+  // Creates the trie on first need; false when `prefix` is of another family than the trie's.
+  bool doEnsureTrie(const Ipkit::IpGenPrefix& prefix);
+
+  Kel::Ptr<KelCrpStatus> kelCrpStatus_;
+  Kel::Ptr<RpCompute> crpCompute_;
+  Kel::Ptr<Routing::TrieGen> trie_;
+  bool initialized_ = false;
+  std::uint64_t trieUpdates_ = 0;
+};
+
+Kel::Ptr<GrpPrefixTrieBuilderSm> grpPrefixTrieBuilderSmFactory(
+    const Kel::PtrConst<RpCandidateStatus>& crpStatus, const Kel::Ptr<RpCompute>& rpCompute);
+
+}  // namespace Pim
+}  // namespace Routing

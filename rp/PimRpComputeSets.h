@@ -1,0 +1,67 @@
+#pragma once
+// The scratch sets that one RP selection fills and empties (see RpCompute):
+//  - CrpSet: candidates of one mode for the matched group prefix, ascending by address;
+//  - RpPrioritySet: candidates sharing one priority;
+//  - RpHashMaskSet: candidates sharing one RFC 7761 hash value (`hashMask` is the hash value, not
+//    a mask length).
+// They hold references to the candidates of the status, never copies. Each keeps its members in
+// one small sorted array that keeps its storage when emptied, because a selection fills and
+// empties them on every call; the candidate sets of one prefix are small, so up to four members
+// live inside the set itself and a selection allocates nothing but the sets.
+
+#include <boost/container/small_vector.hpp>
+#include <utility>
+
+#include "framework/Ipkit/IpGenAddr.h"
+#include "framework/Kel/Collection.h"
+#include "framework/Kel/Entity.h"
+#include "framework/Kel/Types.h"
+#include "model/Pim/PimTypes.h"
+#include "model/Pim/RpCandidate.h"
+
+namespace Routing {
+namespace Pim {
+
+// The members and the four operations the three sets share.
+class CandidateRefSet : public Kel::Entity {
+ public:
+  using RpCollection = Kel::FlatCollection<
+      Ipkit::IpGenAddr, Kel::PtrConst<RpCandidate>, Kel::PtrConst<RpCandidate>,
+      boost::container::small_vector<std::pair<Ipkit::IpGenAddr, Kel::PtrConst<RpCandidate>>, 4>>;
+
+  const RpCollection& rp() const { return rp_; }
+  Kel::PtrConst<RpCandidate> rp(const Ipkit::IpGenAddr& address) const { return rp_.find(address); }
+  // Inserts or replaces.
+  void rpIs(const Ipkit::IpGenAddr& address, const Kel::PtrConst<RpCandidate>& candidate) {
+    rp_.set(address, candidate);
+  }
+  void rpDel(const Ipkit::IpGenAddr& address) { rp_.erase(address); }
+  void rpDelAll() { rp_.clear(); }
+  U32 rps() const { return static_cast<U32>(rp_.size()); }
+
+ private:
+  RpCollection rp_;
+};
+
+class CrpSet : public CandidateRefSet {};
+
+class RpPrioritySet : public CandidateRefSet {
+ public:
+  explicit RpPrioritySet(RpPriority priority) : priority_(priority) {}
+  RpPriority priority() const { return priority_; }
+
+ private:
+  const RpPriority priority_;
+};
+
+class RpHashMaskSet : public CandidateRefSet {
+ public:
+  explicit RpHashMaskSet(U32 hashMask) : hashMask_(hashMask) {}
+  U32 hashMask() const { return hashMask_; }
+
+ private:
+  const U32 hashMask_;
+};
+
+}  // namespace Pim
+}  // namespace Routing

@@ -1,0 +1,87 @@
+#pragma once
+// Routing::Pim::RpHashComputeStatus: where the agent asks which RP serves one group.
+//
+// It answers from the final RP hash table when the group's host prefix has an entry there, and
+// otherwise computes the RP from both candidate sources and merges them: a bootstrap RP beats a
+// static one unless the static one overrides; a static RP serves whenever bootstrap has none; a
+// result of another mode than the one this status serves is never returned. With no answer the
+// caller's RP from the join comes back unchanged.
+//
+// Invariants:
+//  1. Each present candidate status has its own RpCompute and trie builder, created at
+//     construction and kept as long as this status; the builders keep the tries current.
+//  2. An absent source (no status) computes the empty result.
+//  3. rpHashCompute keeps no state.
+// Traces go to the trace file "PimRpCompute".
+
+#include "framework/Ipkit/IpGenAddr.h"
+#include "framework/Kel/Entity.h"
+#include "model/Pim/PimTypes.h"
+#include "model/Pim/RpCandidateStatus.h"
+#include "model/Pim/RpConfig.h"
+#include "model/Pim/RpHashStatus.h"
+#include "rp/PimCrpGrpTrieBuilderSm.h"
+#include "rp/PimRpCompute.h"
+
+namespace Routing {
+namespace Pim {
+
+class RpHashComputeStatus : public Kel::Entity {
+ public:
+  // REQUIRES: rpConfig present whenever a candidate status is (else the assertion "rpConfig()").
+  RpHashComputeStatus(const Kel::PtrConst<RpCandidateStatus>& staticRpSet,
+                      const Kel::PtrConst<RpCandidateStatus>& bsrRpSet,
+                      const Kel::PtrConst<RpHashStatus>& rpHashStatus, Mode pimMode,
+                      const Kel::PtrConst<RpConfig>& rpConfig);
+
+  // The RP of groupAddr: from the table, else computed, else rpFromJoin.
+  Ipkit::IpGenAddr rpHashCompute(const Ipkit::IpGenAddr& groupAddr,
+                                 const Ipkit::IpGenAddr& rpFromJoin) const;
+
+  void handleStaticCompute();
+  void handleBsrCompute();
+
+  const Kel::PtrConst<RpCandidateStatus>& staticRpSet() const { return staticRpSet_; }
+  const Kel::PtrConst<RpCandidateStatus>& bsrRpSet() const { return bsrRpSet_; }
+  const Kel::PtrConst<RpHashStatus>& rpHashStatus() const { return rpHashStatus_; }
+  Mode pimMode() const { return pimMode_; }
+  const Kel::PtrConst<RpConfig>& rpConfig() const { return rpConfig_; }
+
+  const Kel::Ptr<RpCompute>& staticCompute() const { return staticCompute_; }
+  Kel::Ptr<RpCompute> staticComputeIs(const Kel::PtrConst<RpCandidateStatus>& crp,
+                                      const Kel::PtrConst<RpConfig>& rpConfig);
+  void staticComputeDel() { staticCompute_ = nullptr; }
+  const Kel::Ptr<GrpPrefixTrieBuilderSm>& staticTrieBuilder() const { return staticTrieBuilder_; }
+  Kel::Ptr<GrpPrefixTrieBuilderSm> staticTrieBuilderIs(
+      const Kel::PtrConst<RpCandidateStatus>& crpStatus, const Kel::Ptr<RpCompute>& compute);
+  void staticTrieBuilderDel() { staticTrieBuilder_ = nullptr; }
+
+  const Kel::Ptr<RpCompute>& bsrCompute() const { return bsrCompute_; }
+  Kel::Ptr<RpCompute> bsrComputeIs(const Kel::PtrConst<RpCandidateStatus>& crp,
+                                   const Kel::PtrConst<RpConfig>& rpConfig);
+  void bsrComputeDel() { bsrCompute_ = nullptr; }
+  const Kel::Ptr<GrpPrefixTrieBuilderSm>& bsrTrieBuilder() const { return bsrTrieBuilder_; }
+  Kel::Ptr<GrpPrefixTrieBuilderSm> bsrTrieBuilderIs(
+      const Kel::PtrConst<RpCandidateStatus>& crpStatus, const Kel::Ptr<RpCompute>& compute);
+  void bsrTrieBuilderDel() { bsrTrieBuilder_ = nullptr; }
+
+ private:
+  const Kel::PtrConst<RpCandidateStatus> staticRpSet_;
+  const Kel::PtrConst<RpCandidateStatus> bsrRpSet_;
+  const Kel::PtrConst<RpHashStatus> rpHashStatus_;
+  const Mode pimMode_;
+  const Kel::PtrConst<RpConfig> rpConfig_;
+  Kel::Ptr<RpCompute> staticCompute_;
+  Kel::Ptr<GrpPrefixTrieBuilderSm> staticTrieBuilder_;
+  Kel::Ptr<RpCompute> bsrCompute_;
+  Kel::Ptr<GrpPrefixTrieBuilderSm> bsrTrieBuilder_;
+};
+
+Kel::Ptr<RpHashComputeStatus> rpHashComputeStatusFactory(
+    const Kel::PtrConst<RpCandidateStatus>& staticRpSet,
+    const Kel::PtrConst<RpCandidateStatus>& bsrRpSet,
+    const Kel::PtrConst<RpHashStatus>& rpHashStatus, Mode pimMode,
+    const Kel::PtrConst<RpConfig>& rpConfig);
+
+}  // namespace Pim
+}  // namespace Routing

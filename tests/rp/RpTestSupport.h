@@ -1,0 +1,60 @@
+#pragma once
+// Shared test fixtures for the RP units: building candidate statuses by hand, and reading back
+// what a unit wrote to its trace file.
+
+#include <string>
+#include <vector>
+
+#include "framework/Ipkit/IpGenAddr.h"
+#include "framework/Ipkit/IpGenPrefix.h"
+#include "framework/Kel/Trace.h"
+#include "model/Pim/RpCandidateStatus.h"
+
+namespace RpTest {
+
+// Enables levels 0..9 of one trace file for its lifetime and reads back what was written.
+class TraceCapture {
+ public:
+  explicit TraceCapture(const std::string& traceFile, int highestLevel = 9)
+      : file_(Kel::TraceFile::named(traceFile)) {
+    Kel::TraceRing::instance().clear();
+    file_.levelsUpToIs(highestLevel);
+  }
+  ~TraceCapture() { file_.levelsUpToIs(-1); }
+
+  std::vector<std::string> lines() const { return Kel::TraceRing::instance().lines(file_.name()); }
+  void clear() const { Kel::TraceRing::instance().clear(); }
+  // Whether some line contains `text`.
+  bool wrote(const std::string& text) const {
+    for (const auto& line : lines()) {
+      if (line.find(text) != std::string::npos) return true;
+    }
+    return false;
+  }
+
+ private:
+  Kel::TraceFile& file_;
+};
+
+struct CandidateSpec {
+  const char* prefix;
+  const char* rp;
+  Routing::Pim::RpPriority priority;
+  Routing::Pim::RpHashMaskLen hashMaskLen;
+  Routing::Pim::Mode mode;
+  bool override = false;
+};
+
+// Writes one candidate into a status the way a source's writer does.
+inline Kel::Ptr<Routing::Pim::RpCandidate> addCandidate(
+    const Kel::Ptr<Routing::Pim::RpCandidateStatus>& status, const CandidateSpec& spec) {
+  auto set = status->crpSetIs(Ipkit::IpGenPrefix(spec.prefix));
+  auto candidate = set->rpIs(Ipkit::IpGenAddr(spec.rp));
+  candidate->priorityIs(spec.priority);
+  candidate->hashMaskLenIs(spec.hashMaskLen);
+  candidate->overrideIs(spec.override);
+  candidate->pimModeIs(spec.mode);
+  return candidate;
+}
+
+}  // namespace RpTest
