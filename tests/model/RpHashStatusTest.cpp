@@ -1,0 +1,171 @@
+#include "model/Pim/RpHashStatus.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "framework/Kel/Trace.h"
+#include "framework/Mirra/CorruptionDetectedException.h"
+
+namespace {
+
+using Ipkit::IpGenAddr;
+using Ipkit::IpGenPrefix;
+using namespace Routing::Pim;
+
+RpHash entryFor(const char* prefix, const char* rp, RpPriority priority = 10) {
+  return RpHash(IpGenPrefix(prefix), IpGenAddr(rp), priority, 30, false, modePimSm);
+}
+
+struct Watcher : RpHashStatus::NotifieeConst {
+  std::vector<std::string> keys;
+  void onRpHash(const IpGenPrefix& prefix) override { keys.push_back(prefix.valueToStrep()); }
+};
+
+TEST(RpHash, Default_IsAbsenceMarker) {
+  const RpHash entry;
+  EXPECT_TRUE(entry.key().isNull());
+  EXPECT_EQ(entry.address().af(), Ipkit::ipunknown());
+  EXPECT_EQ(entry.priority(), 256u);
+  EXPECT_EQ(entry.hashMaskLen(), 128u);
+  EXPECT_FALSE(entry.override());
+  EXPECT_EQ(entry.mode(), modePimNone);
+  EXPECT_TRUE(!entry.info());
+}
+
+TEST(RpHash, Equality_ComparesAllSixFields) {
+  const RpHash base = entryFor("239.0.0.0/8", "10.0.0.1");
+  EXPECT_EQ(base, entryFor("239.0.0.0/8", "10.0.0.1"));
+  EXPECT_NE(base, entryFor("239.0.0.0/9", "10.0.0.1"));
+  EXPECT_NE(base, entryFor("239.0.0.0/8", "10.0.0.2"));
+  EXPECT_NE(base, entryFor("239.0.0.0/8", "10.0.0.1", 11));
+  EXPECT_NE(base, RpHash(base.key(), base.address(), 10, 31, false, modePimSm));
+  EXPECT_NE(base, RpHash(base.key(), base.address(), 10, 30, true, modePimSm));
+  EXPECT_NE(base, RpHash(base.key(), base.address(), 10, 30, false, modePimBidir));
+}
+
+TEST(RpHash, StreamForm_Readable) {
+  std::ostringstream out;
+  out << entryFor("239.0.0.0/8", "10.0.0.1");
+  EXPECT_EQ(out.str(), "RpHash(239.0.0.0/8 -> 10.0.0.1, priority 10, hashMaskLen 30, override "
+                       "False, modePimSm)");
+}
+
+TEST(RpHashStatus, LookupNeverWritten_YieldsDefaultEntry) {
+  Kel::Ptr<RpHashStatus> table(new RpHashStatus);
+  const RpHash found = table->rpHash(IpGenPrefix("239.1.1.1/32"));
+  EXPECT_EQ(found, RpHash());
+  EXPECT_EQ(found.priority(), 256u);
+  EXPECT_EQ(found.hashMaskLen(), 128u);
+  EXPECT_FALSE(found.override());
+  EXPECT_EQ(found.mode(), modePimNone);
+  EXPECT_EQ(found.address().af(), Ipkit::ipunknown());
+}
+
+TEST(RpHashStatus, DeleteAbsentPrefix_ChangesNothing) {
+  Kel::Ptr<RpHashStatus> table(new RpHashStatus);
+  table->rpHashIs(entryFor("239.0.0.0/8", "10.0.0.1"));
+  Watcher watcher;
+  watcher.notifierIs(table);
+  table->rpHashDel(IpGenPrefix("232.0.0.0/8"));
+  EXPECT_TRUE(watcher.keys.empty());
+  EXPECT_EQ(table->rpHashs(), 1u);
+  EXPECT_EQ(table->rpHash(IpGenPrefix("239.0.0.0/8")), entryFor("239.0.0.0/8", "10.0.0.1"));
+  watcher.notifierIs(nullptr);
+}
+
+TEST(RpHashStatus, AddReplaceRemove_EachNotifiesKey_SameValueNotifiesNothing) {
+  Kel::Ptr<RpHashStatus> table(new RpHashStatus);
+  Watcher watcher;
+  watcher.notifierIs(table);
+  table->rpHashIs(entryFor("239.0.0.0/8", "10.0.0.1"));
+  table->rpHashIs(entryFor("239.0.0.0/8", "10.0.0.1"));
+  table->rpHashIs(entryFor("239.0.0.0/8", "10.0.0.2"));
+  table->rpHashDel(IpGenPrefix("239.0.0.0/8"));
+  EXPECT_EQ(watcher.keys, (std::vector<std::string>{"239.0.0.0/8", "239.0.0.0/8", "239.0.0.0/8"}));
+  EXPECT_EQ(table->rpHashs(), 0u);
+  watcher.notifierIs(nullptr);
+}
+
+TEST(RpHashStatus, ManyEntries_IterationAndCountSeeEveryOne) {
+  Kel::Ptr<RpHashStatus> table(new RpHashStatus);
+  for (unsigned i = 0; i < 5000; ++i) {
+    table->rpHashIs(RpHash(IpGenPrefix::hostPrefix(IpGenAddr::ip4(0xef000000u + i)),
+                           IpGenAddr("10.0.0.1"), i % 256, 30, false, modePimSm));
+  }
+  for (unsigned i = 0; i < 5000; i += 2) {
+    table->rpHashDel(IpGenPrefix::hostPrefix(IpGenAddr::ip4(0xef000000u + i)));
+  }
+  EXPECT_EQ(table->rpHashs(), 2500u);
+  std::size_t seen = 0;
+  for (const RpHash entry : table->rpHash()) {
+    const unsigned i = entry.key().address().ip4Addr().value() - 0xef000000u;
+    EXPECT_EQ(i % 2, 1u);
+    EXPECT_EQ(entry.priority(), i % 256);
+    ++seen;
+  }
+  EXPECT_EQ(seen, 2500u);
+  EXPECT_EQ(table->rpHash(IpGenPrefix::hostPrefix(IpGenAddr::ip4(0xef000001u))).priority(), 1u);
+  EXPECT_EQ(table->rpHash(IpGenPrefix::hostPrefix(IpGenAddr::ip4(0xef000002u))), RpHash());
+}
+
+TEST(RpHashStatus, Reader_SeesWriterChangesAndCannotWrite) {
+  Kel::Ptr<RpHashStatus> table(new RpHashStatus);
+  const auto reader = table->reader();
+  table->rpHashIs(entryFor("239.0.0.0/8", "10.0.0.1"));
+  EXPECT_EQ(reader.lookup(IpGenPrefix("239.0.0.0/8")).address(), IpGenAddr("10.0.0.1"));
+  EXPECT_EQ(reader.mode(), Mirra::AttachMode::reader);
+  auto copy = reader;
+  try {
+    copy.insert(entryFor("232.0.0.0/8", "10.0.0.1"));
+    FAIL() << "a reader wrote";
+  } catch (const Kel::RangeException& e) {
+    EXPECT_STREQ(e.what(), "MirraMap::insert() on a reader attachment not allowed");
+  }
+}
+
+TEST(RpHashStatus, CorruptedEntry_ReaderGetsExceptionAndHandlerRecordsMessage) {
+  Kel::Ptr<RpHashStatus> table(new RpHashStatus);
+  table->rpHashIs(entryFor("239.0.0.0/8", "10.0.0.1"));
+  table->rpHashIs(entryFor("232.0.0.0/8", "10.0.0.2"));
+  table->damageForTest(IpGenPrefix("239.0.0.0/8"));
+  Kel::TraceRing::instance().clear();
+  try {
+    table->rpHash(IpGenPrefix("239.0.0.0/8"));
+    FAIL() << "corruption went unnoticed";
+  } catch (const Mirra::CorruptionDetectedException& e) {
+    EXPECT_EQ(table->lastCorruption(), e.what());
+    EXPECT_NE(std::string(e.what()).find("fails its checksum"), std::string::npos);
+    const auto debug = Kel::TraceRing::instance().lines("Debug");
+    ASSERT_EQ(debug.size(), 1u);
+    EXPECT_EQ(debug[0], std::string("MirraMap::corruptionDetected() ") + e.what());
+  }
+  EXPECT_THROW(table->reader().lookup(IpGenPrefix("239.0.0.0/8")),
+               Mirra::CorruptionDetectedException);
+  // Other entries still read.
+  EXPECT_EQ(table->rpHash(IpGenPrefix("232.0.0.0/8")).address(), IpGenAddr("10.0.0.2"));
+}
+
+TEST(MirraMap, ReadyAndAdvertise_DebugMessagesAsWritten) {
+  RpHashStatus::Table table;
+  Kel::TraceRing::instance().clear();
+  table.collectionReadyIs(true, false);
+  table.advertiseCollectionReady(true);
+  table.advertiseCollectionReady(true);
+  table.advertiseCollectionReady(false);
+  table.detach();
+  EXPECT_EQ(Kel::TraceRing::instance().lines("Debug"),
+            (std::vector<std::string>{
+                "MirraMap::collectionReadyIs() ready:1 notifying:0",
+                "MirraMap::advertiseCollectionReady() in synchronous mode",
+                "MirraMap::advertiseCollectionReady() collection already advertised",
+                "MirraMap::advertiseCollectionReady() notifications unexpectedly disabled",
+                "MirraMap::detach() ",
+            }));
+  EXPECT_EQ(table.mode(), Mirra::AttachMode::reader);
+  EXPECT_EQ(table.members(), 0u);
+}
+
+}  // namespace
