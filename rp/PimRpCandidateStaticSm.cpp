@@ -1,0 +1,269 @@
+#include "rp/PimRpCandidateStaticSm.h"
+
+#include "framework/Kel/Assert.h"
+#include "framework/Kel/Exception.h"
+#include "framework/Kel/System.h"
+
+namespace Routing {
+namespace Pim {
+namespace Static {
+namespace {
+
+const char kClassName[] = "Routing::Pim::Static::RpCandidateSm";
+
+}  // namespace
+
+const Kel::TraceFile& RpCandidateSm::trace() {
+  static const Kel::TraceFile& file = Kel::TraceFile::named("PimRpCandidateStaticSm");
+  return file;
+}
+
+// ---- KelRpConfig ------------------------------------------------------------------------------
+
+RpCandidateSm::KelRpConfig::KelRpConfig(RpCandidateSm* owner,
+                                        const Kel::PtrConst<RpConfig>& rpConfig)
+    : owner_(owner) {
+  notifierIs(rpConfig);
+  for (const auto& [address, entry] : rpConfig->rpTable()) owner_->rpEntryIs(entry);
+}
+
+void RpCandidateSm::KelRpConfig::onRpTable(const Ipkit::IpGenAddr& address) {
+  if (const auto entry = notifier()->rpTable(address)) {
+    owner_->rpEntryIs(entry);
+    return;
+  }
+  const auto reactor = owner_->rpEntry(address);
+  if (!reactor) return;
+  // The reactor still holds the departed entry, so it can give back what the entry gave.
+  reactor->handleDel();
+  owner_->rpEntryDel(address);
+}
+
+// ---- RpCandidateSm ----------------------------------------------------------------------------
+
+RpCandidateSm::RpCandidateSm(const Kel::PtrConst<RpConfig>& rpConfig,
+                             const Kel::PtrConst<Acl::AclTypeConfig>& aclConfig,
+                             const Kel::Ptr<RpCandidateStatus>& crpStatus)
+    : rpConfig_(rpConfig),
+      aclConfig_(aclConfig),
+      crpStatus_(crpStatus),
+      vrfName_(rpConfig ? rpConfig->vrfName() : L3::VrfName()),
+      vrfTag_("<Vrf:" + vrfName_.string() + ">") {
+  KEL_ASSERT(trace(), rpConfig && aclConfig && crpStatus);
+  // Read before the start-up handlers below write their candidates, so that the check does not
+  // depend on whether they run before or after handleInitialize().
+  statusSurvived_ = !crpStatus_->crpSet().empty();
+  kelRpConfig_ = Kel::Ptr<KelRpConfig>(new KelRpConfig(this, rpConfig_));
+  kelAclConfig_ = Kel::Ptr<KelAclConfig>(new KelAclConfig(this, aclConfig_));
+  handleAclConfig();
+  handleInitialize();
+}
+
+RpCandidateSm::~RpCandidateSm() {
+  // A nested reactor may outlive us inside a dispatch in progress; detached, it cannot call back.
+  kelRpConfig_->notifierIs(nullptr);
+  kelAclConfig_->notifierIs(nullptr);
+  rpEntryDelAll();
+  aclDelAll();
+  rpStaticAclSmDelAll();
+  rpStaticAclDelAll();
+  pfxRefCountDelAll();
+}
+
+Kel::Ptr<RpCandidateSm::KelRpEntry> RpCandidateSm::rpEntryIs(const Kel::PtrConst<RpEntry>& entry) {
+  Kel::requireEntity(entry, kClassName, "rpEntry");
+  auto [reactor, created] = rpEntry_.insertNew(
+      entry->address(), [&] { return Kel::Ptr<KelRpEntry>(new KelRpEntry(this, entry)); });
+  if (created) {
+    reactor->handleGroup();
+    reactor->handleAcl();
+  }
+  return reactor;
+}
+
+void RpCandidateSm::rpEntryDel(const Ipkit::IpGenAddr& address) {
+  const Kel::Ptr<KelRpEntry> reactor = rpEntry_.find(address);
+  if (!rpEntry_.erase(address)) return;
+  reactor->notifierIs(nullptr);
+}
+
+void RpCandidateSm::rpEntryDelAll() {
+  while (!rpEntry_.empty()) rpEntryDel((*rpEntry_.begin()).first);
+}
+
+Kel::Ptr<RpCandidateSm::KelAcl> RpCandidateSm::aclIs(
+    const Kel::PtrConst<Acl::AclConfig>& aclConfig) {
+  Kel::requireEntity(aclConfig, kClassName, "acl");
+  return acl_
+      .insertNew(aclConfig->name(), [&] { return Kel::Ptr<KelAcl>(new KelAcl(this, aclConfig)); })
+      .first;
+}
+
+void RpCandidateSm::aclDel(const Kel::Name& name) {
+  const Kel::Ptr<KelAcl> reactor = acl_.find(name);
+  if (!acl_.erase(name)) return;
+  reactor->cfgDel();
+  reactor->notifierIs(nullptr);
+}
+
+void RpCandidateSm::aclDelAll() {
+  while (!acl_.empty()) aclDel((*acl_.begin()).first);
+}
+
+Kel::Ptr<RpStaticAcl> RpCandidateSm::rpStaticAclIs(const Kel::Name& name) {
+  const auto inserted =
+      rpStaticAcl_.insertNew(name, [&] { return Kel::Ptr<RpStaticAcl>(new RpStaticAcl(name)); });
+  const Kel::Ptr<RpStaticAcl>& rpStaticAcl = inserted.first;
+  if (!inserted.second) return rpStaticAcl;
+  KEL_TRACE(trace(), 8, vrfTag() << "Created RpStaticAcl object for acl " << name);
+  rpStaticAclSmIs(rpStaticAcl)->initializeIs(true);
+  return rpStaticAcl;
+}
+
+void RpCandidateSm::rpStaticAclDel(const Kel::Name& name) {
+  rpStaticAclSmDel(name);
+  rpStaticAcl_.erase(name);
+}
+
+void RpCandidateSm::rpStaticAclDelAll() {
+  while (!rpStaticAcl_.empty()) rpStaticAclDel((*rpStaticAcl_.begin()).first);
+}
+
+Kel::Ptr<RpCandidateSm::KelRpStaticAclSm> RpCandidateSm::rpStaticAclSmIs(
+    const Kel::Ptr<RpStaticAcl>& rpStaticAcl) {
+  Kel::requireEntity(rpStaticAcl, kClassName, "rpStaticAclSm");
+  return rpStaticAclSm_
+      .insertNew(
+          rpStaticAcl->aclName(),
+          [&] { return Kel::Ptr<KelRpStaticAclSm>(new KelRpStaticAclSm(this, rpStaticAcl)); })
+      .first;
+}
+
+void RpCandidateSm::rpStaticAclSmDel(const Kel::Name& name) {
+  const Kel::Ptr<KelRpStaticAclSm> reactor = rpStaticAclSm_.find(name);
+  if (!rpStaticAclSm_.erase(name)) return;
+  reactor->notifierIs(nullptr);
+}
+
+void RpCandidateSm::rpStaticAclSmDelAll() {
+  while (!rpStaticAclSm_.empty()) rpStaticAclSmDel((*rpStaticAclSm_.begin()).first);
+}
+
+Kel::Ptr<PrefixRefCount> RpCandidateSm::pfxRefCountIs(const Ipkit::IpGenAddr& address) {
+  return pfxRefCount_
+      .insertNew(address, [&] { return Kel::Ptr<PrefixRefCount>(new PrefixRefCount(address)); })
+      .first;
+}
+
+void RpCandidateSm::pfxRefCountDel(const Ipkit::IpGenAddr& address) { pfxRefCount_.erase(address); }
+
+void RpCandidateSm::pfxRefCountDelAll() {
+  pfxRefCount_.eraseAll([](const Ipkit::IpGenAddr&) {});
+}
+
+void RpCandidateSm::handleInitialize() {
+  KEL_TRACE(trace(), 9, vrfTag() << __PRETTY_FUNCTION__);
+  if (initialize_) return;
+  crpStatus_->rpSetTypeIs(rpTypeStatic);
+  if (statusSurvived_) {
+    doBuildRpStaticAcl();
+    doRemoveExtraStatusEntries();
+  }
+  KEL_TRACE(trace(), 5, vrfTag() << "Initialized CRP set");
+  initialize_ = true;
+}
+
+void RpCandidateSm::doRemoveExtraStatusEntries() {
+  KEL_TRACE(trace(), 9, vrfTag() << __PRETTY_FUNCTION__);
+  for (const auto& [prefix, readOnlySet] : crpStatus_->crpSet()) {
+    const auto set = crpStatus_->crpSetMutable(prefix);
+    for (const auto& [rp, candidate] : set->rp()) {
+      const auto entry = rpConfig_->rpTable(rp);
+      if (entry && doServes(*entry, prefix)) continue;
+      set->rpDel(rp);
+      KEL_TRACE(trace(), 8,
+                vrfTag() << "Deleted RP " << rp << " from prefix " << prefix << " in status");
+    }
+    if (!set->rp().empty()) continue;
+    KEL_TRACE(trace(), 8, vrfTag() << "Deleting prefix " << prefix << " from status");
+    crpStatus_->crpSetDel(prefix);
+  }
+}
+
+bool RpCandidateSm::doServes(const RpEntry& entry, const Ipkit::IpGenPrefix& prefix) const {
+  if (entry.group().contains(prefix)) return true;
+  for (const auto& [name, used] : entry.acl()) {
+    const auto rpStaticAcl = rpStaticAcl_.find(name);
+    if (rpStaticAcl && rpStaticAcl->grpPrefix().contains(prefix)) return true;
+  }
+  return false;
+}
+
+Kel::PtrConst<RpEntry> RpCandidateSm::doRpEntryOf(const Ipkit::IpGenAddr& address) const {
+  if (const auto reactor = rpEntry_.find(address)) {
+    if (reactor->notifier()) return reactor->notifier();
+  }
+  return rpConfig_->rpTable(address);
+}
+
+Kel::Ptr<RpStaticAcl> RpCandidateSm::doRpStaticAclMutable(const Kel::Name& name) const {
+  const auto* stored = rpStaticAcl_.findStored(name);
+  return stored ? *stored : nullptr;
+}
+
+void RpCandidateSm::doRefCountIs(const Ipkit::IpGenAddr& rp, const Ipkit::IpGenPrefix& prefix) {
+  if (pfxRefCount_.contains(rp)) return;
+  pfxRefCountIs(rp)->counterIs(prefix, 0);
+  KEL_TRACE(trace(), 8, vrfTag() << "Created refcount object for RP " << rp);
+}
+
+Kel::Ptr<RpCandidate> RpCandidateSm::doCandidateIs(const Ipkit::IpGenAddr& rp,
+                                                   const Ipkit::IpGenPrefix& prefix, Mode mode) {
+  auto set = crpStatus_->crpSetMutable(prefix);
+  if (!set) {
+    set = crpStatus_->crpSetIs(prefix);
+    KEL_TRACE(trace(), 5, vrfTag() << "Created group " << prefix << " CRP set");
+  }
+  if (auto candidate = set->rpMutable(rp)) return candidate;
+  auto candidate = set->rpIs(rp);
+  candidate->setupTimeIs(Kel::System::currentTime());
+  candidate->pimModeIs(mode);
+  return candidate;
+}
+
+U32 RpCandidateSm::doRefCountInc(const Ipkit::IpGenAddr& rp, const Ipkit::IpGenPrefix& prefix) {
+  const U32 count = pfxRefCountIs(rp)->counterInc(prefix, 1);
+  KEL_TRACE(trace(), 8, vrfTag() << "PrefixCounter for prefix " << prefix << " is " << count);
+  return count;
+}
+
+void RpCandidateSm::doCandidateRelease(const Ipkit::IpGenAddr& rp,
+                                       const Ipkit::IpGenPrefix& prefix) {
+  const auto counts = pfxRefCountIs(rp);
+  const U32 count = counts->counterDec(prefix, 1);
+  KEL_TRACE(trace(), 8, vrfTag() << "PrefixCounter for prefix " << prefix << " is " << count);
+  // Another source (a second list, or a list and the explicit group) still gives the prefix.
+  if (counts->counter(prefix) != 0) return;
+  counts->counterDel(prefix);
+  // The counts object itself stays, even empty: it goes only with the owner.
+  KEL_TRACE(trace(), 8, vrfTag() << "Deleted refcount object for RP " << rp);
+  const auto set = crpStatus_->crpSetMutable(prefix);
+  if (!set) return;
+  if (set->rp(rp)) {
+    set->rpDel(rp);
+    KEL_TRACE(trace(), 5, vrfTag() << "Deleted RP " << rp << " from " << prefix << " CRP set.");
+  }
+  if (!set->rp().empty()) return;
+  crpStatus_->crpSetDel(prefix);
+  KEL_TRACE(trace(), 5, vrfTag() << "Deleted group " << prefix << " CRP set");
+}
+
+Kel::Ptr<RpCandidateSm> rpCandidateSmFactory(const Kel::PtrConst<RpConfig>& rpConfig,
+                                             const Kel::PtrConst<Acl::AclTypeConfig>& aclConfig,
+                                             const Kel::Ptr<RpCandidateStatus>& crpStatus) {
+  return Kel::Ptr<RpCandidateSm>(new RpCandidateSm(rpConfig, aclConfig, crpStatus));
+}
+
+}  // namespace Static
+}  // namespace Pim
+}  // namespace Routing

@@ -1,0 +1,94 @@
+// RpCandidateSm::KelRpStaticAclSm and the list objects: carries each prefix that enters or leaves
+// a list's permitted set into the static status, for every RP that uses the list, with the
+// reference counts deciding when a candidate really goes.
+
+#include "framework/Kel/Assert.h"
+#include "rp/PimRpCandidateStaticSm.h"
+
+namespace Routing {
+namespace Pim {
+namespace Static {
+
+RpCandidateSm::KelRpStaticAclSm::KelRpStaticAclSm(RpCandidateSm* owner,
+                                                  const Kel::Ptr<RpStaticAcl>& rpStaticAcl)
+    : owner_(owner), rpStaticAcl_(rpStaticAcl), name_(rpStaticAcl->aclName()) {
+  notifierIs(rpStaticAcl);
+}
+
+void RpCandidateSm::KelRpStaticAclSm::initializeIs(bool initialize) {
+  if (initialize_ == initialize) return;
+  initialize_ = initialize;
+  if (initialize_) handleInitialize();
+}
+
+void RpCandidateSm::KelRpStaticAclSm::handleInitialize() {
+  KEL_TRACE(trace(), 9, owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
+  KEL_TRACE(trace(), 8, owner_->vrfTag() << "Acl name found in static RP config ");
+  const auto aclConfig = owner_->aclConfig()->acl(name_);
+  if (!aclConfig) return;
+  KEL_TRACE(trace(), 8, owner_->vrfTag() << "Acl name found in ACL config");
+  const auto subConfig = aclConfig->currCfg();
+  if (!subConfig) return;
+  Ipkit::IpGenPrefixSet permitted;
+  doPermittedPrefixes(*subConfig, permitted);
+  for (const auto& prefix : permitted) {
+    // Each new entry notifies this reactor, which gives the prefix to the list's RPs.
+    rpStaticAcl_->grpPrefixIs(prefix, true);
+    KEL_TRACE(trace(), 8,
+              owner_->vrfTag() << "Added prefix " << prefix << " to RpStaticAcl object for acl "
+                               << name_);
+  }
+  permitted.prefixDelAll();
+}
+
+void RpCandidateSm::KelRpStaticAclSm::handlePrefix(const Ipkit::IpGenPrefix& prefix) {
+  KEL_TRACE(trace(), 9,
+            owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
+  if (rpStaticAcl_->grpPrefix().contains(prefix)) {
+    KEL_TRACE(trace(), 9, owner_->vrfTag() << "Group added to RpStaticAcl Map ");
+    for (const auto& [rp, used] : rpStaticAcl_->rpAddr()) {
+      doPrefixEnter(prefix, rp);
+    }
+    return;
+  }
+  KEL_TRACE(trace(), 9, owner_->vrfTag() << "Group deleted from the RpStatiAcl Map ");
+  for (const auto& [rp, used] : rpStaticAcl_->rpAddr()) {
+    KEL_TRACE(
+        trace(), 9,
+        owner_->vrfTag() << "Removing RpCandidateStatus for prefix" << prefix << " and RP " << rp);
+    owner_->doCandidateRelease(rp, prefix);
+  }
+}
+
+void RpCandidateSm::KelRpStaticAclSm::doPrefixEnter(const Ipkit::IpGenPrefix& prefix,
+                                                    const Ipkit::IpGenAddr& rp) {
+  owner_->doRefCountIs(rp, prefix);
+  owner_->doRefCountInc(rp, prefix);
+  KEL_TRACE(trace(), 9,
+            owner_->vrfTag() << "Writing to RpCandidateStatus " << prefix << " for RP " << rp);
+  // rpAddr holds an RP only between its entry's doAclAdd and doAclRemove, while its reactor lives.
+  const auto entry = owner_->doRpEntryOf(rp);
+  KEL_ASSERT(trace(), entry);
+  auto candidate = owner_->doCandidateIs(rp, prefix, entry->mode());
+  // A prefix that enters later takes the list's values as they are, sentinels included.
+  candidate->priorityIs(entry->priorityAcl().contains(name_) ? entry->priorityAcl(name_)
+                                                             : kRpPriorityNone);
+  candidate->hashMaskLenIs(entry->hashMaskAcl().contains(name_) ? entry->hashMaskAcl(name_)
+                                                                : kRpHashMaskLenNone);
+  candidate->overrideIs(entry->overrideDynAcl().contains(name_) && entry->overrideDynAcl(name_));
+  KEL_TRACE(trace(), 5, owner_->vrfTag() << "Added RP " << rp << " into " << prefix << " CRP set.");
+}
+
+void RpCandidateSm::doBuildRpStaticAcl() {
+  KEL_TRACE(trace(), 9, vrfTag() << __PRETTY_FUNCTION__);
+  for (const auto& [address, entry] : rpConfig_->rpTable()) {
+    for (const auto& [name, used] : entry->acl()) {
+      // rpStaticAclIs traces the creation; an existing object is left as it is.
+      rpStaticAclIs(name);
+    }
+  }
+}
+
+}  // namespace Static
+}  // namespace Pim
+}  // namespace Routing

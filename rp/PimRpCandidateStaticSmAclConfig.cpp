@@ -1,0 +1,148 @@
+// RpCandidateSm's side of the access-list configuration: KelAclConfig, KelAcl and KelCfg keep
+// the grpPrefix of every used list equal to the group prefixes its IPv4 rules permit, changing it
+// only by difference so that a rule change costs downstream only the prefixes it really moves.
+
+#include "framework/Acl/AclToPrefix.h"
+#include "rp/PimRpCandidateStaticSm.h"
+
+namespace Routing {
+namespace Pim {
+namespace Static {
+
+void RpCandidateSm::doPermittedPrefixes(const Acl::AclSubConfig& subConfig,
+                                        Ipkit::IpGenPrefixSet& out) {
+  AclPrefix::AclToPrefix folder;
+  for (const auto& [sequence, id] : subConfig.ruleBySequence()) {
+    // A sequence entry whose rule is not (or no longer) written says nothing; folding the
+    // default rule in its place would deny everything after it.
+    const Acl::IpRuleConfig* rule = subConfig.ipRuleById().findStored(id);
+    if (rule == nullptr) continue;
+    folder.handleRule(*rule, false);
+  }
+  folder.PermittedPrefixes(out);
+}
+
+void RpCandidateSm::handleAclConfig() {
+  KEL_TRACE(trace(), 9, vrfTag() << __PRETTY_FUNCTION__);
+  for (const auto& [name, rpStaticAcl] : rpStaticAcl_) {
+    if (!aclConfig_->acl(name)) continue;
+    if (const auto reactor = rpStaticAclSm(name)) reactor->initializeIs(true);
+  }
+}
+
+void RpCandidateSm::handleAclConfig(const Kel::Name& name) {
+  KEL_TRACE(trace(), 9, vrfTag() << __PRETTY_FUNCTION__ << " ( " << name << " )");
+  const auto rpStaticAcl = doRpStaticAclMutable(name);
+  if (!rpStaticAcl) return;
+  const auto reactor = rpStaticAclSm(name);
+  if (aclConfig_->acl(name)) {
+    if (reactor) reactor->initializeIs(true);
+    return;
+  }
+  // Every prefix leaves the list's RPs through the reactor; the object stays while RPs list it.
+  rpStaticAcl->grpPrefixDelAll();
+  // So that the list's return fills grpPrefix again from its configuration.
+  if (reactor) reactor->initializeIs(false);
+}
+
+// ---- KelAclConfig -----------------------------------------------------------------------------
+
+RpCandidateSm::KelAclConfig::KelAclConfig(RpCandidateSm* owner,
+                                          const Kel::PtrConst<Acl::AclTypeConfig>& aclConfig)
+    : owner_(owner) {
+  notifierIs(aclConfig);
+  for (const auto& [name, acl] : aclConfig->acl()) owner_->aclIs(acl);
+}
+
+void RpCandidateSm::KelAclConfig::onAcl(const Kel::Name& name) {
+  owner_->handleAclConfig(name);
+  if (const auto acl = notifier()->acl(name)) {
+    owner_->aclIs(acl);
+  } else {
+    owner_->aclDel(name);
+  }
+}
+
+// ---- KelAcl -----------------------------------------------------------------------------------
+
+RpCandidateSm::KelAcl::KelAcl(RpCandidateSm* owner, const Kel::PtrConst<Acl::AclConfig>& aclConfig)
+    : owner_(owner), name_(aclConfig->name()) {
+  notifierIs(aclConfig);
+  // The rules present now are already folded into grpPrefix by the list object's own
+  // initialisation; only their later changes are this reactor's.
+  cfgIs(aclConfig->currCfg());
+}
+
+RpCandidateSm::KelAcl::~KelAcl() {
+  if (cfg_) cfg_->notifierIs(nullptr);
+}
+
+void RpCandidateSm::KelAcl::cfgIs(const Kel::PtrConst<Acl::AclSubConfig>& subConfig) {
+  if (cfg_ && cfg_->notifier() == subConfig) return;
+  if (cfg_) {
+    cfg_->notifierIs(nullptr);
+    cfg_ = nullptr;
+  }
+  if (subConfig) cfg_ = Kel::Ptr<KelCfg>(new KelCfg(this, subConfig));
+}
+
+void RpCandidateSm::KelAcl::onCurrCfg() {
+  cfgIs(notifier()->currCfg());
+  handleCfg();
+}
+
+void RpCandidateSm::KelAcl::handleCfg() {
+  KEL_TRACE(trace(), 9, owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
+  handleRule();
+}
+
+void RpCandidateSm::KelAcl::handleRule() {
+  KEL_TRACE(trace(), 9, owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
+  const auto rpStaticAcl = owner_->doRpStaticAclMutable(name_);
+  // Without a current sub-configuration the list keeps what it permitted: a sub-configuration
+  // being replaced must not take every prefix from its RPs and give them back a moment later.
+  const auto subConfig = notifier() ? notifier()->currCfg() : nullptr;
+  if (!rpStaticAcl || !subConfig) return;
+
+  Ipkit::IpGenPrefixSet permitted;
+  doPermittedPrefixes(*subConfig, permitted);
+  for (const auto& [prefix, present] : rpStaticAcl->grpPrefix()) {
+    if (!permitted.prefix(prefix)) rpStaticAcl->grpPrefixDel(prefix);
+  }
+  for (const auto& prefix : permitted) {
+    // An entry already present notifies nothing, so prefixes that stay cost nothing downstream.
+    rpStaticAcl->grpPrefixIs(prefix, true);
+    KEL_TRACE(trace(), 9,
+              owner_->vrfTag() << "Permit Rule Added to ACL " << name_ << ": Adding " << prefix
+                               << " to rpStaticAcl");
+  }
+  permitted.prefixDelAll();
+}
+
+// ---- KelCfg -----------------------------------------------------------------------------------
+
+RpCandidateSm::KelAcl::KelCfg::KelCfg(KelAcl* owner, const Kel::PtrConst<Acl::AclSubConfig>& cfg)
+    : owner_(owner) {
+  notifierIs(cfg);
+}
+
+void RpCandidateSm::KelAcl::KelCfg::onRuleBySequence(U32 sequence) {
+  (void)sequence;
+  owner_->handleRule();
+}
+
+void RpCandidateSm::KelAcl::KelCfg::onIpRuleById(const Acl::UniqueId& id) {
+  // Writers enter a rule before its sequence entry and drop it after, so only a rule changed in
+  // place under a live sequence entry changes the permitted space; the others would cost a fold
+  // that changes nothing.
+  if (!owner_->owner_->rpStaticAcl(owner_->name())) return;
+  for (const auto& [sequence, ruleId] : notifier()->ruleBySequence()) {
+    if (ruleId != id) continue;
+    owner_->handleRule();
+    return;
+  }
+}
+
+}  // namespace Static
+}  // namespace Pim
+}  // namespace Routing

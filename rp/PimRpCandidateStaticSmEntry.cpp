@@ -1,0 +1,275 @@
+// RpCandidateSm::KelRpEntry: what one configured RP gives to the static status, explicitly by
+// group prefix and through the access lists it names, and the per-group and per-list values.
+
+#include "framework/Kel/Assert.h"
+#include "rp/PimRpCandidateStaticSm.h"
+
+namespace Routing {
+namespace Pim {
+namespace Static {
+namespace {
+
+const char* trueFalse(bool value) { return value ? "True" : "False"; }
+
+}  // namespace
+
+RpCandidateSm::KelRpEntry::KelRpEntry(RpCandidateSm* owner, const Kel::PtrConst<RpEntry>& entry)
+    : owner_(owner), rpAddr_(entry->address()), name_(entry->address().valueToStrep()) {
+  notifierIs(entry);
+}
+
+void RpCandidateSm::KelRpEntry::handleGroup() {
+  KEL_TRACE(trace(), 9, owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
+  const auto config = entry();
+  for (const auto& [prefix, present] : config->group()) {
+    owner_->doRefCountIs(rpAddr_, prefix);
+    auto candidate = owner_->doCandidateIs(rpAddr_, prefix, config->mode());
+    doWriteGroupValues(*candidate, prefix);
+    KEL_TRACE(trace(), 5,
+              owner_->vrfTag() << "Added RP " << rpAddr_ << " into " << prefix << " CRP set.");
+    const U32 count = owner_->pfxRefCountIs(rpAddr_)->counterInc(prefix, 1);
+    KEL_TRACE(trace(), 8,
+              owner_->vrfTag() << "RefCount for group " << prefix << " related to RP " << rpAddr_
+                               << " = " << count);
+  }
+}
+
+void RpCandidateSm::KelRpEntry::handleGroup(const Ipkit::IpGenPrefix& prefix) {
+  KEL_TRACE(trace(), 9,
+            owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
+  // Presence of the key decides; the stored flag is not consulted.
+  if (entry()->group().contains(prefix)) {
+    doGroupAdd(prefix);
+  } else {
+    doGroupRemove(prefix);
+  }
+}
+
+void RpCandidateSm::KelRpEntry::handleAcl() {
+  KEL_TRACE(trace(), 9, owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
+  for (const auto& [name, present] : entry()->acl()) doAclAdd(name);
+}
+
+void RpCandidateSm::KelRpEntry::handleAcl(const Kel::String& name) {
+  KEL_TRACE(
+      trace(), 9,
+      owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << this->name() << " ( " << name << " )");
+  if (entry()->acl().contains(name)) {
+    doAclAdd(name);
+  } else {
+    doAclRemove(name);
+  }
+}
+
+void RpCandidateSm::KelRpEntry::doWriteGroupValues(RpCandidate& candidate,
+                                                   const Ipkit::IpGenPrefix& prefix) const {
+  const auto config = entry();
+  // A group add writes all three values, the sentinels for what is not configured, even over
+  // values a list wrote: the explicit binding is the operator's latest word on this prefix.
+  candidate.priorityIs(config->priorityGrp().contains(prefix) ? config->priorityGrp(prefix)
+                                                              : kRpPriorityNone);
+  candidate.hashMaskLenIs(config->hashMaskGrp().contains(prefix) ? config->hashMaskGrp(prefix)
+                                                                 : kRpHashMaskLenNone);
+  candidate.overrideIs(config->overrideDynGrp().contains(prefix) && config->overrideDynGrp(prefix));
+}
+
+void RpCandidateSm::KelRpEntry::doGroupAdd(const Ipkit::IpGenPrefix& prefix) {
+  KEL_TRACE(trace(), 9,
+            owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
+  owner_->doRefCountIs(rpAddr_, prefix);
+  auto candidate = owner_->doCandidateIs(rpAddr_, prefix, entry()->mode());
+  doWriteGroupValues(*candidate, prefix);
+  KEL_TRACE(trace(), 5,
+            owner_->vrfTag() << "Added RP " << rpAddr_ << " into " << prefix << " CRP set.");
+  owner_->doRefCountInc(rpAddr_, prefix);
+}
+
+void RpCandidateSm::KelRpEntry::doGroupRemove(const Ipkit::IpGenPrefix& prefix) {
+  KEL_TRACE(trace(), 9,
+            owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
+  owner_->doCandidateRelease(rpAddr_, prefix);
+}
+
+void RpCandidateSm::KelRpEntry::doAclAdd(const Kel::String& name) {
+  KEL_TRACE(
+      trace(), 9,
+      owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << this->name() << " ( " << name << " )");
+  const auto rpStaticAcl = owner_->rpStaticAclIs(name);
+  // The list already counts for this RP: counting its prefixes again would keep them after the
+  // list is gone.
+  if (rpStaticAcl->rpAddr().contains(rpAddr_)) return;
+  rpStaticAcl->rpAddrIs(rpAddr_, true);
+  KEL_TRACE(
+      trace(), 8,
+      owner_->vrfTag() << "Added RP " << rpAddr_ << " to RpStaticAcl object for acl " << name);
+  const auto config = entry();
+  // Only real values are written: a list without its own priority or hash mask leaves what an
+  // explicit group binding set. The override is the list's either way.
+  const bool hasPriority =
+      config->priorityAcl().contains(name) && config->priorityAcl(name) != kRpPriorityNone;
+  const bool hasHashMask =
+      config->hashMaskAcl().contains(name) && config->hashMaskAcl(name) != kRpHashMaskLenNone;
+  const bool override = config->overrideDynAcl().contains(name) && config->overrideDynAcl(name);
+  for (const auto& [prefix, permitted] : rpStaticAcl->grpPrefix()) {
+    owner_->doRefCountIs(rpAddr_, prefix);
+    auto candidate = owner_->doCandidateIs(rpAddr_, prefix, config->mode());
+    if (hasPriority) candidate->priorityIs(config->priorityAcl(name));
+    if (hasHashMask) candidate->hashMaskLenIs(config->hashMaskAcl(name));
+    candidate->overrideIs(override);
+    owner_->doRefCountInc(rpAddr_, prefix);
+  }
+}
+
+void RpCandidateSm::KelRpEntry::doAclRemove(const Kel::String& name) {
+  KEL_TRACE(
+      trace(), 9,
+      owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << this->name() << " ( " << name << " )");
+  const auto rpStaticAcl = owner_->doRpStaticAclMutable(name);
+  // Not counted for this RP, so there is nothing of the list's to give back.
+  if (!rpStaticAcl || !rpStaticAcl->rpAddr().contains(rpAddr_)) return;
+  for (const auto& [prefix, permitted] : rpStaticAcl->grpPrefix()) {
+    owner_->doCandidateRelease(rpAddr_, prefix);
+  }
+  rpStaticAcl->rpAddrDel(rpAddr_);
+  KEL_TRACE(
+      trace(), 8,
+      owner_->vrfTag() << "Deleted RP " << rpAddr_ << "from RpStaticAcl object for acl " << name);
+  if (!rpStaticAcl->rpAddr().empty()) return;
+  owner_->rpStaticAclDel(name);
+  KEL_TRACE(trace(), 8, owner_->vrfTag() << "Deleted RpStaticAcl object for acl " << name);
+}
+
+bool RpCandidateSm::KelRpEntry::doUsesAcl(const Kel::String& name) const {
+  const auto rpStaticAcl = owner_->rpStaticAcl(name);
+  return rpStaticAcl && rpStaticAcl->rpAddr().contains(rpAddr_);
+}
+
+void RpCandidateSm::KelRpEntry::handlePriorityGrp(const Ipkit::IpGenPrefix& prefix) {
+  KEL_TRACE(trace(), 9,
+            owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
+  const auto config = entry();
+  // A value for a prefix this RP does not serve explicitly is not the explicit binding's to
+  // write: the candidate, if any, belongs to a list.
+  if (!config->group().contains(prefix)) return;
+  const auto set = owner_->crpStatus()->crpSetMutable(prefix);
+  const auto candidate = set ? set->rpMutable(rpAddr_) : nullptr;
+  if (!candidate) return;
+  const RpPriority priority =
+      config->priorityGrp().contains(prefix) ? config->priorityGrp(prefix) : kRpPriorityNone;
+  candidate->priorityIs(priority);
+  KEL_TRACE(trace(), 5,
+            owner_->vrfTag() << "Set priority = " << priority << " for prefix " << prefix
+                             << " and RP " << rpAddr_);
+}
+
+void RpCandidateSm::KelRpEntry::handleHashMaskGrp(const Ipkit::IpGenPrefix& prefix) {
+  KEL_TRACE(trace(), 9,
+            owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
+  const auto config = entry();
+  if (!config->group().contains(prefix)) return;
+  const auto set = owner_->crpStatus()->crpSetMutable(prefix);
+  const auto candidate = set ? set->rpMutable(rpAddr_) : nullptr;
+  if (!candidate) return;
+  const RpHashMaskLen hashMask =
+      config->hashMaskGrp().contains(prefix) ? config->hashMaskGrp(prefix) : kRpHashMaskLenNone;
+  candidate->hashMaskLenIs(hashMask);
+  KEL_TRACE(trace(), 5,
+            owner_->vrfTag() << "Set hashmask = " << hashMask << " for prefix " << prefix
+                             << " and RP " << rpAddr_);
+}
+
+void RpCandidateSm::KelRpEntry::handleOverrideDynGrp(const Ipkit::IpGenPrefix& prefix) {
+  KEL_TRACE(trace(), 9,
+            owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
+  const auto config = entry();
+  if (!config->group().contains(prefix)) return;
+  const auto set = owner_->crpStatus()->crpSetMutable(prefix);
+  const auto candidate = set ? set->rpMutable(rpAddr_) : nullptr;
+  if (!candidate) return;
+  const bool override = config->overrideDynGrp().contains(prefix) && config->overrideDynGrp(prefix);
+  candidate->overrideIs(override);
+  KEL_TRACE(trace(), 5,
+            owner_->vrfTag() << "Setting overrride = " << trueFalse(override) << " for prefix "
+                             << prefix << " and RP " << rpAddr_);
+}
+
+void RpCandidateSm::KelRpEntry::handlePriorityAcl(const Kel::String& name) {
+  KEL_TRACE(
+      trace(), 9,
+      owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << this->name() << " ( " << name << " )");
+  if (!doUsesAcl(name)) return;
+  const auto config = entry();
+  // Unlike a list add, the sentinel is written: the list's priority was removed, and the
+  // candidates it gave must stop carrying it.
+  const RpPriority priority =
+      config->priorityAcl().contains(name) ? config->priorityAcl(name) : kRpPriorityNone;
+  for (const auto& [prefix, permitted] : owner_->rpStaticAcl(name)->grpPrefix()) {
+    const auto set = owner_->crpStatus()->crpSetMutable(prefix);
+    const auto candidate = set ? set->rpMutable(rpAddr_) : nullptr;
+    if (!candidate) continue;
+    candidate->priorityIs(priority);
+    KEL_TRACE(trace(), 5,
+              owner_->vrfTag() << "Set priority = " << priority << " for acl " << name << " and RP "
+                               << rpAddr_ << " in " << prefix << " CRP set");
+  }
+}
+
+void RpCandidateSm::KelRpEntry::handleHashMaskAcl(const Kel::String& name) {
+  KEL_TRACE(
+      trace(), 9,
+      owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << this->name() << " ( " << name << " )");
+  if (!doUsesAcl(name)) return;
+  const auto config = entry();
+  const RpHashMaskLen hashMask =
+      config->hashMaskAcl().contains(name) ? config->hashMaskAcl(name) : kRpHashMaskLenNone;
+  for (const auto& [prefix, permitted] : owner_->rpStaticAcl(name)->grpPrefix()) {
+    const auto set = owner_->crpStatus()->crpSetMutable(prefix);
+    const auto candidate = set ? set->rpMutable(rpAddr_) : nullptr;
+    if (!candidate) continue;
+    candidate->hashMaskLenIs(hashMask);
+    KEL_TRACE(trace(), 5,
+              owner_->vrfTag() << "Set hashmask = " << hashMask << " for acl " << name << " and RP "
+                               << rpAddr_ << " in " << prefix << " CRP set");
+  }
+}
+
+void RpCandidateSm::KelRpEntry::handleOverrideDynAcl(const Kel::String& name) {
+  KEL_TRACE(
+      trace(), 9,
+      owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << this->name() << " ( " << name << " )");
+  if (!doUsesAcl(name)) return;
+  const auto config = entry();
+  const bool override = config->overrideDynAcl().contains(name) && config->overrideDynAcl(name);
+  for (const auto& [prefix, permitted] : owner_->rpStaticAcl(name)->grpPrefix()) {
+    const auto set = owner_->crpStatus()->crpSetMutable(prefix);
+    const auto candidate = set ? set->rpMutable(rpAddr_) : nullptr;
+    if (!candidate) continue;
+    candidate->overrideIs(override);
+    KEL_TRACE(trace(), 5,
+              owner_->vrfTag() << "Setting overrride = " << trueFalse(override) << " for acl "
+                               << name << " and RP " << rpAddr_);
+  }
+}
+
+void RpCandidateSm::KelRpEntry::handleMode() {
+  KEL_TRACE(trace(), 9, owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
+  const Mode mode = entry()->mode();
+  const auto& status = owner_->crpStatus();
+  for (const auto& [prefix, set] : status->crpSet()) {
+    if (const auto candidate = status->crpSetMutable(prefix)->rpMutable(rpAddr_)) {
+      candidate->pimModeIs(mode);
+    }
+  }
+}
+
+void RpCandidateSm::KelRpEntry::handleDel() {
+  KEL_TRACE(trace(), 9, owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
+  const auto config = entry();
+  KEL_ASSERT(trace(), config);
+  for (const auto& [prefix, present] : config->group()) doGroupRemove(prefix);
+  for (const auto& [name, present] : config->acl()) doAclRemove(name);
+}
+
+}  // namespace Static
+}  // namespace Pim
+}  // namespace Routing
