@@ -106,13 +106,6 @@ bool parseIp6(const char* p, const char* end, std::array<std::uint8_t, 16>* out)
 
 }  // namespace
 
-IpGenAddr::IpGenAddr(Ip4Addr addr) : af_(AddressFamily::ipv4), bytes_{} {
-  bytes_[0] = static_cast<std::uint8_t>(addr.value() >> 24);
-  bytes_[1] = static_cast<std::uint8_t>(addr.value() >> 16);
-  bytes_[2] = static_cast<std::uint8_t>(addr.value() >> 8);
-  bytes_[3] = static_cast<std::uint8_t>(addr.value());
-}
-
 IpGenAddr::IpGenAddr(const Kel::String& text) : IpGenAddr(text.begin(), text.end()) {}
 
 IpGenAddr::IpGenAddr(Kel::String::const_iterator first, Kel::String::const_iterator last)

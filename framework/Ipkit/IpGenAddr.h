@@ -33,7 +33,12 @@ namespace Ipkit {
 class IpGenAddr {
  public:
   IpGenAddr() : af_(AddressFamily::ipunknown), bytes_{} {}
-  explicit IpGenAddr(Ip4Addr addr);
+  explicit IpGenAddr(Ip4Addr addr) : af_(AddressFamily::ipv4), bytes_{} {
+    bytes_[0] = static_cast<std::uint8_t>(addr.value() >> 24);
+    bytes_[1] = static_cast<std::uint8_t>(addr.value() >> 16);
+    bytes_[2] = static_cast<std::uint8_t>(addr.value() >> 8);
+    bytes_[3] = static_cast<std::uint8_t>(addr.value());
+  }
   explicit IpGenAddr(const Ip6Addr& addr) : af_(AddressFamily::ipv6), bytes_(addr.bytes()) {}
   // Dotted quad, or IPv6 text when the text holds a ':'.
   explicit IpGenAddr(const Kel::String& text);
@@ -64,6 +69,9 @@ class IpGenAddr {
   bool operator>=(const IpGenAddr& other) const { return compare(other) >= 0; }
 
  private:
+  // Clears host bits in place, which no public mutator offers.
+  friend class IpGenPrefix;
+
   int compare(const IpGenAddr& other) const {
     if (af_ != other.af_) return af_ < other.af_ ? -1 : 1;
     return std::memcmp(bytes_.data(), other.bytes_.data(), bytes_.size());

@@ -13,26 +13,13 @@ unsigned maxLen(AddressFamily af) { return af == AddressFamily::ipv4 ? 32u : 128
 
 }  // namespace
 
-IpGenPrefix::IpGenPrefix(const IpGenAddr& addr, unsigned len) : len_(0) {
+void IpGenPrefix::refuseLength(const IpGenAddr& addr, unsigned len) {
   if (addr.af() == AddressFamily::ipunknown) {
     throw Kel::RangeException("prefix needs an IPv4 or IPv6 address, got unknown");
   }
-  if (len > maxLen(addr.af())) {
-    std::ostringstream os;
-    os << "prefix length " << len << " above " << maxLen(addr.af()) << " for " << addr;
-    throw Kel::RangeException(os.str());
-  }
-  std::array<std::uint8_t, 16> bytes = addr.bytes();
-  const unsigned whole = len / 8u;
-  const unsigned rest = len % 8u;
-  if (rest != 0) bytes[whole] = static_cast<std::uint8_t>(bytes[whole] & (0xffu << (8u - rest)));
-  std::fill(bytes.begin() + static_cast<long>(whole + (rest != 0 ? 1u : 0u)), bytes.end(), 0);
-  addr_ = addr.af() == AddressFamily::ipv4
-              ? IpGenAddr(Ip4Addr((static_cast<std::uint32_t>(bytes[0]) << 24) |
-                                  (static_cast<std::uint32_t>(bytes[1]) << 16) |
-                                  (static_cast<std::uint32_t>(bytes[2]) << 8) | bytes[3]))
-              : IpGenAddr(Ip6Addr(bytes));
-  len_ = static_cast<std::uint8_t>(len);
+  std::ostringstream os;
+  os << "prefix length " << len << " above " << maxLen(addr.af()) << " for " << addr;
+  throw Kel::RangeException(os.str());
 }
 
 IpGenPrefix::IpGenPrefix(const Kel::String& text) : IpGenPrefix(text.begin(), text.end()) {}

@@ -31,8 +31,16 @@ class IpGenPrefix {
  public:
   IpGenPrefix() : len_(0) {}
   // Clears the host bits of addr. Throws Kel::RangeException when addr is unknown or len is
-  // longer than the family's address.
-  IpGenPrefix(const IpGenAddr& addr, unsigned len);
+  // longer than the family's address. Inline: lookups build their answers through it.
+  IpGenPrefix(const IpGenAddr& addr, unsigned len) : addr_(addr), len_(0) {
+    const unsigned max = addr.af() == AddressFamily::ipv4 ? 32u : 128u;
+    if (addr.af() == AddressFamily::ipunknown || len > max) refuseLength(addr, len);
+    len_ = static_cast<std::uint8_t>(len);
+    const unsigned whole = len / 8u;
+    const unsigned rest = len % 8u;
+    if (rest != 0) addr_.bytes_[whole] &= static_cast<std::uint8_t>(0xffu << (8u - rest));
+    for (unsigned i = whole + (rest != 0 ? 1u : 0u); i < 16u; ++i) addr_.bytes_[i] = 0;
+  }
   explicit IpGenPrefix(const Kel::String& text);
   IpGenPrefix(Kel::String::const_iterator first, Kel::String::const_iterator last);
 
@@ -62,6 +70,8 @@ class IpGenPrefix {
   bool operator>=(const IpGenPrefix& other) const { return compare(other) >= 0; }
 
  private:
+  [[noreturn]] static void refuseLength(const IpGenAddr& addr, unsigned len);
+
   int compare(const IpGenPrefix& other) const {
     if (addr_ != other.addr_) return addr_ < other.addr_ ? -1 : 1;
     if (len_ != other.len_) return len_ < other.len_ ? -1 : 1;

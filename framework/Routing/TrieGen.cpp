@@ -1,7 +1,6 @@
 #include "framework/Routing/TrieGen.h"
 
 #include <algorithm>
-#include <array>
 #include <sstream>
 
 #include "framework/Kel/Exception.h"
@@ -66,19 +65,6 @@ TrieGen::Key TrieGen::keyOf(const Ipkit::IpGenPrefix& prefix) const {
   return Key{loadBigEndian(bytes.data()), loadBigEndian(bytes.data() + 8), prefix.len()};
 }
 
-Ipkit::IpGenPrefix TrieGen::prefixOf(const Node& node) const {
-  if (af_ == Ipkit::ipv4()) {
-    return Ipkit::IpGenPrefix(Ipkit::IpGenAddr::ip4(static_cast<std::uint32_t>(node.hi >> 32)),
-                              node.len);
-  }
-  std::array<std::uint8_t, 16> bytes;
-  for (int i = 0; i < 8; ++i) {
-    bytes[static_cast<std::size_t>(i)] = static_cast<std::uint8_t>(node.hi >> (56 - 8 * i));
-    bytes[static_cast<std::size_t>(8 + i)] = static_cast<std::uint8_t>(node.lo >> (56 - 8 * i));
-  }
-  return Ipkit::IpGenPrefix(Ipkit::IpGenAddr(Ipkit::Ip6Addr(bytes)), node.len);
-}
-
 std::uint32_t TrieGen::nodeNew(std::uint64_t hi, std::uint64_t lo, unsigned len) {
   const Node fresh{hi, lo, {kNil, kNil}, static_cast<std::uint8_t>(len), false};
   if (freeHead_ != kNil) {
@@ -89,7 +75,8 @@ std::uint32_t TrieGen::nodeNew(std::uint64_t hi, std::uint64_t lo, unsigned len)
     values_[index] = 0;
     return index;
   }
-  if (nodes_.size() >= kNil) throw Kel::RangeException("trie '" + name_ + "' is full");
+  // Indices keep their top bit free for the stride table's leaf mark.
+  if (nodes_.size() >= kLeaf) throw Kel::RangeException("trie '" + name_ + "' is full");
   nodes_.push_back(fresh);
   values_.push_back(0);
   return static_cast<std::uint32_t>(nodes_.size() - 1);
@@ -158,12 +145,18 @@ void TrieGen::routeIs(const Ipkit::IpGenPrefix& prefix, std::uint32_t value) {
     side = bitAt(key.hi, key.lo, node.len);
     cur = node.child[side];
   }
+  const bool parentWasLeaf =
+      parent != kNil && nodes_[parent].child[0] == kNil && nodes_[parent].child[1] == kNil;
   const std::uint32_t leaf = nodeNew(key.hi, key.lo, key.len);
   nodes_[leaf].hasRoute = true;
   values_[leaf] = value;
   link(parent, side, leaf);
   ++routes_;
-  strideChanged(key.hi, parent == kNil ? 0 : nodes_[parent].len + 1u);
+  if (parent == kNil || nodes_[parent].len < kStrideBits) {
+    strideChanged(key.hi, parent == kNil ? 0 : nodes_[parent].len + 1u);
+  } else if (parentWasLeaf) {
+    strideChanged(key.hi, kStrideBits);  // the parent may be an entry marked as a leaf
+  }
   strideResize();
 }
 
@@ -220,7 +213,11 @@ void TrieGen::routeDel(const Ipkit::IpGenPrefix& prefix) {
   Node& up = nodes_[parent];
   up.child[parentSide] = kNil;
   if (up.hasRoute) {
-    strideChanged(key.hi, up.len + 1u);
+    if (up.len < kStrideBits) {
+      strideChanged(key.hi, up.len + 1u);
+    } else if (up.child[parentSide ^ 1u] == kNil) {
+      strideChanged(key.hi, kStrideBits);  // the parent may be an entry, now a leaf
+    }
   } else {
     // A node without a route had two children; with one left it no longer branches.
     link(grandparent, grandparentSide, up.child[parentSide ^ 1u]);
@@ -233,7 +230,7 @@ void TrieGen::routeDel(const Ipkit::IpGenPrefix& prefix) {
 void TrieGen::strideChanged(std::uint64_t hi, unsigned len) {
   if (stride_.empty() || len > kStrideBits) return;
   // Redo the walk down to depth len once; strideFill takes it from there for the whole range.
-  std::uint32_t best = kNil;
+  std::uint8_t bestLen = kNoRoute;
   std::uint32_t cur = root_;
   while (cur != kNil && nodes_[cur].len < len) {
     const Node& node = nodes_[cur];
@@ -241,34 +238,47 @@ void TrieGen::strideChanged(std::uint64_t hi, unsigned len) {
       cur = kNil;
       break;
     }
-    if (node.hasRoute) best = cur;
+    if (node.hasRoute) bestLen = node.len;
     cur = node.child[bitAt(hi, 0, node.len)];
   }
   const auto first = static_cast<std::uint32_t>((hi & kMasks.hi[len]) >> (64 - kStrideBits));
-  strideFill(cur, best, first, len);
+  strideFill(cur, bestLen, first, len);
 }
 
-void TrieGen::strideFill(std::uint32_t cur, std::uint32_t best, std::uint32_t first, unsigned len) {
+void TrieGen::strideFill(std::uint32_t cur, std::uint8_t bestLen, std::uint32_t first,
+                         unsigned len) {
   const std::uint32_t count = 1u << (kStrideBits - len);
+  const Slot ended{kNil, 0, 0, bestLen};  // walks that end before the table's depth
   const auto fill = [&](std::uint32_t from, std::uint32_t to, Slot slot) {
     std::fill(stride_.begin() + from, stride_.begin() + to, slot);
   };
-  if (cur == kNil || nodes_[cur].len >= kStrideBits) {
-    // Past the table's depth: whether the node matches is for the lookup to find out.
-    fill(first, first + count, Slot{cur, best});
+  if (cur == kNil) {
+    fill(first, first + count, ended);
     return;
   }
   const Node& node = nodes_[cur];
+  if (node.len >= kStrideBits) {
+    // Past the table's depth the node's prefix covers one slot at most; walks of the others
+    // part from it within the first kStrideBits bits and end there.
+    fill(first, first + count, ended);
+    const auto own = static_cast<std::uint32_t>(node.hi >> (64 - kStrideBits));
+    if (own >= first && own < first + count) {
+      const bool leaf = node.child[0] == kNil && node.child[1] == kNil && node.len <= 32;
+      stride_[own] = Slot{cur | (leaf ? kLeaf : 0u), static_cast<std::uint16_t>(node.hi >> 32),
+                          node.len, bestLen};
+    }
+    return;
+  }
   const auto nodeFirst = static_cast<std::uint32_t>(node.hi >> (64 - kStrideBits));
   const std::uint32_t nodeCount = 1u << (kStrideBits - node.len);
   if (nodeFirst < first || nodeFirst >= first + count) {
-    fill(first, first + count, Slot{kNil, best});
+    fill(first, first + count, ended);
     return;
   }
   // Walks outside the node's prefix end at the node; those inside go on to its children.
-  fill(first, nodeFirst, Slot{kNil, best});
-  fill(nodeFirst + nodeCount, first + count, Slot{kNil, best});
-  const std::uint32_t below = node.hasRoute ? cur : best;
+  fill(first, nodeFirst, ended);
+  fill(nodeFirst + nodeCount, first + count, ended);
+  const std::uint8_t below = node.hasRoute ? node.len : bestLen;
   const std::uint32_t left = node.child[0];
   const std::uint32_t right = node.child[1];
   const unsigned childLen = node.len + 1u;
@@ -289,7 +299,10 @@ void TrieGen::strideResize() {
 
 std::uint32_t TrieGen::find(const Key& key) const {
   std::uint32_t cur = root_;
-  if (!stride_.empty() && key.len >= kStrideBits) cur = stride_[key.hi >> (64 - kStrideBits)].entry;
+  if (!stride_.empty() && key.len >= kStrideBits) {
+    const std::uint32_t entry = stride_[key.hi >> (64 - kStrideBits)].entry;
+    cur = entry == kNil ? kNil : entry & ~kLeaf;
+  }
   while (cur != kNil) {
     const Node& node = nodes_[cur];
     if (node.len > key.len || ((key.hi ^ node.hi) & kMasks.hi[node.len]) != 0 ||
@@ -303,13 +316,31 @@ std::uint32_t TrieGen::find(const Key& key) const {
 }
 
 Ipkit::IpGenPrefix TrieGen::longestMatch(const Ipkit::IpGenPrefix& prefix) const {
+  if (prefix.af() != af_) return Ipkit::IpGenPrefix();
   const Key key = keyOf(prefix);
-  std::uint32_t best = kNil;
+  // Only the length of the best route is kept: the route contains the key, so its prefix is the
+  // key cut to that length, and building the answer needs no further node.
+  unsigned bestLen = kNoRoute;
   std::uint32_t cur = root_;
   if (!stride_.empty() && key.len >= kStrideBits) {
     const Slot slot = stride_[key.hi >> (64 - kStrideBits)];
-    cur = slot.entry;
-    best = slot.best;
+    cur = kNil;
+    bestLen = slot.bestLen;
+    if (slot.entry != kNil) {
+      // The entry's first 16 bits are the slot's; compare its bits 16 .. min(len, 32) here. A
+      // difference, or an entry longer than the key, ends the walk at the entry. A leaf that
+      // passes is matched in full, and being a leaf it carries a route.
+      const unsigned checked = std::min(unsigned{slot.entryLen}, 32u) - kStrideBits;
+      const auto mask = static_cast<std::uint16_t>(~(0xffffu >> checked));
+      const auto diff = static_cast<std::uint16_t>((key.hi >> 32) ^ slot.entryBits);
+      if (slot.entryLen <= key.len && (diff & mask) == 0) {
+        if ((slot.entry & kLeaf) != 0) {
+          bestLen = slot.entryLen;
+        } else {
+          cur = slot.entry;
+        }
+      }
+    }
   }
   while (cur != kNil) {
     const Node& node = nodes_[cur];
@@ -317,19 +348,21 @@ Ipkit::IpGenPrefix TrieGen::longestMatch(const Ipkit::IpGenPrefix& prefix) const
         ((key.lo ^ node.lo) & kMasks.lo[node.len]) != 0) {
       break;
     }
-    if (node.hasRoute) best = cur;
+    if (node.hasRoute) bestLen = node.len;
     if (node.len == key.len) break;
     cur = node.child[bitAt(key.hi, key.lo, node.len)];
   }
-  return best == kNil ? Ipkit::IpGenPrefix() : prefixOf(nodes_[best]);
+  return bestLen == kNoRoute ? Ipkit::IpGenPrefix() : Ipkit::IpGenPrefix(prefix.address(), bestLen);
 }
 
 std::uint32_t TrieGen::route(const Ipkit::IpGenPrefix& prefix) const {
+  if (prefix.af() != af_) return 0;
   const std::uint32_t index = find(keyOf(prefix));
   return index == kNil ? 0 : values_[index];
 }
 
 bool TrieGen::hasRoute(const Ipkit::IpGenPrefix& prefix) const {
+  if (prefix.af() != af_) return false;
   return find(keyOf(prefix)) != kNil;
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 // Routing::TrieGen: a path-compressed binary prefix trie (PATRICIA style) over the prefixes of one
 // address family, mapping each stored prefix to a 32-bit value. It answers "which configured
-// group range is the most specific one covering this group" without scanning the ranges.
+// group range is the longest one covering this group" without scanning the ranges.
 //
 // Invariants:
 //  1. Every node holds a prefix; a child's prefix extends its parent's and sits on the side given
@@ -11,7 +11,7 @@
 //     route is left.
 //  3. Each operation walks at most one node per address bit (33 for IPv4, 129 for IPv6), whatever
 //     the number of routes.
-//  4. Nodes live in one vector and refer to each other by index; freed slots are kept on a free
+//  4. Nodes live in one vector and refer to each other by index; freed nodes are kept on a free
 //     list and reused, so churn does not allocate per node.
 //  5. All prefixes handed in are of af(); any other family, the empty prefix included, is refused
 //     with Kel::RangeException naming the prefix, and the trie is left unchanged.
@@ -20,8 +20,8 @@
 //     the longest route it would have passed on the way. Lookups of prefixes at least that long
 //     start there, skipping the top of the trie, where a walk spends most of its time once the
 //     trie no longer fits in cache. The table always agrees with the nodes: a change at depth
-//     d < kStrideBits rewrites the 2^(kStrideBits - d) entries under it (a fixed bound, not a scan
-//     of routes). Below kStrideOffNodes nodes the table is dropped again.
+//     d <= kStrideBits rewrites the 2^(kStrideBits - d) entries under it (a fixed bound, not a
+//     scan of routes). The table takes 512 KiB; below kStrideOffNodes nodes it is dropped again.
 
 #include <cstddef>
 #include <cstdint>
@@ -50,17 +50,17 @@ class TrieGen : public Kel::PtrInterface {
   void routeDel(const Ipkit::IpGenPrefix& prefix);
 
   // The longest stored prefix that contains prefix (itself included), or the empty prefix.
-  // REQUIRES: prefix.af() == af().
+  // A prefix of another family (a group of the other family, say) is contained by nothing here.
   Ipkit::IpGenPrefix longestMatch(const Ipkit::IpGenPrefix& prefix) const;
-  // The value stored for exactly this prefix, 0 when it has no route.
-  // REQUIRES: prefix.af() == af().
+  // The value stored for exactly this prefix, 0 when it has no route (or is of another family).
   std::uint32_t route(const Ipkit::IpGenPrefix& prefix) const;
-  // REQUIRES: prefix.af() == af().
   bool hasRoute(const Ipkit::IpGenPrefix& prefix) const;
 
   std::size_t nodes() const { return nodes_.size() - freeNodes_; }
   std::size_t routes() const { return routes_; }
 
+  // The stride table's depth, and the sizes at which it is built and dropped; public so that
+  // tests can drive a trie across them.
   static constexpr unsigned kStrideBits = 16;
   static constexpr std::size_t kStrideOnNodes = 4096;
   static constexpr std::size_t kStrideOffNodes = 1024;
@@ -76,9 +76,10 @@ class TrieGen : public Kel::PtrInterface {
     unsigned len;
   };
 
-  // 32 bytes, two to a cache line; route values live in values_ so that lookups, which only need
-  // the value at the end, do not drag them through the cache.
-  struct Node {
+  // 32 bytes and aligned to them: two to a cache line, none straddling two. Route values live in
+  // values_ so that lookups, which need a value only at the end, do not drag them through the
+  // cache.
+  struct alignas(32) Node {
     std::uint64_t hi;
     std::uint64_t lo;
     std::uint32_t child[2];
@@ -86,26 +87,37 @@ class TrieGen : public Kel::PtrInterface {
     bool hasRoute;
   };
 
-  // Where a walk for the first kStrideBits bits of a key lands: the first node at or past that
-  // depth (kNil when the walk ends earlier), and the longest route passed on the way (or kNil).
+  // Where a walk for the first kStrideBits bits of a key lands: the entry, the first node at or
+  // past that depth whose own first kStrideBits bits are the slot's (kNil when the walk ends
+  // earlier), and the length of the longest route passed on the way (kNoRoute when none). The
+  // length is all a lookup needs of that route: the route contains the key, so its prefix is the
+  // key cut to that length. The entry's length and next 16 key bits ride along, and kLeaf marks
+  // an entry without children that those bits describe in full: a lookup then settles most keys
+  // without loading the entry node, usually a cache miss in a large trie. 8 bytes.
   struct Slot {
-    std::uint32_t entry;
-    std::uint32_t best;
+    std::uint32_t entry;      // node index, or'ed with kLeaf
+    std::uint16_t entryBits;  // the entry's key bits kStrideBits .. kStrideBits + 15
+    std::uint8_t entryLen;
+    std::uint8_t bestLen;
   };
+  static constexpr std::uint32_t kLeaf = 0x80000000u;
+  static constexpr std::uint8_t kNoRoute = 0xff;
+  static_assert(kStrideBits == 16, "Slot::entryBits holds key bits 16..31");
 
   Key keyOf(const Ipkit::IpGenPrefix& prefix) const;
-  Ipkit::IpGenPrefix prefixOf(const Node& node) const;
   // The index of the node holding exactly key, or kNil.
   std::uint32_t find(const Key& key) const;
   std::uint32_t nodeNew(std::uint64_t hi, std::uint64_t lo, unsigned len);
   void nodeDel(std::uint32_t index);
   void link(std::uint32_t parent, unsigned side, std::uint32_t child);
   // The walk below the pointer or node at depth len on the path of hi may have changed: rewrite
-  // the stride entries under it. Changes at kStrideBits or deeper leave the table alone.
+  // the stride entries under it. Changes deeper than kStrideBits leave the table alone, except
+  // for an entry gaining its first child or losing its last, which callers pass as depth
+  // kStrideBits.
   void strideChanged(std::uint64_t hi, unsigned len);
   // Rewrites the entries [first, first + 2^(kStrideBits - len)), whose walks all arrive at cur
-  // having passed best.
-  void strideFill(std::uint32_t cur, std::uint32_t best, std::uint32_t first, unsigned len);
+  // having passed a longest route of length bestLen (or kNoRoute).
+  void strideFill(std::uint32_t cur, std::uint8_t bestLen, std::uint32_t first, unsigned len);
   // Builds or drops the table as the trie crosses kStrideOnNodes / kStrideOffNodes.
   void strideResize();
 
@@ -114,7 +126,7 @@ class TrieGen : public Kel::PtrInterface {
   std::vector<Node> nodes_;
   std::vector<std::uint32_t> values_;
   std::uint32_t root_ = kNil;
-  std::uint32_t freeHead_ = kNil;  // free slots chain through child[0]
+  std::uint32_t freeHead_ = kNil;  // freed nodes chain through child[0]
   std::size_t freeNodes_ = 0;
   std::size_t routes_ = 0;
   std::vector<Slot> stride_;  // empty while the trie is small
