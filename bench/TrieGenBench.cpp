@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <random>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -19,15 +20,18 @@ constexpr std::size_t kQueries = 1u << 16;  // a power of two, cycled with a mas
 std::uint32_t maskOf(unsigned len) { return len == 0 ? 0u : ~0u << (32 - len); }
 
 // (network, length) pairs with fixed seeds, so every run measures the same tables.
+// `count` distinct (network, length) pairs.
 std::vector<std::pair<std::uint32_t, unsigned>> randomRoutes(std::size_t count) {
   std::mt19937 rng(12345u);
-  std::vector<std::pair<std::uint32_t, unsigned>> routes;
-  routes.reserve(count);
-  for (std::size_t i = 0; i < count; ++i) {
+  std::set<std::pair<std::uint32_t, unsigned>> routes;
+  while (routes.size() < count) {
     const unsigned len = 8 + rng() % 25;
-    routes.emplace_back(static_cast<std::uint32_t>(rng()) & maskOf(len), len);
+    routes.emplace(static_cast<std::uint32_t>(rng()) & maskOf(len), len);
   }
-  return routes;
+  // Insertion in random order, as routes arrive, rather than in the set's sorted order.
+  std::vector<std::pair<std::uint32_t, unsigned>> shuffled(routes.begin(), routes.end());
+  std::shuffle(shuffled.begin(), shuffled.end(), rng);
+  return shuffled;
 }
 
 std::vector<std::uint32_t> randomAddresses() {
