@@ -18,6 +18,10 @@ const Kel::TraceFile& RpCandidateSm::trace() {
   return file;
 }
 
+Kel::Ptr<RpCandidateSm> RpCandidateSm::doKeepAlive() {
+  return references() ? Kel::Ptr<RpCandidateSm>(this) : nullptr;
+}
+
 // ---- KelRpConfig ------------------------------------------------------------------------------
 
 RpCandidateSm::KelRpConfig::KelRpConfig(RpCandidateSm* owner,
@@ -28,6 +32,7 @@ RpCandidateSm::KelRpConfig::KelRpConfig(RpCandidateSm* owner,
 }
 
 void RpCandidateSm::KelRpConfig::onRpTable(const Ipkit::IpGenAddr& address) {
+  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
   if (const auto entry = notifier()->rpTable(address)) {
     owner_->rpEntryIs(entry);
     return;

@@ -42,7 +42,6 @@
 #include "framework/Acl/AclConfig.h"
 #include "framework/Acl/AclSubConfig.h"
 #include "framework/Acl/AclTypeConfig.h"
-#include "framework/Acl/UniqueId.h"
 #include "framework/Ipkit/IpGenAddr.h"
 #include "framework/Ipkit/IpGenPrefix.h"
 #include "framework/Ipkit/IpGenPrefixSet.h"
@@ -105,13 +104,14 @@ class RpCandidateSm : public Kel::PtrInterface {
     // Start-up form, after handleGroup(): adds every list of `acl`.
     void handleAcl();
     void handleAcl(const Kel::String& name);
-    // The per-group values: rewritten into the candidate of the prefix, when the RP serves the
-    // prefix explicitly and the candidate exists.
+    // The per-group values: rewritten, sentinels included, into this RP's candidate of the prefix
+    // whenever that candidate exists, whichever source (group or list) gave it.
     void handlePriorityGrp(const Ipkit::IpGenPrefix& prefix);
     void handleHashMaskGrp(const Ipkit::IpGenPrefix& prefix);
     void handleOverrideDynGrp(const Ipkit::IpGenPrefix& prefix);
-    // The per-list values: rewritten, sentinels included, into the candidates of every prefix
-    // the list permits, when the RP uses the list.
+    // The per-list values: rewritten, sentinels included, into this RP's candidate of every prefix
+    // the list permits, where that candidate exists, whether or not the RP lists the list. Nothing
+    // is done while no RP lists it (there is no RpStaticAcl to walk).
     void handlePriorityAcl(const Kel::String& name);
     void handleHashMaskAcl(const Kel::String& name);
     void handleOverrideDynAcl(const Kel::String& name);
@@ -122,15 +122,19 @@ class RpCandidateSm : public Kel::PtrInterface {
     void handleDel();
 
    private:
+    // Null once the reactor is detached, which a nested notification may do in the middle of a
+    // handler: handlers read it once on entry and work on that reference.
     Kel::PtrConst<RpEntry> entry() const { return notifier(); }
+    // The adds read the entry themselves (their traced signatures name only the key) and do
+    // nothing once the reactor is detached: a start-up loop whose entry left in a nested
+    // notification must not add what handleDel already gave back.
     void doGroupAdd(const Ipkit::IpGenPrefix& prefix);
     void doGroupRemove(const Ipkit::IpGenPrefix& prefix);
     void doAclAdd(const Kel::String& name);
     void doAclRemove(const Kel::String& name);
     // The group-add writes of all three values (invariant 3).
-    void doWriteGroupValues(RpCandidate& candidate, const Ipkit::IpGenPrefix& prefix) const;
-    // Whether this RP's entry lists the access list (the list handlers act only then).
-    bool doUsesAcl(const Kel::String& name) const;
+    void doWriteGroupValues(const RpEntry& config, RpCandidate& candidate,
+                            const Ipkit::IpGenPrefix& prefix) const;
 
     RpCandidateSm* owner_;
     const Ipkit::IpGenAddr rpAddr_;
@@ -155,8 +159,10 @@ class RpCandidateSm : public Kel::PtrInterface {
     class KelCfg : public Acl::AclSubConfig::NotifieeConst {
      public:
       KelCfg(KelAcl* owner, const Kel::PtrConst<Acl::AclSubConfig>& cfg);
+      // Writers enter a changed rule under a fresh identifier and then point its sequence number
+      // at it, so a change of the sequence map is what signals every rule change; rules stored
+      // by identifier alone are not watched.
       void onRuleBySequence(U32 sequence) override;
-      void onIpRuleById(const Acl::UniqueId& id) override;
 
      private:
       KelAcl* owner_;
@@ -299,6 +305,12 @@ class RpCandidateSm : public Kel::PtrInterface {
   // The nested reactors (members, so they may) share the owner's trace handle, VRF tag and
   // candidate writes.
   static const Kel::TraceFile& trace();
+  // A reference that keeps this reactor alive for the length of a nested reactor's handler: a
+  // notification the handler causes may drop the last outside reference, and the handler must
+  // still finish on a live owner. Null while the count is zero, that is inside the constructor
+  // (the start-up handlers) and the destructor, where taking a reference would delete the owner
+  // when it goes.
+  Kel::Ptr<RpCandidateSm> doKeepAlive();
   const std::string& vrfTag() const { return vrfTag_; }
 
   // The entry of RP `address` as its reactor sees it (it may already have left rpTable), or the

@@ -18,11 +18,21 @@ RpCandidateSm::KelRpStaticAclSm::KelRpStaticAclSm(RpCandidateSm* owner,
 void RpCandidateSm::KelRpStaticAclSm::initializeIs(bool initialize) {
   if (initialize_ == initialize) return;
   initialize_ = initialize;
-  if (initialize_) handleInitialize();
+  if (!initialize_) return;
+  // Set before filling, so that a notification of the fill that asks again does not fill twice;
+  // put back if the fill fails, so that the next request fills again instead of finding the
+  // list marked filled with only part of its prefixes.
+  try {
+    handleInitialize();
+  } catch (...) {
+    initialize_ = false;
+    throw;
+  }
 }
 
 void RpCandidateSm::KelRpStaticAclSm::handleInitialize() {
   KEL_TRACE(trace(), 9, owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
+  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
   KEL_TRACE(trace(), 8, owner_->vrfTag() << "Acl name found in static RP config ");
   const auto aclConfig = owner_->aclConfig()->acl(name_);
   if (!aclConfig) return;
@@ -44,6 +54,7 @@ void RpCandidateSm::KelRpStaticAclSm::handleInitialize() {
 void RpCandidateSm::KelRpStaticAclSm::handlePrefix(const Ipkit::IpGenPrefix& prefix) {
   KEL_TRACE(trace(), 9,
             owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
+  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
   if (rpStaticAcl_->grpPrefix().contains(prefix)) {
     KEL_TRACE(trace(), 9, owner_->vrfTag() << "Group added to RpStaticAcl Map ");
     for (const auto& [rp, used] : rpStaticAcl_->rpAddr()) {
@@ -62,13 +73,14 @@ void RpCandidateSm::KelRpStaticAclSm::handlePrefix(const Ipkit::IpGenPrefix& pre
 
 void RpCandidateSm::KelRpStaticAclSm::doPrefixEnter(const Ipkit::IpGenPrefix& prefix,
                                                     const Ipkit::IpGenAddr& rp) {
+  // rpAddr holds an RP only between its entry's doAclAdd and doAclRemove, while its reactor lives.
+  // Checked before anything is counted, so that a failure leaves no count without its candidate.
+  const auto entry = owner_->doRpEntryOf(rp);
+  KEL_ASSERT(trace(), entry);
   owner_->doRefCountIs(rp, prefix);
   owner_->doRefCountInc(rp, prefix);
   KEL_TRACE(trace(), 9,
             owner_->vrfTag() << "Writing to RpCandidateStatus " << prefix << " for RP " << rp);
-  // rpAddr holds an RP only between its entry's doAclAdd and doAclRemove, while its reactor lives.
-  const auto entry = owner_->doRpEntryOf(rp);
-  KEL_ASSERT(trace(), entry);
   auto candidate = owner_->doCandidateIs(rp, prefix, entry->mode());
   // A prefix that enters later takes the list's values as they are, sentinels included.
   candidate->priorityIs(entry->priorityAcl().contains(name_) ? entry->priorityAcl(name_)

@@ -13,11 +13,9 @@ void RpCandidateSm::doPermittedPrefixes(const Acl::AclSubConfig& subConfig,
                                         Ipkit::IpGenPrefixSet& out) {
   AclPrefix::AclToPrefix folder;
   for (const auto& [sequence, id] : subConfig.ruleBySequence()) {
-    // A sequence entry whose rule is not (or no longer) written says nothing; folding the
-    // default rule in its place would deny everything after it.
-    const Acl::IpRuleConfig* rule = subConfig.ipRuleById().findStored(id);
-    if (rule == nullptr) continue;
-    folder.handleRule(*rule, false);
+    // Every sequence entry is folded. One whose rule is not written reads as the default rule,
+    // which denies everything: a list must never permit more than its written rules say.
+    folder.handleRule(subConfig.ipRuleById(id), false);
   }
   folder.PermittedPrefixes(out);
 }
@@ -55,6 +53,7 @@ RpCandidateSm::KelAclConfig::KelAclConfig(RpCandidateSm* owner,
 }
 
 void RpCandidateSm::KelAclConfig::onAcl(const Kel::Name& name) {
+  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
   owner_->handleAclConfig(name);
   if (const auto acl = notifier()->acl(name)) {
     owner_->aclIs(acl);
@@ -87,17 +86,22 @@ void RpCandidateSm::KelAcl::cfgIs(const Kel::PtrConst<Acl::AclSubConfig>& subCon
 }
 
 void RpCandidateSm::KelAcl::onCurrCfg() {
-  cfgIs(notifier()->currCfg());
+  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
+  const auto config = notifier();
+  if (!config) return;
+  cfgIs(config->currCfg());
   handleCfg();
 }
 
 void RpCandidateSm::KelAcl::handleCfg() {
   KEL_TRACE(trace(), 9, owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
+  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
   handleRule();
 }
 
 void RpCandidateSm::KelAcl::handleRule() {
   KEL_TRACE(trace(), 9, owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
+  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
   const auto rpStaticAcl = owner_->doRpStaticAclMutable(name_);
   // Without a current sub-configuration the list keeps what it permitted: a sub-configuration
   // being replaced must not take every prefix from its RPs and give them back a moment later.
@@ -128,19 +132,12 @@ RpCandidateSm::KelAcl::KelCfg::KelCfg(KelAcl* owner, const Kel::PtrConst<Acl::Ac
 
 void RpCandidateSm::KelAcl::KelCfg::onRuleBySequence(U32 sequence) {
   (void)sequence;
+  // The list reactor may be dropped by a notification of its own recomputation (its list
+  // deleted, or the whole owner dropped); both stay alive until the recomputation returns.
+  const Kel::Ptr<KelAcl> holdAcl =
+      owner_->references() ? Kel::Ptr<KelAcl>(owner_) : Kel::Ptr<KelAcl>();
+  const Kel::Ptr<RpCandidateSm> hold = owner_->owner_->doKeepAlive();
   owner_->handleRule();
-}
-
-void RpCandidateSm::KelAcl::KelCfg::onIpRuleById(const Acl::UniqueId& id) {
-  // Writers enter a rule before its sequence entry and drop it after, so only a rule changed in
-  // place under a live sequence entry changes the permitted space; the others would cost a fold
-  // that changes nothing.
-  if (!owner_->owner_->rpStaticAcl(owner_->name())) return;
-  for (const auto& [sequence, ruleId] : notifier()->ruleBySequence()) {
-    if (ruleId != id) continue;
-    owner_->handleRule();
-    return;
-  }
 }
 
 }  // namespace Static

@@ -20,11 +20,15 @@ RpCandidateSm::KelRpEntry::KelRpEntry(RpCandidateSm* owner, const Kel::PtrConst<
 
 void RpCandidateSm::KelRpEntry::handleGroup() {
   KEL_TRACE(trace(), 9, owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
+  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
   const auto config = entry();
+  if (!config) return;
   for (const auto& [prefix, present] : config->group()) {
+    // Detached by a notification of an earlier add: handleDel has given back what was added.
+    if (!entry()) return;
     owner_->doRefCountIs(rpAddr_, prefix);
     auto candidate = owner_->doCandidateIs(rpAddr_, prefix, config->mode());
-    doWriteGroupValues(*candidate, prefix);
+    doWriteGroupValues(*config, *candidate, prefix);
     KEL_TRACE(trace(), 5,
               owner_->vrfTag() << "Added RP " << rpAddr_ << " into " << prefix << " CRP set.");
     const U32 count = owner_->pfxRefCountIs(rpAddr_)->counterInc(prefix, 1);
@@ -37,8 +41,11 @@ void RpCandidateSm::KelRpEntry::handleGroup() {
 void RpCandidateSm::KelRpEntry::handleGroup(const Ipkit::IpGenPrefix& prefix) {
   KEL_TRACE(trace(), 9,
             owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
+  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
+  const auto config = entry();
+  if (!config) return;
   // Presence of the key decides; the stored flag is not consulted.
-  if (entry()->group().contains(prefix)) {
+  if (config->group().contains(prefix)) {
     doGroupAdd(prefix);
   } else {
     doGroupRemove(prefix);
@@ -47,38 +54,46 @@ void RpCandidateSm::KelRpEntry::handleGroup(const Ipkit::IpGenPrefix& prefix) {
 
 void RpCandidateSm::KelRpEntry::handleAcl() {
   KEL_TRACE(trace(), 9, owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
-  for (const auto& [name, present] : entry()->acl()) doAclAdd(name);
+  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
+  const auto config = entry();
+  if (!config) return;
+  for (const auto& [name, present] : config->acl()) doAclAdd(name);
 }
 
 void RpCandidateSm::KelRpEntry::handleAcl(const Kel::String& name) {
   KEL_TRACE(
       trace(), 9,
       owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << this->name() << " ( " << name << " )");
-  if (entry()->acl().contains(name)) {
+  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
+  const auto config = entry();
+  if (!config) return;
+  // Presence of the key decides, as for groups: a present key is added again, whatever its flag.
+  if (config->acl().contains(name)) {
     doAclAdd(name);
   } else {
     doAclRemove(name);
   }
 }
 
-void RpCandidateSm::KelRpEntry::doWriteGroupValues(RpCandidate& candidate,
+void RpCandidateSm::KelRpEntry::doWriteGroupValues(const RpEntry& config, RpCandidate& candidate,
                                                    const Ipkit::IpGenPrefix& prefix) const {
-  const auto config = entry();
   // A group add writes all three values, the sentinels for what is not configured, even over
   // values a list wrote: the explicit binding is the operator's latest word on this prefix.
-  candidate.priorityIs(config->priorityGrp().contains(prefix) ? config->priorityGrp(prefix)
-                                                              : kRpPriorityNone);
-  candidate.hashMaskLenIs(config->hashMaskGrp().contains(prefix) ? config->hashMaskGrp(prefix)
-                                                                 : kRpHashMaskLenNone);
-  candidate.overrideIs(config->overrideDynGrp().contains(prefix) && config->overrideDynGrp(prefix));
+  candidate.priorityIs(config.priorityGrp().contains(prefix) ? config.priorityGrp(prefix)
+                                                             : kRpPriorityNone);
+  candidate.hashMaskLenIs(config.hashMaskGrp().contains(prefix) ? config.hashMaskGrp(prefix)
+                                                                : kRpHashMaskLenNone);
+  candidate.overrideIs(config.overrideDynGrp().contains(prefix) && config.overrideDynGrp(prefix));
 }
 
 void RpCandidateSm::KelRpEntry::doGroupAdd(const Ipkit::IpGenPrefix& prefix) {
   KEL_TRACE(trace(), 9,
             owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
+  const auto config = entry();
+  if (!config) return;
   owner_->doRefCountIs(rpAddr_, prefix);
-  auto candidate = owner_->doCandidateIs(rpAddr_, prefix, entry()->mode());
-  doWriteGroupValues(*candidate, prefix);
+  auto candidate = owner_->doCandidateIs(rpAddr_, prefix, config->mode());
+  doWriteGroupValues(*config, *candidate, prefix);
   KEL_TRACE(trace(), 5,
             owner_->vrfTag() << "Added RP " << rpAddr_ << " into " << prefix << " CRP set.");
   owner_->doRefCountInc(rpAddr_, prefix);
@@ -94,15 +109,15 @@ void RpCandidateSm::KelRpEntry::doAclAdd(const Kel::String& name) {
   KEL_TRACE(
       trace(), 9,
       owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << this->name() << " ( " << name << " )");
+  const auto config = entry();
+  if (!config) return;
   const auto rpStaticAcl = owner_->rpStaticAclIs(name);
-  // The list already counts for this RP: counting its prefixes again would keep them after the
-  // list is gone.
-  if (rpStaticAcl->rpAddr().contains(rpAddr_)) return;
+  // Every add counts, even for an RP the list already holds (a present key announced again):
+  // each count is one source, and each later remove gives back exactly one.
   rpStaticAcl->rpAddrIs(rpAddr_, true);
   KEL_TRACE(
       trace(), 8,
       owner_->vrfTag() << "Added RP " << rpAddr_ << " to RpStaticAcl object for acl " << name);
-  const auto config = entry();
   // Only real values are written: a list without its own priority or hash mask leaves what an
   // explicit group binding set. The override is the list's either way.
   const bool hasPriority =
@@ -139,18 +154,14 @@ void RpCandidateSm::KelRpEntry::doAclRemove(const Kel::String& name) {
   KEL_TRACE(trace(), 8, owner_->vrfTag() << "Deleted RpStaticAcl object for acl " << name);
 }
 
-bool RpCandidateSm::KelRpEntry::doUsesAcl(const Kel::String& name) const {
-  const auto rpStaticAcl = owner_->rpStaticAcl(name);
-  return rpStaticAcl && rpStaticAcl->rpAddr().contains(rpAddr_);
-}
-
 void RpCandidateSm::KelRpEntry::handlePriorityGrp(const Ipkit::IpGenPrefix& prefix) {
   KEL_TRACE(trace(), 9,
             owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
+  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
   const auto config = entry();
-  // A value for a prefix this RP does not serve explicitly is not the explicit binding's to
-  // write: the candidate, if any, belongs to a list.
-  if (!config->group().contains(prefix)) return;
+  if (!config) return;
+  // Whichever source gave the candidate, the operator's latest word on this prefix's value is
+  // written into it; a prefix this RP has no candidate for is left alone.
   const auto set = owner_->crpStatus()->crpSetMutable(prefix);
   const auto candidate = set ? set->rpMutable(rpAddr_) : nullptr;
   if (!candidate) return;
@@ -165,8 +176,9 @@ void RpCandidateSm::KelRpEntry::handlePriorityGrp(const Ipkit::IpGenPrefix& pref
 void RpCandidateSm::KelRpEntry::handleHashMaskGrp(const Ipkit::IpGenPrefix& prefix) {
   KEL_TRACE(trace(), 9,
             owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
+  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
   const auto config = entry();
-  if (!config->group().contains(prefix)) return;
+  if (!config) return;
   const auto set = owner_->crpStatus()->crpSetMutable(prefix);
   const auto candidate = set ? set->rpMutable(rpAddr_) : nullptr;
   if (!candidate) return;
@@ -181,8 +193,9 @@ void RpCandidateSm::KelRpEntry::handleHashMaskGrp(const Ipkit::IpGenPrefix& pref
 void RpCandidateSm::KelRpEntry::handleOverrideDynGrp(const Ipkit::IpGenPrefix& prefix) {
   KEL_TRACE(trace(), 9,
             owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
+  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
   const auto config = entry();
-  if (!config->group().contains(prefix)) return;
+  if (!config) return;
   const auto set = owner_->crpStatus()->crpSetMutable(prefix);
   const auto candidate = set ? set->rpMutable(rpAddr_) : nullptr;
   if (!candidate) return;
@@ -197,13 +210,18 @@ void RpCandidateSm::KelRpEntry::handlePriorityAcl(const Kel::String& name) {
   KEL_TRACE(
       trace(), 9,
       owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << this->name() << " ( " << name << " )");
-  if (!doUsesAcl(name)) return;
+  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
   const auto config = entry();
+  if (!config) return;
+  // The list's prefixes are known only while some RP lists it; this RP's candidates of those
+  // prefixes take the value whether they came from the list or from a group.
+  const auto rpStaticAcl = owner_->rpStaticAcl(name);
+  if (!rpStaticAcl) return;
   // Unlike a list add, the sentinel is written: the list's priority was removed, and the
   // candidates it gave must stop carrying it.
   const RpPriority priority =
       config->priorityAcl().contains(name) ? config->priorityAcl(name) : kRpPriorityNone;
-  for (const auto& [prefix, permitted] : owner_->rpStaticAcl(name)->grpPrefix()) {
+  for (const auto& [prefix, permitted] : rpStaticAcl->grpPrefix()) {
     const auto set = owner_->crpStatus()->crpSetMutable(prefix);
     const auto candidate = set ? set->rpMutable(rpAddr_) : nullptr;
     if (!candidate) continue;
@@ -218,11 +236,14 @@ void RpCandidateSm::KelRpEntry::handleHashMaskAcl(const Kel::String& name) {
   KEL_TRACE(
       trace(), 9,
       owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << this->name() << " ( " << name << " )");
-  if (!doUsesAcl(name)) return;
+  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
   const auto config = entry();
+  if (!config) return;
+  const auto rpStaticAcl = owner_->rpStaticAcl(name);
+  if (!rpStaticAcl) return;
   const RpHashMaskLen hashMask =
       config->hashMaskAcl().contains(name) ? config->hashMaskAcl(name) : kRpHashMaskLenNone;
-  for (const auto& [prefix, permitted] : owner_->rpStaticAcl(name)->grpPrefix()) {
+  for (const auto& [prefix, permitted] : rpStaticAcl->grpPrefix()) {
     const auto set = owner_->crpStatus()->crpSetMutable(prefix);
     const auto candidate = set ? set->rpMutable(rpAddr_) : nullptr;
     if (!candidate) continue;
@@ -237,10 +258,13 @@ void RpCandidateSm::KelRpEntry::handleOverrideDynAcl(const Kel::String& name) {
   KEL_TRACE(
       trace(), 9,
       owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << this->name() << " ( " << name << " )");
-  if (!doUsesAcl(name)) return;
+  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
   const auto config = entry();
+  if (!config) return;
+  const auto rpStaticAcl = owner_->rpStaticAcl(name);
+  if (!rpStaticAcl) return;
   const bool override = config->overrideDynAcl().contains(name) && config->overrideDynAcl(name);
-  for (const auto& [prefix, permitted] : owner_->rpStaticAcl(name)->grpPrefix()) {
+  for (const auto& [prefix, permitted] : rpStaticAcl->grpPrefix()) {
     const auto set = owner_->crpStatus()->crpSetMutable(prefix);
     const auto candidate = set ? set->rpMutable(rpAddr_) : nullptr;
     if (!candidate) continue;
@@ -253,7 +277,10 @@ void RpCandidateSm::KelRpEntry::handleOverrideDynAcl(const Kel::String& name) {
 
 void RpCandidateSm::KelRpEntry::handleMode() {
   KEL_TRACE(trace(), 9, owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
-  const Mode mode = entry()->mode();
+  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
+  const auto config = entry();
+  if (!config) return;
+  const Mode mode = config->mode();
   const auto& status = owner_->crpStatus();
   for (const auto& [prefix, set] : status->crpSet()) {
     if (const auto candidate = status->crpSetMutable(prefix)->rpMutable(rpAddr_)) {
@@ -264,6 +291,7 @@ void RpCandidateSm::KelRpEntry::handleMode() {
 
 void RpCandidateSm::KelRpEntry::handleDel() {
   KEL_TRACE(trace(), 9, owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
+  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
   const auto config = entry();
   KEL_ASSERT(trace(), config);
   for (const auto& [prefix, present] : config->group()) doGroupRemove(prefix);

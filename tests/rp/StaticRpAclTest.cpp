@@ -197,15 +197,31 @@ TEST_F(StaticRpAclTest, StaticRpAcl_TwoRpsOnOneAcl_PrefixChangesReachBoth) {
   EXPECT_EQ(candidates(), (Lines{"239.2.0.0/16 10.0.0.1", "239.2.0.0/16 10.0.0.2"}));
 }
 
-TEST_F(StaticRpAclTest, StaticRpAcl_AclReaddedToSameRp_CountedOnce) {
+TEST_F(StaticRpAclTest, StaticRpAcl_FlagFlippedOnPresentKey_CountsAgainLikeGroup) {
   start();
   permit("A", 10, "239.1.0.0/16");
   useAcl("10.0.0.1", "A");
-  // Re-announcing the list for the RP must not count its prefixes twice.
-  sm_->rpEntry(IpGenAddr("10.0.0.1"))->handleAcl("A");
-  EXPECT_EQ(count("10.0.0.1", "239.1.0.0/16"), 1u);
+  group("10.0.0.1", "238.0.0.0/8");
+  ASSERT_EQ(count("10.0.0.1", "239.1.0.0/16"), 1u);
+  ASSERT_EQ(count("10.0.0.1", "238.0.0.0/8"), 1u);
+
+  // The keys stay present, and presence is what the handlers read: each change adds again.
+  rp("10.0.0.1")->aclIs("A", false);
+  rp("10.0.0.1")->groupIs(IpGenPrefix("238.0.0.0/8"), false);
+  EXPECT_EQ(count("10.0.0.1", "239.1.0.0/16"), 2u);
+  EXPECT_EQ(count("10.0.0.1", "238.0.0.0/8"), 2u);
+  ASSERT_TRUE(sm_->rpStaticAcl("A"));
+  EXPECT_EQ(sm_->rpStaticAcl("A")->rpAddr().size(), 1u);
+
+  // Removing a key gives back one count, so both candidates stay at count 1; the list object
+  // goes with its only RP all the same.
   rp("10.0.0.1")->aclDel("A");
-  EXPECT_FALSE(candidate("239.1.0.0/16", "10.0.0.1"));
+  rp("10.0.0.1")->groupDel(IpGenPrefix("238.0.0.0/8"));
+  EXPECT_EQ(count("10.0.0.1", "239.1.0.0/16"), 1u);
+  EXPECT_EQ(count("10.0.0.1", "238.0.0.0/8"), 1u);
+  EXPECT_TRUE(candidate("239.1.0.0/16", "10.0.0.1"));
+  EXPECT_TRUE(candidate("238.0.0.0/8", "10.0.0.1"));
+  EXPECT_FALSE(sm_->rpStaticAcl("A"));
 }
 
 // ---- Access lists to prefixes ------------------------------------------------------------------
@@ -303,16 +319,40 @@ TEST_F(StaticRpAclTest, StaticAclToPrefix_RuleSplitsPrefix_OnlyChangedPrefixesNo
                                     "crpSet 239.2.0.0/24", "rp 239.2.0.0/24 10.0.0.1"}));
 }
 
-TEST_F(StaticRpAclTest, StaticAclToPrefix_RuleChangedInPlace_Recomputed) {
+TEST_F(StaticRpAclTest, StaticAclToPrefix_RuleReplaced_RecomputedWhenSequencePointsAtIt) {
   permit("A", 10, "239.1.0.0/16");
   useAcl("10.0.0.1", "A");
   start();
   auto cfg = aclConfig_->aclMutable("A")->currCfgMutable();
+  // The new version of the rule is entered under a fresh identifier: rules by identifier are not
+  // watched, so nothing moves yet.
+  const Acl::UniqueId fresh(500);
   cfg->ipRuleByIdIs(
-      cfg->ruleBySequence(10),
-      Acl::IpRuleConfig(Acl::AclAction::permit, Acl::IpFilter(IpGenPrefix("239.5.0.0/16"))));
+      fresh, Acl::IpRuleConfig(Acl::AclAction::permit, Acl::IpFilter(IpGenPrefix("239.5.0.0/16"))));
+  EXPECT_EQ(grpPrefixes("A"), (Lines{"239.1.0.0/16"}));
+
+  // Pointing the sequence number at it is the change.
+  cfg->ruleBySequenceIs(10, fresh);
   EXPECT_EQ(grpPrefixes("A"), (Lines{"239.5.0.0/16"}));
   EXPECT_EQ(candidates(), (Lines{"239.5.0.0/16 10.0.0.1"}));
+}
+
+TEST_F(StaticRpAclTest, StaticAclToPrefix_SequenceEntryWithoutRule_FoldsDefaultDenyAny) {
+  permit("A", 20, "239.1.0.0/16");
+  useAcl("10.0.0.1", "A");
+  start();
+  ASSERT_EQ(candidates(), (Lines{"239.1.0.0/16 10.0.0.1"}));
+  auto cfg = aclConfig_->aclMutable("A")->currCfgMutable();
+
+  // An identifier with no rule reads as the default rule, which denies every address; ahead of
+  // the permit it takes everything away.
+  cfg->ruleBySequenceIs(10, Acl::UniqueId(999));
+  EXPECT_TRUE(grpPrefixes("A").empty());
+  EXPECT_TRUE(candidates().empty());
+
+  cfg->ruleBySequenceDel(10);
+  EXPECT_EQ(grpPrefixes("A"), (Lines{"239.1.0.0/16"}));
+  EXPECT_EQ(candidates(), (Lines{"239.1.0.0/16 10.0.0.1"}));
 }
 
 TEST_F(StaticRpAclTest, StaticAclToPrefix_SubConfigReplaced_ReconciledByDifference) {

@@ -3,8 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "framework/Kel/Assert.h"
@@ -283,13 +285,31 @@ TEST_F(StaticRpCandidateTest, StaticRpCandidate_GroupValueWithoutGroup_CreatesNo
   EXPECT_FALSE(hasSet("239.0.0.0/8"));
 }
 
-TEST_F(StaticRpCandidateTest, StaticRpCandidate_GroupValueForAclOnlyPrefix_LeavesAclValue) {
+TEST_F(StaticRpCandidateTest, StaticRpCandidate_GroupValueForAclOnlyPrefix_WritesIntoAclCandidate) {
   start();
   permit("A", 10, "239.1.0.0/16");
-  rp("10.0.0.1")->priorityAclIs("A", 10);
+  auto entry = rp("10.0.0.1");
+  entry->priorityAclIs("A", 10);
+  entry->hashMaskAclIs("A", 20);
+  entry->overrideDynAclIs("A", true);
   useAcl("10.0.0.1", "A");
-  rp("10.0.0.1")->priorityGrpIs(IpGenPrefix("239.1.0.0/16"), 2);
-  EXPECT_EQ(candidate("239.1.0.0/16", "10.0.0.1")->priority(), 10u);
+  ASSERT_EQ(candidate("239.1.0.0/16", "10.0.0.1")->priority(), 10u);
+
+  // The RP does not list the prefix as a group; its candidate, which the list gave, takes the
+  // per-group values all the same, and their removal writes the sentinels.
+  entry->priorityGrpIs(IpGenPrefix("239.1.0.0/16"), 2);
+  entry->hashMaskGrpIs(IpGenPrefix("239.1.0.0/16"), 30);
+  entry->overrideDynGrpIs(IpGenPrefix("239.1.0.0/16"), false);
+  expectCandidate("239.1.0.0/16", "10.0.0.1", {2, 30, false, modePimSm, kStartTime});
+  entry->overrideDynGrpIs(IpGenPrefix("239.1.0.0/16"), true);
+  entry->priorityGrpDel(IpGenPrefix("239.1.0.0/16"));
+  entry->hashMaskGrpDel(IpGenPrefix("239.1.0.0/16"));
+  expectCandidate("239.1.0.0/16", "10.0.0.1",
+                  {kNoPriority, kNoHashMask, true, modePimSm, kStartTime});
+  entry->overrideDynGrpDel(IpGenPrefix("239.1.0.0/16"));
+  EXPECT_FALSE(candidate("239.1.0.0/16", "10.0.0.1")->override());
+  // Values are not sources: the count is the list's alone.
+  EXPECT_EQ(count("10.0.0.1", "239.1.0.0/16"), 1u);
 }
 
 TEST_F(StaticRpCandidateTest, StaticRpCandidate_PriorityAclDeleted_Writes256InEveryAclCandidate) {
@@ -355,13 +375,30 @@ TEST_F(StaticRpCandidateTest, StaticRpCandidate_OverrideDynAclChangedAndDeleted_
   EXPECT_FALSE(candidate("239.3.0.0/16", "10.0.0.1")->override());
 }
 
-TEST_F(StaticRpCandidateTest, StaticRpCandidate_AclValueForUnusedAcl_ChangesNothing) {
+TEST_F(StaticRpCandidateTest, StaticRpCandidate_AclValueForAclTheRpDoesNotList_WritesItsCandidate) {
   start();
   permit("A", 10, "239.1.0.0/16");
+  permit("B", 10, "239.1.0.0/16");
+  // Another RP lists A, so its list object exists; RP 1 serves A's prefix by a group only.
   useAcl("10.0.0.2", "A");
   group("10.0.0.1", "239.1.0.0/16");
-  rp("10.0.0.1")->priorityAclIs("A", 10);
+  auto entry = rp("10.0.0.1");
+  entry->priorityAclIs("A", 10);
+  entry->hashMaskAclIs("A", 20);
+  entry->overrideDynAclIs("A", true);
+  expectCandidate("239.1.0.0/16", "10.0.0.1", {10, 20, true, modePimSm, kStartTime});
+  entry->priorityAclDel("A");
   EXPECT_EQ(candidate("239.1.0.0/16", "10.0.0.1")->priority(), kRpPriorityNone);
+  // The other RP's candidate is not this entry's to write.
+  expectCandidate("239.1.0.0/16", "10.0.0.2",
+                  {kNoPriority, kNoHashMask, false, modePimSm, kStartTime});
+
+  // No RP lists B: there is no list object, so its values go nowhere.
+  ASSERT_FALSE(sm_->rpStaticAcl("B"));
+  entry->priorityAclIs("B", 3);
+  entry->hashMaskAclIs("B", 4);
+  entry->overrideDynAclIs("B", false);
+  expectCandidate("239.1.0.0/16", "10.0.0.1", {kNoPriority, 20, true, modePimSm, kStartTime});
 }
 
 TEST_F(StaticRpCandidateTest, StaticRpCandidate_ModeChanged_RewritesOnlyThisRpsCandidates) {
@@ -432,6 +469,141 @@ TEST_F(StaticRpCandidateTest, StaticRpCandidate_ReactorDropped_LeavesStatusAndSt
   EXPECT_FALSE(reactor->notifier());
   group("10.0.0.1", "238.0.0.0/8");
   EXPECT_FALSE(hasSet("238.0.0.0/8"));
+}
+
+// A reader of the status may drop the reactor (its last reference) from inside a notification that
+// one of the reactor's handlers caused. The handler finishes on a live reactor, its writes land,
+// and the reactor goes when the handler returns, leaving every input unwatched. Meant to be run
+// under the sanitizer build too, where a use of the dropped reactor would be reported.
+
+TEST_F(StaticRpCandidateTest, StaticRpLifetime_OwnerDroppedDuringGroupAdd_HandlerFinishes) {
+  auto entry = rp("10.0.0.1");
+  entry->priorityGrpIs(IpGenPrefix("239.0.0.0/8"), 7);
+  entry->hashMaskGrpIs(IpGenPrefix("239.0.0.0/8"), 30);
+  start();
+  const Kel::Ptr<RpCandidateSm::KelRpEntry> reactor = sm_->rpEntry(IpGenAddr("10.0.0.1"));
+  StaticRpTest::Disrupter disrupter(status_);
+  disrupter.action = [&] { sm_ = nullptr; };
+
+  group("10.0.0.1", "239.0.0.0/8");
+  EXPECT_EQ(disrupter.fired, (Lines{"239.0.0.0/8"}));
+  EXPECT_FALSE(sm_);
+  expectCandidate("239.0.0.0/8", "10.0.0.1", {7, 30, false, modePimSm, kStartTime});
+  EXPECT_FALSE(reactor->notifier());
+  EXPECT_EQ(entry->notifiees(), 0u);
+  EXPECT_EQ(rpConfig_->notifiees(), 0u);
+  EXPECT_EQ(aclConfig_->notifiees(), 0u);
+}
+
+TEST_F(StaticRpCandidateTest, StaticRpLifetime_OwnerDroppedDuringAclAdd_HandlerFinishes) {
+  permit("A", 10, "239.1.0.0/16");
+  permit("A", 20, "239.2.0.0/16");
+  rp("10.0.0.1")->priorityAclIs("A", 9);
+  start();
+  StaticRpTest::Disrupter disrupter(status_);
+  disrupter.action = [&] { sm_ = nullptr; };
+
+  useAcl("10.0.0.1", "A");
+  EXPECT_EQ(disrupter.fired.size(), 1u);
+  EXPECT_FALSE(sm_);
+  // The add went through for every prefix of the list.
+  EXPECT_EQ(candidates(), (Lines{"239.1.0.0/16 10.0.0.1", "239.2.0.0/16 10.0.0.1"}));
+  EXPECT_EQ(candidate("239.1.0.0/16", "10.0.0.1")->priority(), 9u);
+  EXPECT_EQ(candidate("239.2.0.0/16", "10.0.0.1")->priority(), 9u);
+  EXPECT_EQ(rp("10.0.0.1")->notifiees(), 0u);
+}
+
+TEST_F(StaticRpCandidateTest, StaticRpLifetime_OwnerDroppedWhileRuleChangeEntersPrefix_Finishes) {
+  permit("A", 10, "239.1.0.0/16");
+  useAcl("10.0.0.1", "A");
+  useAcl("10.0.0.2", "A");
+  start();
+  const auto subConfig = aclConfig_->acl("A")->currCfg();
+  ASSERT_EQ(subConfig->notifiees(), 1u);
+  StaticRpTest::Disrupter disrupter(status_);
+  disrupter.action = [&] { sm_ = nullptr; };
+
+  permit("A", 20, "239.2.0.0/16");
+  EXPECT_EQ(disrupter.fired, (Lines{"239.2.0.0/16"}));
+  EXPECT_FALSE(sm_);
+  // The prefix reached both RPs of the list before the reactor went.
+  EXPECT_EQ(candidates(), (Lines{"239.1.0.0/16 10.0.0.1", "239.1.0.0/16 10.0.0.2",
+                                 "239.2.0.0/16 10.0.0.1", "239.2.0.0/16 10.0.0.2"}));
+  EXPECT_EQ(subConfig->notifiees(), 0u);
+  EXPECT_EQ(aclConfig_->acl("A")->notifiees(), 0u);
+}
+
+TEST_F(StaticRpCandidateTest, StaticRpLifetime_OwnerDroppedWhileAclLeavesConfig_Finishes) {
+  permit("A", 10, "239.1.0.0/16");
+  permit("A", 20, "239.2.0.0/16");
+  useAcl("10.0.0.1", "A");
+  start();
+  StaticRpTest::Disrupter disrupter(status_);
+  disrupter.action = [&] { sm_ = nullptr; };
+
+  aclConfig_->aclDel("A");
+  EXPECT_EQ(disrupter.fired.size(), 1u);
+  EXPECT_FALSE(sm_);
+  // Every prefix of the list left the RP before the reactor went.
+  EXPECT_TRUE(candidates().empty());
+  EXPECT_EQ(aclConfig_->notifiees(), 0u);
+}
+
+TEST_F(StaticRpCandidateTest, StaticRpLifetime_OwnerDroppedWhileRpLeaves_Finishes) {
+  permit("A", 10, "239.1.0.0/16");
+  group("10.0.0.1", "238.0.0.0/8");
+  useAcl("10.0.0.1", "A");
+  group("10.0.0.2", "237.0.0.0/8");
+  start();
+  StaticRpTest::Disrupter disrupter(status_);
+  disrupter.action = [&] { sm_ = nullptr; };
+
+  const auto departed = rpConfig_->rpTable(IpGenAddr("10.0.0.1"));
+  rpConfig_->rpTableDel(IpGenAddr("10.0.0.1"));
+  EXPECT_EQ(disrupter.fired, (Lines{"238.0.0.0/8"}));
+  EXPECT_FALSE(sm_);
+  // The departed RP gave back its group and its list, after the notification that dropped the
+  // reactor as before it.
+  EXPECT_EQ(candidates(), (Lines{"237.0.0.0/8 10.0.0.2"}));
+  EXPECT_EQ(departed->notifiees(), 0u);
+  EXPECT_EQ(rpConfig_->rpTable(IpGenAddr("10.0.0.2"))->notifiees(), 0u);
+  EXPECT_EQ(rpConfig_->notifiees(), 0u);
+}
+
+TEST_F(StaticRpCandidateTest, StaticRpLifetime_OwnerDroppedDuringValueChange_Finishes) {
+  permit("A", 10, "239.1.0.0/16");
+  permit("A", 20, "239.2.0.0/16");
+  useAcl("10.0.0.1", "A");
+  start();
+  // A reader that drops the reactor when the first of the list's candidates changes priority;
+  // the handler still has the other candidate, and its trace lines, to write.
+  class PriorityDisrupter : public Routing::Pim::RpCandidate::NotifieeConst {
+   public:
+    PriorityDisrupter(const Kel::PtrConst<Routing::Pim::RpCandidate>& candidate,
+                      std::function<void()>* action)
+        : action_(action) {
+      notifierIs(candidate);
+    }
+    ~PriorityDisrupter() override { notifierIs(nullptr); }
+    void onPriority() override {
+      if (*action_) std::exchange(*action_, nullptr)();
+    }
+
+   private:
+    std::function<void()>* action_;
+  };
+  std::function<void()> action = [&] { sm_ = nullptr; };
+  PriorityDisrupter first(candidate("239.1.0.0/16", "10.0.0.1"), &action);
+  PriorityDisrupter second(candidate("239.2.0.0/16", "10.0.0.1"), &action);
+  RpTest::TraceCapture capture(kTraceFile, 5);
+
+  rp("10.0.0.1")->priorityAclIs("A", 4);
+  EXPECT_FALSE(action);
+  EXPECT_FALSE(sm_);
+  EXPECT_EQ(candidate("239.1.0.0/16", "10.0.0.1")->priority(), 4u);
+  EXPECT_EQ(candidate("239.2.0.0/16", "10.0.0.1")->priority(), 4u);
+  EXPECT_EQ(capture.lines().size(), 2u);
+  EXPECT_EQ(rp("10.0.0.1")->notifiees(), 0u);
 }
 
 // ---- Restart over a surviving status ----------------------------------------------------------
@@ -667,22 +839,31 @@ TEST_F(StaticRpCandidateTest, StaticRpRefusal_RuleTniVniOutOfRange_RefusedAndSta
   useAcl("10.0.0.1", "A");
   start();
   const Lines before = candidates();
+  StaticRpTest::StatusRecorder recorder(status_);
   auto cfg = aclConfig_->aclMutable("A")->currCfgMutable();
-  const Acl::IpFilter badTni(IpGenPrefix("239.2.0.0/16"), 16777216, 0);
-  const Acl::IpFilter badVni(IpGenPrefix("239.2.0.0/16"), 0, -1);
-  EXPECT_EQ(refusal([&] {
-              cfg->ipRuleByIdIs(Acl::UniqueId(99),
-                                Acl::IpRuleConfig(Acl::AclAction::permit, badTni));
-            }),
+  const Acl::UniqueId stored = cfg->ruleBySequence(10);
+  const Acl::IpFilter original = cfg->ipRuleById(stored).filter();
+
+  // A copy of the stored rule's filter, to be changed and written back as the rule's new
+  // version; the changes are assigned in place and refused whole.
+  Acl::IpFilter edited = original;
+  EXPECT_EQ(refusal([&] { edited = Acl::IpFilter(IpGenPrefix("239.2.0.0/16"), 16777216, 0); }),
             "IpFilterBase::tni < 0 or > 16777215 not allowed");
-  EXPECT_EQ(refusal([&] {
-              cfg->ipRuleByIdIs(Acl::UniqueId(99),
-                                Acl::IpRuleConfig(Acl::AclAction::permit, badVni));
-            }),
+  EXPECT_EQ(refusal([&] { edited = Acl::IpFilter(IpGenPrefix("239.2.0.0/16"), 0, -1); }),
             "IpFilterBase::vni < 0 or > 16777215 not allowed");
-  cfg->ruleBySequenceIs(20, Acl::UniqueId(99));
-  EXPECT_EQ(candidates(), before);
+  EXPECT_EQ(edited, original);
+
+  // Written back the way the configuration writer does (fresh identifier, then the sequence
+  // number pointed at it), the reactor recomputes the list and finds nothing changed.
+  const Acl::UniqueId fresh(99);
+  cfg->ipRuleByIdIs(fresh, Acl::IpRuleConfig(Acl::AclAction::permit, edited));
+  cfg->ruleBySequenceIs(10, fresh);
+  ASSERT_TRUE(cfg->ruleBySequence(10) == fresh);
   EXPECT_EQ(grpPrefixes("A"), (Lines{"239.1.0.0/16"}));
+  EXPECT_EQ(candidates(), before);
+  EXPECT_TRUE(recorder.events.empty());
+  expectCandidate("239.1.0.0/16", "10.0.0.1",
+                  {kNoPriority, kNoHashMask, false, modePimSm, kStartTime});
 }
 
 TEST_F(StaticRpCandidateTest, StaticRpRefusal_NullRpEntry_Refused) {

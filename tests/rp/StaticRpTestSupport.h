@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <map>
 #include <string>
 #include <utility>
@@ -75,6 +76,29 @@ class StatusRecorder : public Routing::Pim::RpCandidateStatus::NotifieeConst {
   }
 
   std::map<IpGenPrefix, Kel::Ptr<SetRecorder>> sets_;
+};
+
+// A downstream reader that reacts to a change of the status by running `action` once, from inside
+// the notification: the first onCrpSet after `action` is set. Tests use it to drop the static
+// reactor (or change its configuration) while one of the reactor's handlers is still running.
+class Disrupter : public Routing::Pim::RpCandidateStatus::NotifieeConst {
+ public:
+  explicit Disrupter(const Kel::PtrConst<Routing::Pim::RpCandidateStatus>& status) {
+    notifierIs(status);
+  }
+  ~Disrupter() override { notifierIs(nullptr); }
+
+  void onCrpSet(const IpGenPrefix& prefix) override {
+    if (!action) return;
+    const auto run = std::move(action);
+    action = nullptr;
+    fired.push_back(prefix.valueToStrep());
+    run();
+  }
+
+  std::function<void()> action;
+  // The prefixes whose notification ran the action.
+  std::vector<std::string> fired;
 };
 
 class StaticRpFixture : public ::testing::Test {
