@@ -1,0 +1,61 @@
+#!/usr/bin/env bash
+# Scaling of the pimrp tool: applying a script must cost time linear in its length.
+#   bench/tool_scaling.sh PIMRP
+# Generates two scripts, of 10,000 and of 100,000 "rp-address ... group" bindings over 1,000 RPs
+# (two RPs per group range, so that selection has to rank them), each followed by as many
+# "show rp" queries over the ranges in scattered order; runs each with --json to /dev/null; prints
+# both times and their ratio, and fails when the ratio is above 12.
+#
+# Times are processor time (user + system) of the process: on a shared machine the wall clock
+# mostly measures the neighbours.
+set -euo pipefail
+
+pimrp=${1:?usage: tool_scaling.sh PIMRP}
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+# generate COUNT FILE: COUNT bindings, then COUNT queries. The bindings are written RP by RP, as
+# a configuration lists them; RPs 2k and 2k+1 share their COUNT/1000 ranges, at priorities that
+# differ from pair to pair.
+generate() {
+  awk -v count="$1" 'BEGIN {
+    perRp = int(count / 1000)
+    for (i = 0; i < count; i++) {
+      rp = int(i / perRp)
+      range = int(rp / 2) * perRp + i % perRp
+      printf "rp-address 10.%d.%d.1 group %d.%d.%d.0/24 priority %d hashmask 30\n",
+             int(rp / 256), rp % 256, 225 + int(range / 65536), int(range / 256) % 256,
+             range % 256, (rp % 4) * 10
+    }
+    ranges = int(count / 2)
+    for (q = 0; q < count; q++) {
+      range = (q * 7919) % ranges
+      printf "show rp %d.%d.%d.%d\n", 225 + int(range / 65536), int(range / 256) % 256,
+             range % 256, 1 + q % 254
+    }
+  }' >"$2"
+}
+
+# seconds FILE TIMES: processor seconds (user + system) of running FILE TIMES times in a row.
+seconds() {
+  local TIMEFORMAT='%U %S'
+  local times
+  times=$( { time for ((run = 0; run < $2; run++)); do "$pimrp" --json "$1" >/dev/null; done; } 2>&1 )
+  awk '{ printf "%.4f\n", $1 + $2 }' <<<"$times"
+}
+
+generate 10000 "$work/small.pimrp"
+generate 100000 "$work/large.pimrp"
+# Each round times ten runs of the small script, then one of the large one, so that both see the
+# same machine; the round with the median ratio is reported.
+rounds=()
+for ((round = 0; round < 5; round++)); do
+  small=$(awk -v t="$(seconds "$work/small.pimrp" 10)" 'BEGIN { printf "%.4f", t / 10 }')
+  large=$(seconds "$work/large.pimrp" 1)
+  rounds+=("$(awk -v s="$small" -v l="$large" 'BEGIN { printf "%.3f %.4f %.4f", l / s, s, l }')")
+done
+read -r ratio small large < <(printf '%s\n' "${rounds[@]}" | sort -n | sed -n 3p)
+printf '10000 bindings + 10000 queries:   %.3f s\n' "$small"
+printf '100000 bindings + 100000 queries: %.3f s\n' "$large"
+printf 'ratio: %.2f (at most 12)\n' "$ratio"
+awk -v r="$ratio" 'BEGIN { exit !(r <= 12) }'

@@ -1,0 +1,98 @@
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "tools/Output.h"
+
+namespace {
+
+using namespace PimrpTool;
+using Ipkit::IpGenAddr;
+using Ipkit::IpGenPrefix;
+using Routing::Pim::RpCandidateInfo;
+
+RpAnswer answerFor239() {
+  RpAnswer answer;
+  answer.group = IpGenAddr("239.1.1.1");
+  answer.rp = IpGenAddr("10.0.0.1");
+  answer.staticSelection =
+      RpCandidateInfo(IpGenAddr("10.0.0.1"), 0, 30, false, Routing::Pim::modePimSm);
+  return answer;
+}
+
+std::string jsonOf(const ShowResult& result) {
+  std::ostringstream out;
+  jsonOutputFactory(out)->show(result);
+  return out.str();
+}
+
+std::string humanOf(const ShowResult& result) {
+  std::ostringstream out;
+  humanOutputFactory(out)->show(result);
+  return out.str();
+}
+
+TEST(JsonOutput, ShowRp_OneLineWithEmptySelectionValues) {
+  EXPECT_EQ(jsonOf(answerFor239()),
+            "{\"group\":\"239.1.1.1\",\"mode\":\"any\",\"rp\":\"10.0.0.1\","
+            "\"static\":{\"address\":\"10.0.0.1\",\"priority\":0,\"hashMaskLen\":30,"
+            "\"override\":false,\"mode\":\"sparse\"},"
+            "\"bsr\":{\"address\":null,\"priority\":256,\"hashMaskLen\":128,\"override\":false,"
+            "\"mode\":\"none\"}}\n");
+}
+
+TEST(JsonOutput, ShowRpWithoutAnswer_RpIsNull) {
+  RpAnswer answer;
+  answer.group = IpGenAddr("ff0e::1");
+  answer.queryMode = Routing::Pim::modePimBidir;
+  EXPECT_EQ(jsonOf(answer).substr(0, 50),
+            "{\"group\":\"ff0e::1\",\"mode\":\"bidir\",\"rp\":null,\"stati");
+}
+
+TEST(JsonOutput, ShowCandidates_SetsWithRps) {
+  CandidateListing listing;
+  listing.source = CandidateSource::bootstrap;
+  listing.sets.push_back(
+      {IpGenPrefix("239.0.0.0/8"),
+       {RpCandidateInfo(IpGenAddr("10.0.0.1"), 10, 30, true, Routing::Pim::modePimBidir)}});
+  EXPECT_EQ(jsonOf(listing),
+            "{\"source\":\"bsr\",\"sets\":[{\"prefix\":\"239.0.0.0/8\",\"rps\":[{\"address\":"
+            "\"10.0.0.1\",\"priority\":10,\"hashMaskLen\":30,\"override\":true,\"mode\":"
+            "\"bidir\"}]}]}\n");
+  EXPECT_EQ(jsonOf(CandidateListing{}), "{\"source\":\"static\",\"sets\":[]}\n");
+}
+
+TEST(JsonOutput, ShowAcl_NameAndPrefixes) {
+  AclListing listing{"A", true, {IpGenPrefix("224.0.0.0/23"), IpGenPrefix("224.0.2.0/24")}};
+  EXPECT_EQ(jsonOf(listing), "{\"acl\":\"A\",\"prefixes\":[\"224.0.0.0/23\",\"224.0.2.0/24\"]}\n");
+  EXPECT_EQ(jsonOf(AclListing{"B", false, {}}), "{\"acl\":\"B\",\"prefixes\":[]}\n");
+}
+
+TEST(HumanOutput, ShowRp_HeadlineAndOneRowPerSource) {
+  RpAnswer answer = answerFor239();
+  answer.join = IpGenAddr("10.9.9.9");
+  EXPECT_EQ(humanOf(answer),
+            "rp for 239.1.1.1 (any mode, join 10.9.9.9): 10.0.0.1\n"
+            "  source  rp        priority  hashmask  override  mode\n"
+            "  static  10.0.0.1  0         30        no        sparse\n"
+            "  bsr     -\n");
+}
+
+TEST(HumanOutput, Answers_SeparatedByABlankLine) {
+  std::ostringstream out;
+  const auto output = humanOutputFactory(out);
+  output->show(AclListing{"A", false, {}});
+  output->show(AclListing{"B", true, {}});
+  output->show(CandidateListing{});
+  EXPECT_EQ(out.str(),
+            "acl A is not configured\n\nacl B permits no group\n\nstatic candidates: none\n");
+}
+
+TEST(HumanOutput, ModeWords) {
+  EXPECT_EQ(modeWord(Routing::Pim::modePimSm), "sparse");
+  EXPECT_EQ(modeWord(Routing::Pim::modePimBidir), "bidir");
+  EXPECT_EQ(modeWord(Routing::Pim::modePimNone), "none");
+  EXPECT_EQ(queryModeWord(Routing::Pim::modePimNone), "any");
+}
+
+}  // namespace

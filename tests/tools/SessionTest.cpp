@@ -1,0 +1,291 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "framework/Kel/System.h"
+#include "tests/tools/ToolTestSupport.h"
+#include "tools/Session.h"
+
+namespace {
+
+using namespace PimrpTool;
+using namespace Routing::Pim;
+using Ipkit::AddressFamily;
+using Ipkit::IpGenAddr;
+using Ipkit::IpGenPrefix;
+
+// Records the notifications of one static RP entry, in order.
+class EntryRecorder : public Static::RpEntry::NotifieeConst {
+ public:
+  void onGroup(const IpGenPrefix& prefix) override { record("group", prefix); }
+  void onAcl(const Kel::String& name) override { events.push_back("acl " + name); }
+  void onPriorityGrp(const IpGenPrefix& prefix) override { record("priorityGrp", prefix); }
+  void onPriorityAcl(const Kel::String& name) override { events.push_back("priorityAcl " + name); }
+  void onHashMaskGrp(const IpGenPrefix& prefix) override { record("hashMaskGrp", prefix); }
+  void onHashMaskAcl(const Kel::String& name) override { events.push_back("hashMaskAcl " + name); }
+  void onOverrideDynGrp(const IpGenPrefix& prefix) override { record("overrideDynGrp", prefix); }
+  void onOverrideDynAcl(const Kel::String& name) override {
+    events.push_back("overrideDynAcl " + name);
+  }
+  void onMode() override { events.push_back("mode"); }
+
+  std::vector<std::string> events;
+
+ private:
+  void record(const std::string& attribute, const IpGenPrefix& prefix) {
+    events.push_back(attribute + " " + prefix.valueToStrep());
+  }
+};
+
+class SessionTest : public ::testing::Test {
+ protected:
+  std::optional<ShowResult> apply(const std::string& line) {
+    return session.apply(ToolTest::statementOf(line));
+  }
+  Kel::PtrConst<Static::RpEntry> entry(const std::string& rp) {
+    const IpGenAddr address(rp);
+    return session.family(address.af()).staticConfig()->rpTable(address);
+  }
+  // Watches the entry of `rp`, creating it as a sparse RP.
+  Kel::Ptr<EntryRecorder> recordEntry(const std::string& rp) {
+    apply("rp-address " + rp + " mode sparse");
+    Kel::Ptr<EntryRecorder> recorder(new EntryRecorder);
+    recorder->notifierIs(entry(rp));
+    return recorder;
+  }
+  Kel::PtrConst<Acl::AclSubConfig> rules(const std::string& acl) {
+    const auto list = session.family(AddressFamily::ipv4).aclConfig()->acl(acl);
+    return list ? list->currCfg() : nullptr;
+  }
+
+  Session session;
+};
+
+TEST_F(SessionTest, Wiring_ThreeComputeStatusesPerFamilyOverItsCandidateStatuses) {
+  for (const auto af : {AddressFamily::ipv4, AddressFamily::ipv6}) {
+    FamilyWiring& family = session.family(af);
+    EXPECT_EQ(family.af(), af);
+    EXPECT_EQ(family.bsrStatus()->rpSetType(), rpTypeBsr);
+    EXPECT_EQ(family.staticStatus()->rpSetType(), rpTypeStatic);
+    EXPECT_EQ(family.staticConfig()->vrfName(), L3::VrfName("default"));
+    for (const Mode mode : {modePimNone, modePimSm, modePimBidir}) {
+      const auto& compute = family.compute(mode);
+      ASSERT_TRUE(compute);
+      EXPECT_EQ(compute->pimMode(), mode);
+      EXPECT_EQ(compute->staticRpSet(), family.staticStatus());
+      EXPECT_EQ(compute->bsrRpSet(), family.bsrStatus());
+      EXPECT_EQ(compute->rpConfig(), session.rpConfig());
+      EXPECT_EQ(compute->rpHashStatus()->rpHashs(), 0u);
+    }
+  }
+  EXPECT_NE(session.family(AddressFamily::ipv4).compute(modePimNone)->rpHashStatus(),
+            session.family(AddressFamily::ipv4).compute(modePimSm)->rpHashStatus());
+}
+
+TEST_F(SessionTest, RpAddressGroup_WritesOptionsThenTheBinding) {
+  const auto recorder = recordEntry("10.0.0.1");
+  apply("rp-address 10.0.0.1 group 239.0.0.0/8 priority 7 hashmask 30 override");
+  EXPECT_EQ(recorder->events,
+            (std::vector<std::string>{"priorityGrp 239.0.0.0/8", "hashMaskGrp 239.0.0.0/8",
+                                      "overrideDynGrp 239.0.0.0/8", "group 239.0.0.0/8"}));
+  const IpGenPrefix group("239.0.0.0/8");
+  const auto rp = entry("10.0.0.1");
+  EXPECT_TRUE(rp->group(group));
+  EXPECT_EQ(rp->priorityGrp(group), 7u);
+  EXPECT_EQ(rp->hashMaskGrp(group), 30u);
+  EXPECT_TRUE(rp->overrideDynGrp(group));
+  EXPECT_EQ(rp->mode(), modePimSm);
+}
+
+TEST_F(SessionTest, RpAddressGroupAgain_RemovesTheOptionsLeftOut) {
+  apply("rp-address 10.0.0.1 group 239.0.0.0/8 priority 7 hashmask 30 override");
+  const auto recorder = recordEntry("10.0.0.1");
+  apply("rp-address 10.0.0.1 group 239.0.0.0/8 hashmask 30");
+  EXPECT_EQ(recorder->events,
+            (std::vector<std::string>{"priorityGrp 239.0.0.0/8", "overrideDynGrp 239.0.0.0/8"}));
+  const auto rp = entry("10.0.0.1");
+  EXPECT_TRUE(rp->priorityGrp().empty());
+  EXPECT_TRUE(rp->overrideDynGrp().empty());
+  EXPECT_EQ(rp->hashMaskGrp(IpGenPrefix("239.0.0.0/8")), 30u);
+}
+
+TEST_F(SessionTest, NoRpAddressGroup_RemovesTheBindingBeforeItsOptions) {
+  apply("rp-address 10.0.0.1 group 239.0.0.0/8 priority 7 hashmask 30 override");
+  apply("rp-address 10.0.0.1 group 238.0.0.0/8");
+  const auto recorder = recordEntry("10.0.0.1");
+  apply("no rp-address 10.0.0.1 group 239.0.0.0/8");
+  EXPECT_EQ(recorder->events,
+            (std::vector<std::string>{"group 239.0.0.0/8", "priorityGrp 239.0.0.0/8",
+                                      "hashMaskGrp 239.0.0.0/8", "overrideDynGrp 239.0.0.0/8"}));
+  EXPECT_EQ(entry("10.0.0.1")->group().size(), 1u);
+}
+
+TEST_F(SessionTest, RpAddressAcl_WritesOptionsThenTheBindingAndNoRemovesItFirst) {
+  const auto recorder = recordEntry("10.0.0.1");
+  apply("rp-address 10.0.0.1 acl A priority 1");
+  apply("no rp-address 10.0.0.1 acl A");
+  EXPECT_EQ(recorder->events,
+            (std::vector<std::string>{"priorityAcl A", "acl A", "acl A", "priorityAcl A"}));
+}
+
+TEST_F(SessionTest, RpAddressMode_SetsTheModeOfTheEntry) {
+  apply("rp-address 10.0.0.1 mode bidir");
+  EXPECT_EQ(entry("10.0.0.1")->mode(), modePimBidir);
+}
+
+TEST_F(SessionTest, RpAddresses_GoToTheFamilyOfTheirAddress) {
+  apply("rp-address 2001:db8::1 group ff0e::/16");
+  EXPECT_TRUE(
+      session.family(AddressFamily::ipv6).staticConfig()->rpTable(IpGenAddr("2001:db8::1")));
+  EXPECT_TRUE(session.family(AddressFamily::ipv4).staticConfig()->rpTable().empty());
+  EXPECT_TRUE(session.family(AddressFamily::ipv6).staticStatus()->crpSet(IpGenPrefix("ff0e::/16")));
+}
+
+TEST_F(SessionTest, NoRpAddress_RemovesTheEntryAndAbsentOnesChangeNothing) {
+  apply("rp-address 10.0.0.1 group 239.0.0.0/8");
+  apply("no rp-address 10.0.0.2");
+  apply("no rp-address 10.0.0.2 group 239.0.0.0/8");
+  apply("no rp-address 10.0.0.2 acl A");
+  EXPECT_TRUE(entry("10.0.0.1"));
+  EXPECT_FALSE(entry("10.0.0.2"));
+  apply("no rp-address 10.0.0.1");
+  EXPECT_FALSE(entry("10.0.0.1"));
+  EXPECT_TRUE(session.family(AddressFamily::ipv4).staticStatus()->crpSet().empty());
+}
+
+TEST_F(SessionTest, AclRule_CreatesTheIpv4ListWithTheRule) {
+  apply("acl A seq 10 permit 224.0.0.0/23");
+  apply("acl A seq 20 deny any");
+  const auto sub = rules("A");
+  ASSERT_TRUE(sub);
+  ASSERT_EQ(sub->ruleBySequence().size(), 2u);
+  EXPECT_EQ(sub->ipRuleById(sub->ruleBySequence(10)),
+            Acl::IpRuleConfig(Acl::AclAction::permit, Acl::IpFilter(IpGenPrefix("224.0.0.0/23"))));
+  EXPECT_EQ(sub->ipRuleById(sub->ruleBySequence(20)),
+            Acl::IpRuleConfig(Acl::AclAction::deny, Acl::IpFilter::anyAddress()));
+  EXPECT_TRUE(session.family(AddressFamily::ipv6).aclConfig()->acl().empty());
+}
+
+TEST_F(SessionTest, AclRuleReplaced_TakesAFreshIdentifierAndDropsTheOldBody) {
+  apply("acl A seq 10 permit 224.0.0.0/23");
+  const Acl::UniqueId first = rules("A")->ruleBySequence(10);
+  apply("acl A seq 10 deny 224.0.0.0/23");
+  const auto sub = rules("A");
+  EXPECT_NE(sub->ruleBySequence(10), first);
+  EXPECT_EQ(sub->ipRuleById().size(), 1u);
+  EXPECT_FALSE(sub->ipRuleById().contains(first));
+}
+
+TEST_F(SessionTest, AclRuleAgain_ChangesNothing) {
+  apply("acl A seq 10 permit 224.0.0.0/23");
+  const Acl::UniqueId first = rules("A")->ruleBySequence(10);
+  apply("acl A seq 10 permit 224.0.0.0/23");
+  EXPECT_EQ(rules("A")->ruleBySequence(10), first);
+}
+
+TEST_F(SessionTest, NoAcl_RemovesOneRuleOrTheList) {
+  apply("acl A seq 10 permit 224.0.0.0/23");
+  apply("acl A seq 20 permit 239.0.0.0/8");
+  apply("no acl A seq 10");
+  apply("no acl A seq 30");
+  apply("no acl B seq 10");
+  EXPECT_EQ(rules("A")->ruleBySequence().size(), 1u);
+  EXPECT_EQ(rules("A")->ipRuleById().size(), 1u);
+  apply("no acl A");
+  apply("no acl B");
+  EXPECT_TRUE(session.family(AddressFamily::ipv4).aclConfig()->acl().empty());
+}
+
+TEST_F(SessionTest, BsrRp_WritesTheCandidateWithItsSetupTimeOnCreation) {
+  Kel::System::virtualTimeIs(42.0);
+  apply("bsr-rp 239.0.0.0/8 10.1.0.1 priority 10 hashmask 30 mode bidir");
+  Kel::System::virtualTimeAdvanceTo(50.0);
+  apply("bsr-rp 239.0.0.0/8 10.1.0.1 priority 20 hashmask 31 mode sparse");
+  Kel::System::realTimeIs();
+  const auto set =
+      session.family(AddressFamily::ipv4).bsrStatus()->crpSet(IpGenPrefix("239.0.0.0/8"));
+  ASSERT_TRUE(set);
+  const auto candidate = set->rp(IpGenAddr("10.1.0.1"));
+  ASSERT_TRUE(candidate);
+  EXPECT_EQ(candidate->setupTime(), 42.0);
+  EXPECT_EQ(candidate->priority(), 20u);
+  EXPECT_EQ(candidate->hashMaskLen(), 31u);
+  EXPECT_FALSE(candidate->override());
+  EXPECT_EQ(candidate->pimMode(), modePimSm);
+}
+
+TEST_F(SessionTest, NoBsrRp_RemovesTheCandidateAndAnEmptiedSet) {
+  apply("bsr-rp 239.0.0.0/8 10.1.0.1 priority 10 hashmask 30 mode sparse");
+  apply("bsr-rp 239.0.0.0/8 10.1.0.2 priority 10 hashmask 30 mode sparse");
+  const auto& status = session.family(AddressFamily::ipv4).bsrStatus();
+  apply("no bsr-rp 239.0.0.0/8 10.1.0.1");
+  apply("no bsr-rp 238.0.0.0/8 10.1.0.2");
+  ASSERT_TRUE(status->crpSet(IpGenPrefix("239.0.0.0/8")));
+  EXPECT_EQ(status->crpSet(IpGenPrefix("239.0.0.0/8"))->rp().size(), 1u);
+  apply("no bsr-rp 239.0.0.0/8 10.1.0.2");
+  EXPECT_TRUE(status->crpSet().empty());
+}
+
+TEST_F(SessionTest, Vrf_RenamesBothFamiliesAndTheStaticReactorFollows) {
+  apply("vrf red");
+  EXPECT_EQ(session.vrf(), L3::VrfName("red"));
+  for (const auto af : {AddressFamily::ipv4, AddressFamily::ipv6}) {
+    EXPECT_EQ(session.family(af).staticConfig()->vrfName(), L3::VrfName("red"));
+  }
+  apply("rp-address 10.0.0.1 group 239.0.0.0/8");
+  EXPECT_TRUE(
+      session.family(AddressFamily::ipv4).staticStatus()->crpSet(IpGenPrefix("239.0.0.0/8")));
+}
+
+TEST_F(SessionTest, RpHashAlgorithm_SetsTheSharedConfiguration) {
+  apply("rp-hash-algorithm modulo");
+  EXPECT_EQ(session.rpConfig()->rpHashAlgorithm(), rpHashAlgorithmModulo);
+  apply("rp-hash-algorithm rfc7761");
+  EXPECT_EQ(session.rpConfig()->rpHashAlgorithm(), rpHashAlgorithmRfc7761);
+}
+
+TEST_F(SessionTest, ShowRp_AnswersWithEachSourcesSelection) {
+  apply("rp-address 10.0.0.1 group 239.0.0.0/8 priority 1");
+  apply("bsr-rp 239.0.0.0/8 10.1.0.1 priority 10 hashmask 30 mode bidir");
+  const auto any = std::get<RpAnswer>(*apply("show rp 239.1.1.1"));
+  EXPECT_EQ(any.rp, IpGenAddr("10.1.0.1"));
+  EXPECT_EQ(any.staticSelection.address(), IpGenAddr("10.0.0.1"));
+  EXPECT_EQ(any.bsrSelection.address(), IpGenAddr("10.1.0.1"));
+  const auto sparse = std::get<RpAnswer>(*apply("show rp 239.1.1.1 mode sparse join 10.9.9.9"));
+  EXPECT_EQ(sparse.queryMode, modePimSm);
+  EXPECT_EQ(sparse.rp, IpGenAddr("10.9.9.9"));
+  ASSERT_TRUE(sparse.join);
+}
+
+TEST_F(SessionTest, ShowCandidates_ListsBothFamiliesByPrefix) {
+  apply("rp-address 2001:db8::1 group ff0e::/16");
+  apply("rp-address 10.0.0.2 group 239.0.0.0/8");
+  apply("rp-address 10.0.0.1 group 239.0.0.0/8");
+  apply("rp-address 10.0.0.1 group 224.0.0.0/4");
+  const auto listing = std::get<CandidateListing>(*apply("show candidates static"));
+  ASSERT_EQ(listing.sets.size(), 3u);
+  EXPECT_EQ(listing.sets[0].prefix, IpGenPrefix("224.0.0.0/4"));
+  EXPECT_EQ(listing.sets[1].prefix, IpGenPrefix("239.0.0.0/8"));
+  EXPECT_EQ(listing.sets[2].prefix, IpGenPrefix("ff0e::/16"));
+  ASSERT_EQ(listing.sets[1].rps.size(), 2u);
+  EXPECT_EQ(listing.sets[1].rps[0].address(), IpGenAddr("10.0.0.1"));
+  EXPECT_TRUE(std::get<CandidateListing>(*apply("show candidates bsr")).sets.empty());
+}
+
+TEST_F(SessionTest, ShowAcl_FoldsTheRulesInSequenceOrder) {
+  apply("acl A seq 20 permit 224.0.0.0/22");
+  apply("acl A seq 10 deny 224.0.3.0/24");
+  const auto listing = std::get<AclListing>(*apply("show acl A"));
+  EXPECT_TRUE(listing.configured);
+  EXPECT_EQ(listing.prefixes,
+            (std::vector<IpGenPrefix>{IpGenPrefix("224.0.0.0/23"), IpGenPrefix("224.0.2.0/24")}));
+  EXPECT_FALSE(std::get<AclListing>(*apply("show acl B")).configured);
+}
+
+TEST_F(SessionTest, ConfigurationStatements_AnswerNothing) {
+  EXPECT_FALSE(apply("rp-address 10.0.0.1 group 239.0.0.0/8"));
+  EXPECT_FALSE(apply("rp-hash-algorithm modulo"));
+}
+
+}  // namespace

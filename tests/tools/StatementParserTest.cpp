@@ -1,0 +1,186 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/tools/ToolTestSupport.h"
+#include "tools/StatementError.h"
+#include "tools/StatementParser.h"
+
+namespace {
+
+using namespace PimrpTool;
+using Ipkit::IpGenAddr;
+using Ipkit::IpGenPrefix;
+using ToolTest::statementAs;
+
+// The message of the refusal of `line`, or "" when it parses.
+std::string refusalOf(const std::string& line) {
+  try {
+    parseStatement(line);
+  } catch (const StatementError& error) {
+    return error.what();
+  }
+  return "";
+}
+
+TEST(StatementParser, BlankAndCommentLines_YieldNoStatement) {
+  EXPECT_FALSE(parseStatement(""));
+  EXPECT_FALSE(parseStatement(" \t\r"));
+  EXPECT_FALSE(parseStatement("# rp-address 10.0.0.1 group 239.0.0.0/8"));
+  EXPECT_FALSE(parseStatement("   # indented comment"));
+}
+
+TEST(StatementParser, RpAddressGroup_ReadsOptionsInAnyOrder) {
+  const auto s = statementAs<RpGroupStatement>(
+      "rp-address 10.0.0.1 group 239.0.0.0/8 override hashmask 30 "
+      "priority 7  # trailing comment");
+  EXPECT_EQ(s.rp.value, IpGenAddr("10.0.0.1"));
+  EXPECT_EQ(s.group.value, IpGenPrefix("239.0.0.0/8"));
+  ASSERT_TRUE(s.options.priority);
+  EXPECT_EQ(s.options.priority->value, 7u);
+  ASSERT_TRUE(s.options.hashMask);
+  EXPECT_EQ(s.options.hashMask->value, 30u);
+  EXPECT_TRUE(s.options.override);
+}
+
+TEST(StatementParser, RpAddressGroupWithoutOptions_LeavesThemOut) {
+  const auto s = statementAs<RpGroupStatement>("rp-address 10.0.0.1 group 239.0.0.0/8");
+  EXPECT_FALSE(s.options.priority);
+  EXPECT_FALSE(s.options.hashMask);
+  EXPECT_FALSE(s.options.override);
+}
+
+TEST(StatementParser, RpAddressAcl_ReadsNameAndOptions) {
+  const auto s = statementAs<RpAclStatement>("rp-address 10.0.0.1 acl Media_1.x-y priority 3");
+  EXPECT_EQ(s.acl, "Media_1.x-y");
+  ASSERT_TRUE(s.options.priority);
+  EXPECT_EQ(s.options.priority->word, "3");
+}
+
+TEST(StatementParser, RpAddressMode_ReadsSparseAndBidir) {
+  EXPECT_EQ(statementAs<RpModeStatement>("rp-address 10.0.0.1 mode bidir").mode,
+            Routing::Pim::modePimBidir);
+  EXPECT_EQ(statementAs<RpModeStatement>("rp-address 10.0.0.1 mode sparse").mode,
+            Routing::Pim::modePimSm);
+}
+
+TEST(StatementParser, NoRpAddress_ReadsEachForm) {
+  EXPECT_EQ(statementAs<NoRpStatement>("no rp-address 10.0.0.1").rp.value, IpGenAddr("10.0.0.1"));
+  EXPECT_EQ(statementAs<NoRpGroupStatement>("no rp-address 10.0.0.1 group 239.0.0.0/8").group.value,
+            IpGenPrefix("239.0.0.0/8"));
+  EXPECT_EQ(statementAs<NoRpAclStatement>("no rp-address 10.0.0.1 acl A").acl, "A");
+}
+
+TEST(StatementParser, AclRule_ReadsPrefixOrAny) {
+  const auto permit = statementAs<AclRuleStatement>("acl A seq 10 permit 224.0.0.0/23");
+  EXPECT_EQ(permit.acl, "A");
+  EXPECT_EQ(permit.sequence.value, 10u);
+  EXPECT_EQ(permit.action, Acl::AclAction::permit);
+  ASSERT_TRUE(permit.prefix);
+  EXPECT_EQ(permit.prefix->value, IpGenPrefix("224.0.0.0/23"));
+  const auto deny = statementAs<AclRuleStatement>("acl A seq 20 deny any");
+  EXPECT_EQ(deny.action, Acl::AclAction::deny);
+  EXPECT_FALSE(deny.prefix);
+}
+
+TEST(StatementParser, NoAcl_ReadsListOrRule) {
+  EXPECT_EQ(statementAs<NoAclStatement>("no acl A").acl, "A");
+  EXPECT_EQ(statementAs<NoAclRuleStatement>("no acl A seq 5").sequence.value, 5u);
+}
+
+TEST(StatementParser, BsrRp_ReadsAllThreeValuesInAnyOrder) {
+  const auto s = statementAs<BsrRpStatement>(
+      "bsr-rp ff0e::/16 2001:db8::1 mode bidir hashmask 126 priority 0");
+  EXPECT_EQ(s.group.value, IpGenPrefix("ff0e::/16"));
+  EXPECT_EQ(s.rp.value, IpGenAddr("2001:db8::1"));
+  EXPECT_EQ(s.priority.value, 0u);
+  EXPECT_EQ(s.hashMask.value, 126u);
+  EXPECT_EQ(s.mode, Routing::Pim::modePimBidir);
+}
+
+TEST(StatementParser, BsrRpWithoutAValue_IsRefused) {
+  EXPECT_EQ(refusalOf("bsr-rp 239.0.0.0/8 10.0.0.1 priority 1 hashmask 30"),
+            "missing 'mode' in 'bsr-rp 239.0.0.0/8 10.0.0.1 priority 1 hashmask 30'");
+}
+
+TEST(StatementParser, Show_ReadsEachForm) {
+  const auto rp = statementAs<ShowRpStatement>("show rp 239.1.1.1 join 10.9.9.9 mode sparse");
+  EXPECT_EQ(rp.group.value, IpGenAddr("239.1.1.1"));
+  EXPECT_EQ(rp.mode, Routing::Pim::modePimSm);
+  ASSERT_TRUE(rp.join);
+  EXPECT_EQ(rp.join->value, IpGenAddr("10.9.9.9"));
+  EXPECT_EQ(statementAs<ShowRpStatement>("show rp 239.1.1.1").mode, Routing::Pim::modePimNone);
+  EXPECT_EQ(statementAs<ShowCandidatesStatement>("show candidates bsr").source,
+            CandidateSource::bootstrap);
+  EXPECT_EQ(statementAs<ShowCandidatesStatement>("show candidates static").source,
+            CandidateSource::staticConfig);
+  EXPECT_EQ(statementAs<ShowAclStatement>("show acl A").acl, "A");
+}
+
+TEST(StatementParser, RpHashAlgorithm_ReadsBothNames) {
+  EXPECT_EQ(statementAs<RpHashAlgorithmStatement>("rp-hash-algorithm modulo").algorithm,
+            Routing::Pim::rpHashAlgorithmModulo);
+  EXPECT_EQ(statementAs<RpHashAlgorithmStatement>("rp-hash-algorithm rfc7761").algorithm,
+            Routing::Pim::rpHashAlgorithmRfc7761);
+}
+
+TEST(StatementParser, HostBits_AreRefusedWithTheRange) {
+  EXPECT_EQ(refusalOf("rp-address 10.0.0.1 group 239.1.0.0/8"),
+            "group range '239.1.0.0/8' has host bits set (the range is 239.0.0.0/8)");
+}
+
+TEST(StatementParser, Numbers_KeepTheirWordAndSaturate) {
+  const auto s = statementAs<RpGroupStatement>(
+      "rp-address 10.0.0.1 group 239.0.0.0/8 priority 0099999999999999999999999999");
+  EXPECT_EQ(s.options.priority->word, "0099999999999999999999999999");
+  EXPECT_GT(s.options.priority->value, 4294967295u);
+}
+
+TEST(StatementParser, Keywords_AreLowerCase) {
+  EXPECT_EQ(refusalOf("RP-ADDRESS 10.0.0.1 group 239.0.0.0/8"), "unknown statement 'RP-ADDRESS'");
+  EXPECT_EQ(refusalOf("show RP 239.1.1.1"),
+            "expected 'rp', 'candidates' or 'acl' after 'show', got 'RP'");
+}
+
+TEST(StatementParser, MissingAndExtraWords_AreNamed) {
+  EXPECT_EQ(refusalOf("rp-address 10.0.0.1 group"),
+            "missing group range after 'rp-address 10.0.0.1 group'");
+  EXPECT_EQ(refusalOf("no"), "missing 'rp-address', 'acl' or 'bsr-rp' after 'no'");
+  EXPECT_EQ(refusalOf("show candidates static now"),
+            "unexpected 'now' after 'show candidates static'");
+  EXPECT_EQ(refusalOf("rp-address 10.0.0.1 group 239.0.0.0/8 priority 1 priority 2"),
+            "'priority' given twice");
+}
+
+TEST(StatementParser, BadValues_QuoteTheWord) {
+  EXPECT_EQ(refusalOf("rp-address 10.0.0.256 group 239.0.0.0/8"),
+            "invalid RP address '10.0.0.256': not an IPv4 or IPv6 address");
+  EXPECT_EQ(refusalOf("rp-address 10.0.0.1 group 239.0.0.0"),
+            "invalid group range '239.0.0.0': expected ADDRESS/LENGTH");
+  EXPECT_EQ(refusalOf("rp-address 10.0.0.1 group 239.0.0.0/33"),
+            "invalid group range '239.0.0.0/33': length above 32");
+  EXPECT_EQ(refusalOf("acl A seq -1 permit any"),
+            "invalid sequence number '-1': not a decimal number");
+  EXPECT_EQ(refusalOf("acl A/B seq 1 permit any"),
+            "invalid access-list name 'A/B': use letters, digits, '_', '-' and '.'");
+}
+
+TEST(StatementParser, CrLfLines_ReadLikeLfLines) {
+  const auto s = statementAs<RpModeStatement>("rp-address 10.0.0.1 mode bidir\r");
+  EXPECT_EQ(s.mode, Routing::Pim::modePimBidir);
+}
+
+TEST(StatementParser, UnprintableBytes_AreQuotedEscaped) {
+  EXPECT_EQ(refusalOf(std::string("show acl A\x01\xff", 12)),
+            "invalid access-list name 'A\\x01\\xff': use letters, digits, '_', '-' and '.'");
+  EXPECT_EQ(refusalOf(std::string("rp\0x", 4)), "unknown statement 'rp\\x00x'");
+}
+
+TEST(StatementParser, AclNames_AreLimitedInLength) {
+  const std::string longest(100, 'a');
+  EXPECT_EQ(statementAs<ShowAclStatement>("show acl " + longest).acl, longest);
+  EXPECT_EQ(refusalOf("show acl " + longest + "a"),
+            "access-list name '" + longest + "a' is longer than 100 characters");
+}
+
+}  // namespace

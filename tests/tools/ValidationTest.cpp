@@ -1,0 +1,136 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "tests/tools/ToolTestSupport.h"
+#include "tools/StatementError.h"
+#include "tools/Validation.h"
+
+namespace {
+
+using namespace PimrpTool;
+using ToolTest::statementOf;
+
+// The message of the refusal of `line` by `validator`, or "" when it is accepted.
+std::string refusalOf(Validator& validator, const std::string& line) {
+  try {
+    validator.check(statementOf(line));
+  } catch (const StatementError& error) {
+    return error.what();
+  }
+  return "";
+}
+
+std::string refusalOf(const std::string& line) {
+  Validator validator;
+  return refusalOf(validator, line);
+}
+
+TEST(Validation, Priority_ZeroTo255) {
+  EXPECT_EQ(refusalOf("rp-address 10.0.0.1 group 239.0.0.0/8 priority 0"), "");
+  EXPECT_EQ(refusalOf("rp-address 10.0.0.1 group 239.0.0.0/8 priority 255"), "");
+  EXPECT_EQ(refusalOf("rp-address 10.0.0.1 group 239.0.0.0/8 priority 256"),
+            "priority '256' out of range 0..255");
+  EXPECT_EQ(refusalOf("rp-address 10.0.0.1 acl A priority 0256"),
+            "priority '0256' out of range 0..255");
+  EXPECT_EQ(refusalOf("bsr-rp 239.0.0.0/8 10.0.0.1 priority 999 hashmask 30 mode sparse"),
+            "priority '999' out of range 0..255");
+}
+
+TEST(Validation, HashMask_ByFamilyOfTheGroupRange) {
+  EXPECT_EQ(refusalOf("rp-address 10.0.0.1 group 239.0.0.0/8 hashmask 32"), "");
+  EXPECT_EQ(refusalOf("rp-address 10.0.0.1 group 239.0.0.0/8 hashmask 33"),
+            "hashmask '33' out of range 0..32 for an IPv4 group range");
+  EXPECT_EQ(refusalOf("rp-address 2001:db8::1 group ff0e::/16 hashmask 128"), "");
+  EXPECT_EQ(refusalOf("rp-address 2001:db8::1 group ff0e::/16 hashmask 129"),
+            "hashmask '129' out of range 0..128 for an IPv6 group range");
+  EXPECT_EQ(refusalOf("rp-address 10.0.0.1 acl A hashmask 33"),
+            "hashmask '33' out of range 0..32 for an IPv4 group range");
+  EXPECT_EQ(refusalOf("bsr-rp ff0e::/16 2001:db8::1 priority 1 hashmask 129 mode sparse"),
+            "hashmask '129' out of range 0..128 for an IPv6 group range");
+}
+
+TEST(Validation, Sequence_OneTo4294967295) {
+  EXPECT_EQ(refusalOf("acl A seq 1 permit any"), "");
+  EXPECT_EQ(refusalOf("acl A seq 4294967295 permit any"), "");
+  EXPECT_EQ(refusalOf("acl A seq 0 permit any"), "sequence number '0' out of range 1..4294967295");
+  EXPECT_EQ(refusalOf("no acl A seq 4294967296"),
+            "sequence number '4294967296' out of range 1..4294967295");
+}
+
+TEST(Validation, RpAndGroupRange_OfOneFamily) {
+  EXPECT_EQ(refusalOf("rp-address 10.0.0.1 group ff0e::/16"),
+            "RP '10.0.0.1' and group range 'ff0e::/16' are of different families");
+  EXPECT_EQ(refusalOf("bsr-rp 239.0.0.0/8 2001:db8::1 priority 1 hashmask 30 mode sparse"),
+            "RP '2001:db8::1' and group range '239.0.0.0/8' are of different families");
+  EXPECT_EQ(refusalOf("no rp-address 2001:db8::1 group 239.0.0.0/8"),
+            "RP '2001:db8::1' and group range '239.0.0.0/8' are of different families");
+}
+
+TEST(Validation, GroupRanges_WithinTheMulticastSpace) {
+  EXPECT_EQ(refusalOf("rp-address 10.0.0.1 group 224.0.0.0/4"), "");
+  EXPECT_EQ(refusalOf("rp-address 10.0.0.1 group 224.0.0.0/3"),
+            "group range '224.0.0.0/3' is not within 224.0.0.0/4");
+  EXPECT_EQ(refusalOf("rp-address 10.0.0.1 group 240.0.0.0/4"),
+            "group range '240.0.0.0/4' is not within 224.0.0.0/4");
+  EXPECT_EQ(refusalOf("rp-address 2001:db8::1 group ff00::/8"), "");
+  EXPECT_EQ(refusalOf("rp-address 2001:db8::1 group fe00::/7"),
+            "group range 'fe00::/7' is not within ff00::/8");
+  EXPECT_EQ(refusalOf("no bsr-rp 10.0.0.0/8 10.0.0.1"),
+            "group range '10.0.0.0/8' is not within 224.0.0.0/4");
+}
+
+TEST(Validation, RpAddresses_AreUnicast) {
+  EXPECT_EQ(refusalOf("rp-address 239.1.1.1 group 239.0.0.0/8"),
+            "RP address '239.1.1.1' is not a unicast address");
+  EXPECT_EQ(refusalOf("rp-address 0.0.0.0 mode bidir"),
+            "RP address '0.0.0.0' is not a unicast address");
+  EXPECT_EQ(refusalOf("no rp-address ::"), "RP address '::' is not a unicast address");
+}
+
+TEST(Validation, AccessLists_AreIpv4) {
+  EXPECT_EQ(refusalOf("acl A seq 10 permit ff00::/8"),
+            "access-list rule prefix 'ff00::/8' is not IPv4: access lists are IPv4 only");
+  EXPECT_EQ(refusalOf("rp-address 2001:db8::1 acl A"),
+            "RP '2001:db8::1' cannot use access list 'A': access lists are IPv4 only");
+  EXPECT_EQ(refusalOf("no rp-address 2001:db8::1 acl A"),
+            "RP '2001:db8::1' cannot use access list 'A': access lists are IPv4 only");
+  EXPECT_EQ(refusalOf("acl A seq 10 permit 10.0.0.0/8"), "");
+}
+
+TEST(Validation, ShowRp_MulticastGroupAndJoinOfItsFamily) {
+  EXPECT_EQ(refusalOf("show rp 10.1.1.1"), "group '10.1.1.1' is not a multicast address");
+  EXPECT_EQ(refusalOf("show rp 239.1.1.1 join 2001:db8::1"),
+            "join RP '2001:db8::1' and group '239.1.1.1' are of different families");
+  EXPECT_EQ(refusalOf("show rp 239.1.1.1 join 239.2.2.2"),
+            "RP address '239.2.2.2' is not a unicast address");
+  EXPECT_EQ(refusalOf("show rp ff0e::1 join 2001:db8::1 mode bidir"), "");
+}
+
+TEST(Validation, VrfName_WithinTheLimitOfItsType) {
+  EXPECT_EQ(refusalOf("vrf " + std::string(100, 'v')), "");
+  EXPECT_EQ(refusalOf("vrf " + std::string(101, 'v')),
+            "VRF name '" + std::string(101, 'v') + "' is longer than 100 characters");
+}
+
+TEST(Validation, Vrf_OnlyBeforeTheFirstRpAddress) {
+  Validator validator;
+  EXPECT_EQ(refusalOf(validator, "vrf red"), "");
+  EXPECT_EQ(refusalOf(validator, "acl A seq 1 permit any"), "");
+  EXPECT_EQ(refusalOf(validator, "bsr-rp 239.0.0.0/8 10.0.0.1 priority 1 hashmask 30 mode sparse"),
+            "");
+  EXPECT_EQ(refusalOf(validator, "vrf blue"), "");
+  EXPECT_FALSE(validator.rpAddressSeen());
+  EXPECT_EQ(refusalOf(validator, "rp-address 10.0.0.1 mode bidir"), "");
+  EXPECT_TRUE(validator.rpAddressSeen());
+  EXPECT_EQ(refusalOf(validator, "vrf green"), "vrf 'green' must come before the first rp-address");
+}
+
+TEST(Validation, RefusedRpAddress_DoesNotCountAsTheFirst) {
+  Validator validator;
+  EXPECT_NE(refusalOf(validator, "rp-address 10.0.0.1 group 239.0.0.0/8 priority 300"), "");
+  EXPECT_FALSE(validator.rpAddressSeen());
+  EXPECT_EQ(refusalOf(validator, "vrf red"), "");
+}
+
+}  // namespace

@@ -1,0 +1,90 @@
+#include "tools/Interpreter.h"
+
+#include <string_view>
+
+#include "framework/Kel/Exception.h"
+#include "tools/StatementError.h"
+#include "tools/StatementParser.h"
+
+namespace PimrpTool {
+namespace {
+
+// Calls visit(lineNumber, line) for each line of text, numbered from 1, while it returns true.
+template <class Visit>
+void forEachLine(const std::string& text, Visit&& visit) {
+  std::size_t lineNumber = 0;
+  for (std::size_t start = 0; start < text.size();) {
+    std::size_t end = text.find('\n', start);
+    if (end == std::string::npos) end = text.size();
+    if (!visit(++lineNumber, std::string_view(text).substr(start, end - start))) return;
+    start = end + 1;
+  }
+}
+
+}  // namespace
+
+void Interpreter::doReport(const std::string& name, std::size_t line, const std::string& message) {
+  errors_ << name << ':' << line << ": error: " << message << '\n';
+}
+
+bool Interpreter::doApply(const std::string& name, std::size_t line, const Statement& statement) {
+  try {
+    const auto answer = session_.apply(statement);
+    if (answer) output_.show(*answer);
+    return true;
+  } catch (const Kel::Exception& refusal) {
+    doReport(name, line, std::string("internal error: ") + refusal.what());
+    return false;
+  }
+}
+
+int Interpreter::runScript(const std::string& name, const std::string& text) {
+  // Checked against a copy, so that a refused script leaves the order rules as they were.
+  Validator checking = validator_;
+  bool refused = false;
+  forEachLine(text, [&](std::size_t line, std::string_view words) {
+    try {
+      const auto statement = parseStatement(words);
+      if (statement) checking.check(*statement);
+    } catch (const StatementError& error) {
+      doReport(name, line, error.what());
+      refused = true;
+    }
+    return true;
+  });
+  if (refused) return kExitBadScript;
+  validator_ = checking;
+  // Parsing again instead of keeping every statement keeps a long script's memory to that of
+  // its text: the statements are far larger than their lines.
+  bool applied = true;
+  forEachLine(text, [&](std::size_t line, std::string_view words) {
+    const auto statement = parseStatement(words);
+    if (statement) applied = doApply(name, line, *statement);
+    return applied;
+  });
+  return applied ? kExitOk : kExitInternal;
+}
+
+int Interpreter::runStream(const std::string& name, std::istream& in,
+                           const std::function<void()>& prompt,
+                           const std::function<void()>& flush) {
+  bool refused = false;
+  std::size_t lineNumber = 0;
+  std::string text;
+  for (prompt(); std::getline(in, text); prompt()) {
+    ++lineNumber;
+    try {
+      const auto statement = parseStatement(text);
+      if (!statement) continue;
+      validator_.check(*statement);
+      if (!doApply(name, lineNumber, *statement)) return kExitInternal;
+    } catch (const StatementError& error) {
+      doReport(name, lineNumber, error.what());
+      refused = true;
+    }
+    flush();
+  }
+  return refused ? kExitStatementFailed : kExitOk;
+}
+
+}  // namespace PimrpTool

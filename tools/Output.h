@@ -1,0 +1,28 @@
+#pragma once
+// PimrpTool::Output: how answers of show statements are printed: for people (HumanOutput,
+// short aligned tables) or for programs (JsonOutput, one JSON object per line).
+
+#include <memory>
+#include <ostream>
+#include <string>
+
+#include "model/Pim/PimTypes.h"
+#include "tools/Results.h"
+
+namespace PimrpTool {
+
+class Output {
+ public:
+  virtual ~Output() = default;
+  virtual void show(const ShowResult& result) = 0;
+};
+
+std::unique_ptr<Output> humanOutputFactory(std::ostream& out);
+std::unique_ptr<Output> jsonOutputFactory(std::ostream& out);
+
+// "sparse", "bidir", or "none" for no mode (and any value the library does not name).
+std::string modeWord(Routing::Pim::Mode mode);
+// The mode of a query: "any" for no mode.
+std::string queryModeWord(Routing::Pim::Mode mode);
+
+}  // namespace PimrpTool

@@ -1,0 +1,136 @@
+#pragma once
+// The statements of the pimrp script language as typed values: what StatementParser makes of a
+// line, what Validator checks and what Session applies.
+//
+// Invariants:
+//  1. A statement holds only values that parsed: addresses and prefixes are well formed, a prefix
+//     had no host bits set, keywords were among those allowed. Whether a value is in range for
+//     its use (a priority above 255, a group range outside the multicast space) is left to the
+//     Validator, which needs the word as written to quote it: such values are Spelled.
+//  2. Numbers are read into 64 bits and saturate, so that a range check sees a value at least as
+//     large as the one written, however long the word.
+//  3. Adding a statement means adding a struct here and to Statement, a row to the parser's
+//     table, a check to the Validator and an apply to the Session; std::visit makes the compiler
+//     point at whichever is missing.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <variant>
+
+#include "framework/Acl/IpRuleConfig.h"
+#include "framework/Ipkit/IpGenAddr.h"
+#include "framework/Ipkit/IpGenPrefix.h"
+#include "model/Pim/PimTypes.h"
+
+namespace PimrpTool {
+
+// A value together with the word it was read from.
+template <class T>
+struct Spelled {
+  T value{};
+  std::string word;
+};
+
+using Address = Spelled<Ipkit::IpGenAddr>;
+using Prefix = Spelled<Ipkit::IpGenPrefix>;
+using Number = Spelled<std::uint64_t>;
+
+// The options of one rp-address binding; an option left out removes the matching setting.
+struct BindingOptions {
+  std::optional<Number> priority;
+  std::optional<Number> hashMask;
+  bool override = false;
+};
+
+struct VrfStatement {
+  std::string name;
+};
+
+struct RpGroupStatement {
+  Address rp;
+  Prefix group;
+  BindingOptions options;
+};
+
+struct RpAclStatement {
+  Address rp;
+  std::string acl;
+  BindingOptions options;
+};
+
+struct RpModeStatement {
+  Address rp;
+  Routing::Pim::Mode mode = Routing::Pim::modePimSm;
+};
+
+struct NoRpGroupStatement {
+  Address rp;
+  Prefix group;
+};
+
+struct NoRpAclStatement {
+  Address rp;
+  std::string acl;
+};
+
+struct NoRpStatement {
+  Address rp;
+};
+
+struct AclRuleStatement {
+  std::string acl;
+  Number sequence;
+  Acl::AclAction action = Acl::AclAction::deny;
+  std::optional<Prefix> prefix;  // absent: the rule matches any address
+};
+
+struct NoAclRuleStatement {
+  std::string acl;
+  Number sequence;
+};
+
+struct NoAclStatement {
+  std::string acl;
+};
+
+struct BsrRpStatement {
+  Prefix group;
+  Address rp;
+  Number priority;
+  Number hashMask;
+  Routing::Pim::Mode mode = Routing::Pim::modePimSm;
+};
+
+struct NoBsrRpStatement {
+  Prefix group;
+  Address rp;
+};
+
+struct RpHashAlgorithmStatement {
+  Routing::Pim::RpHashAlgorithm algorithm = Routing::Pim::rpHashAlgorithmRfc7761;
+};
+
+struct ShowRpStatement {
+  Address group;
+  Routing::Pim::Mode mode = Routing::Pim::modePimNone;  // none: any mode
+  std::optional<Address> join;
+};
+
+enum class CandidateSource { staticConfig, bootstrap };
+
+struct ShowCandidatesStatement {
+  CandidateSource source = CandidateSource::staticConfig;
+};
+
+struct ShowAclStatement {
+  std::string acl;
+};
+
+using Statement = std::variant<VrfStatement, RpGroupStatement, RpAclStatement, RpModeStatement,
+                               NoRpGroupStatement, NoRpAclStatement, NoRpStatement,
+                               AclRuleStatement, NoAclRuleStatement, NoAclStatement, BsrRpStatement,
+                               NoBsrRpStatement, RpHashAlgorithmStatement, ShowRpStatement,
+                               ShowCandidatesStatement, ShowAclStatement>;
+
+}  // namespace PimrpTool

@@ -1,0 +1,243 @@
+#include "tools/StatementParser.h"
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "tools/StatementError.h"
+#include "tools/ValueWords.h"
+#include "tools/Words.h"
+
+namespace PimrpTool {
+namespace {
+
+using Routing::Pim::Mode;
+
+// Longest access-list name accepted; names are labels, not free text.
+constexpr std::size_t kMaxAclNameLength = 100;
+
+std::string takeAclName(WordCursor& cursor) {
+  return takeName(cursor, "access-list name", kMaxAclNameLength);
+}
+
+BindingOptions takeBindingOptions(WordCursor& cursor) {
+  BindingOptions options;
+  bool overrideSeen = false;
+  while (!cursor.atEnd()) {
+    const std::string option = takeChoice(cursor, {"priority", "hashmask", "override"});
+    if (option == "priority") {
+      requireFirst(options.priority.has_value(), option);
+      options.priority = takeNumber(cursor, "priority");
+    } else if (option == "hashmask") {
+      requireFirst(options.hashMask.has_value(), option);
+      options.hashMask = takeNumber(cursor, "hashmask");
+    } else {
+      requireFirst(overrideSeen, option);
+      overrideSeen = true;
+      options.override = true;
+    }
+  }
+  return options;
+}
+
+Statement parseVrf(WordCursor& cursor) {
+  // The length limit belongs to the VRF name type; the Validator applies it.
+  VrfStatement vrf{takeName(cursor, "VRF name", std::string::npos)};
+  cursor.expectEnd();
+  return vrf;
+}
+
+Statement parseRpAddress(WordCursor& cursor) {
+  const Address rp = takeAddress(cursor, "RP address");
+  const std::string kind = takeChoice(cursor, {"group", "acl", "mode"});
+  if (kind == "group") {
+    Prefix group = takePrefix(cursor, "group range");
+    return RpGroupStatement{rp, group, takeBindingOptions(cursor)};
+  }
+  if (kind == "acl") {
+    std::string acl = takeAclName(cursor);
+    return RpAclStatement{rp, acl, takeBindingOptions(cursor)};
+  }
+  const Mode mode = takeMode(cursor);
+  cursor.expectEnd();
+  return RpModeStatement{rp, mode};
+}
+
+Statement parseNoRpAddress(WordCursor& cursor) {
+  const Address rp = takeAddress(cursor, "RP address");
+  if (cursor.atEnd()) return NoRpStatement{rp};
+  const std::string kind = takeChoice(cursor, {"group", "acl"});
+  Statement statement = NoRpStatement{rp};
+  if (kind == "group") {
+    statement = NoRpGroupStatement{rp, takePrefix(cursor, "group range")};
+  } else {
+    statement = NoRpAclStatement{rp, takeAclName(cursor)};
+  }
+  cursor.expectEnd();
+  return statement;
+}
+
+Statement parseAclRule(WordCursor& cursor) {
+  AclRuleStatement rule;
+  rule.acl = takeAclName(cursor);
+  takeChoice(cursor, {"seq"});
+  rule.sequence = takeNumber(cursor, "sequence number");
+  rule.action = takeChoice(cursor, {"permit", "deny"}) == "permit" ? Acl::AclAction::permit
+                                                                   : Acl::AclAction::deny;
+  if (!cursor.takeIf("any")) rule.prefix = takePrefix(cursor, "rule prefix or 'any'");
+  cursor.expectEnd();
+  return rule;
+}
+
+Statement parseNoAcl(WordCursor& cursor) {
+  const std::string acl = takeAclName(cursor);
+  if (cursor.atEnd()) return NoAclStatement{acl};
+  takeChoice(cursor, {"seq"});
+  NoAclRuleStatement rule{acl, takeNumber(cursor, "sequence number")};
+  cursor.expectEnd();
+  return rule;
+}
+
+Statement parseBsrRp(WordCursor& cursor) {
+  BsrRpStatement candidate;
+  candidate.group = takePrefix(cursor, "group range");
+  candidate.rp = takeAddress(cursor, "RP address");
+  bool priority = false, hashMask = false, mode = false;
+  while (!cursor.atEnd()) {
+    const std::string option = takeChoice(cursor, {"priority", "hashmask", "mode"});
+    if (option == "priority") {
+      requireFirst(priority, option);
+      priority = true;
+      candidate.priority = takeNumber(cursor, "priority");
+    } else if (option == "hashmask") {
+      requireFirst(hashMask, option);
+      hashMask = true;
+      candidate.hashMask = takeNumber(cursor, "hashmask");
+    } else {
+      requireFirst(mode, option);
+      mode = true;
+      candidate.mode = takeMode(cursor);
+    }
+  }
+  // A bootstrap candidate always carries all three; a default would hide a missing word.
+  for (const auto& [given, option] : {std::pair{priority, "priority"},
+                                      std::pair{hashMask, "hashmask"}, std::pair{mode, "mode"}}) {
+    if (!given) {
+      throw StatementError("missing " + quoted(option) + " in " + quoted(cursor.consumed()));
+    }
+  }
+  return candidate;
+}
+
+Statement parseNoBsrRp(WordCursor& cursor) {
+  NoBsrRpStatement candidate;
+  candidate.group = takePrefix(cursor, "group range");
+  candidate.rp = takeAddress(cursor, "RP address");
+  cursor.expectEnd();
+  return candidate;
+}
+
+Statement parseRpHashAlgorithm(WordCursor& cursor) {
+  const std::string name = takeChoice(cursor, {"rfc7761", "modulo"});
+  cursor.expectEnd();
+  return RpHashAlgorithmStatement{name == "modulo" ? Routing::Pim::rpHashAlgorithmModulo
+                                                   : Routing::Pim::rpHashAlgorithmRfc7761};
+}
+
+Statement parseShowRp(WordCursor& cursor) {
+  ShowRpStatement query;
+  query.group = takeAddress(cursor, "group address");
+  bool modeSeen = false;
+  while (!cursor.atEnd()) {
+    const std::string option = takeChoice(cursor, {"mode", "join"});
+    if (option == "mode") {
+      requireFirst(modeSeen, option);
+      modeSeen = true;
+      query.mode = takeMode(cursor);
+    } else {
+      requireFirst(query.join.has_value(), option);
+      query.join = takeAddress(cursor, "join RP address");
+    }
+  }
+  return query;
+}
+
+Statement parseShowCandidates(WordCursor& cursor) {
+  const std::string source = takeChoice(cursor, {"static", "bsr"});
+  cursor.expectEnd();
+  return ShowCandidatesStatement{source == "bsr" ? CandidateSource::bootstrap
+                                                 : CandidateSource::staticConfig};
+}
+
+Statement parseShowAcl(WordCursor& cursor) {
+  ShowAclStatement query{takeAclName(cursor)};
+  cursor.expectEnd();
+  return query;
+}
+
+struct StatementForm {
+  std::vector<std::string> keywords;
+  Statement (*parse)(WordCursor&);
+};
+
+const std::vector<StatementForm>& forms() {
+  static const std::vector<StatementForm> table = {
+      {{"vrf"}, parseVrf},
+      {{"rp-address"}, parseRpAddress},
+      {{"no", "rp-address"}, parseNoRpAddress},
+      {{"acl"}, parseAclRule},
+      {{"no", "acl"}, parseNoAcl},
+      {{"bsr-rp"}, parseBsrRp},
+      {{"no", "bsr-rp"}, parseNoBsrRp},
+      {{"rp-hash-algorithm"}, parseRpHashAlgorithm},
+      {{"show", "rp"}, parseShowRp},
+      {{"show", "candidates"}, parseShowCandidates},
+      {{"show", "acl"}, parseShowAcl},
+  };
+  return table;
+}
+
+// Finds the form named by the leading keywords, consuming them.
+const StatementForm& takeForm(WordCursor& cursor) {
+  std::vector<const StatementForm*> matching;
+  for (const auto& form : forms()) matching.push_back(&form);
+  for (std::size_t depth = 0;; ++depth) {
+    // What could come here; only a refusal needs it.
+    const auto expected = [&] {
+      std::vector<std::string> keywords;
+      for (const auto* form : matching) {
+        const std::string& keyword = form->keywords[depth];
+        if (std::find(keywords.begin(), keywords.end(), keyword) == keywords.end()) {
+          keywords.push_back(keyword);
+        }
+      }
+      return keywords;
+    };
+    if (cursor.atEnd()) cursor.take(oneOf(expected()));
+    const std::string& word = cursor.peek();
+    std::vector<const StatementForm*> next;
+    for (const auto* form : matching) {
+      if (form->keywords[depth] == word) next.push_back(form);
+    }
+    if (next.empty()) {
+      if (depth == 0) throw StatementError("unknown statement " + quoted(word));
+      throw StatementError("expected " + oneOf(expected()) + " after " + quoted(cursor.consumed()) +
+                           ", got " + quoted(word));
+    }
+    cursor.take(word);
+    matching = std::move(next);
+    for (const auto* form : matching) {
+      if (form->keywords.size() == depth + 1) return *form;
+    }
+  }
+}
+
+}  // namespace
+
+std::optional<Statement> parseStatement(std::string_view line) {
+  WordCursor cursor(splitWords(line));
+  if (cursor.atEnd()) return std::nullopt;
+  return takeForm(cursor).parse(cursor);
+}
+
+}  // namespace PimrpTool

@@ -1,0 +1,49 @@
+#pragma once
+// Readers of the words of a statement as typed values, for the statement forms of the parser.
+// Each consumes the next word of the cursor and refuses it with a StatementError that names
+// what was expected and quotes the word; `what` names the value in those messages ("group
+// range", "priority").
+
+#include <cstddef>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+
+#include "model/Pim/PimTypes.h"
+#include "tools/Statement.h"
+#include "tools/Words.h"
+
+namespace PimrpTool {
+
+using Choices = std::initializer_list<std::string_view>;
+
+// "'a'", "'a' or 'b'", "'a', 'b' or 'c'".
+template <class Words>
+std::string oneOf(const Words& words) {
+  std::string text;
+  std::size_t index = 0;
+  for (const auto& word : words) {
+    if (index != 0) text += index + 1 == words.size() ? " or " : ", ";
+    text.append("'").append(word).append("'");
+    ++index;
+  }
+  return text;
+}
+
+// The next word, which must be one of `choices`.
+std::string takeChoice(WordCursor& cursor, Choices choices);
+// An IPv4 or IPv6 address.
+Address takeAddress(WordCursor& cursor, const std::string& what);
+// ADDRESS/LENGTH with no host bits set.
+Prefix takePrefix(WordCursor& cursor, const std::string& what);
+// Decimal digits only; the value saturates far above any range of the language.
+Number takeNumber(WordCursor& cursor, const std::string& what);
+// Letters, digits, '_', '-' and '.', at most maxLength of them.
+std::string takeName(WordCursor& cursor, const std::string& what, std::size_t maxLength);
+// "sparse" or "bidir".
+Routing::Pim::Mode takeMode(WordCursor& cursor);
+
+// Refuses a second occurrence of an option that may be given once.
+void requireFirst(bool seen, const std::string& option);
+
+}  // namespace PimrpTool

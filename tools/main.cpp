@@ -1,0 +1,160 @@
+// pimrp: runs RP configuration scripts against the library, wired as a routing agent wires it,
+// and answers which RP serves a group.
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "framework/Kel/System.h"
+#include "tools/DemoScript.h"
+#include "tools/Interpreter.h"
+#include "tools/Output.h"
+#include "tools/Session.h"
+#include "tools/TraceOption.h"
+
+#ifndef PIMRP_VERSION
+#error "PIMRP_VERSION comes from the build"
+#endif
+
+namespace {
+
+using namespace PimrpTool;
+
+struct Options {
+  std::string script;
+  bool json = false;
+  bool printDemoScript = false;
+  std::vector<std::string> traces;
+};
+
+void defineOptions(CLI::App& app, Options& options) {
+  app.add_option("script", options.script,
+                 "script file to run; '-' reads statements from standard input one at a time; "
+                 "none runs the built-in demo")
+      ->type_name("FILE");
+  app.add_flag("--json", options.json,
+               "print each show answer as one JSON object on one line, and nothing else");
+  app.add_flag("--demo-script", options.printDemoScript, "print the built-in demo script");
+  app.add_option("--trace", options.traces,
+                 "trace levels 0..LEVEL of trace file NAME (or 'all') to standard "
+                 "error; repeatable")
+      ->type_name("NAME=LEVEL")
+      ->allow_extra_args(false);
+  app.set_version_flag("--version", std::string("pimrp ") + PIMRP_VERSION);
+  app.footer(
+      "Statements, one per line ('#' starts a comment):\n"
+      "  vrf NAME\n"
+      "  rp-address ADDR group PREFIX [priority N] [hashmask N] [override]\n"
+      "  rp-address ADDR acl NAME [priority N] [hashmask N] [override]\n"
+      "  rp-address ADDR mode sparse|bidir\n"
+      "  no rp-address ADDR [group PREFIX | acl NAME]\n"
+      "  acl NAME seq N permit|deny PREFIX|any\n"
+      "  no acl NAME [seq N]\n"
+      "  bsr-rp PREFIX ADDR priority N hashmask N mode sparse|bidir\n"
+      "  no bsr-rp PREFIX ADDR\n"
+      "  rp-hash-algorithm rfc7761|modulo\n"
+      "  show rp GROUP [mode sparse|bidir] [join ADDR]\n"
+      "  show candidates static|bsr\n"
+      "  show acl NAME");
+}
+
+// Set up before the library is wired, so that its construction is traced too.
+bool applyTraceOptions(const std::vector<std::string>& traces) {
+  try {
+    std::vector<TraceRequest> requests;
+    for (const auto& text : traces) requests.push_back(traceRequestFromText(text));
+    for (const auto& request : requests) traceRequestApply(request);
+  } catch (const TraceRequestError& error) {
+    std::cerr << "pimrp: --trace: " << error.what() << '\n';
+    return false;
+  }
+  if (!traces.empty()) traceSinkIs(std::cerr);
+  return true;
+}
+
+// The whole file, or an empty optional with the reason in `why`.
+std::optional<std::string> readFile(const std::string& path, std::string& why) {
+  std::FILE* file = std::fopen(path.c_str(), "rb");
+  if (file == nullptr) {
+    why = std::strerror(errno);
+    return std::nullopt;
+  }
+  std::string text;
+  char buffer[1 << 16];
+  std::size_t got;
+  while ((got = std::fread(buffer, 1, sizeof buffer, file)) > 0) text.append(buffer, got);
+  // A directory opens but does not read; ferror tells it from the end of a file.
+  const bool failed = std::ferror(file) != 0;
+  const int error = errno;
+  std::fclose(file);
+  if (failed) {
+    why = std::strerror(error);
+    return std::nullopt;
+  }
+  return text;
+}
+
+int run(const Options& options) {
+  if (options.printDemoScript) {
+    std::cout << demoScript();
+    return kExitOk;
+  }
+  // Virtual time from zero: a script replays the same way every time, and later statements can
+  // move the clock.
+  Kel::System::virtualTimeIs(0.0);
+  if (!applyTraceOptions(options.traces)) return kExitBadScript;
+  // The wired library stays until the process ends: taking a large configuration apart object by
+  // object costs nearly as much as building it, for nothing that the end of the process does not
+  // do at once. Held from a static, it is still reachable for leak checkers.
+  static Session* const session = new Session;
+  const auto output = options.json ? jsonOutputFactory(std::cout) : humanOutputFactory(std::cout);
+  Interpreter interpreter(*session, *output, std::cerr);
+  if (options.script.empty()) return interpreter.runScript("demo", demoScript());
+  if (options.script != "-") {
+    std::string why;
+    const auto text = readFile(options.script, why);
+    if (!text) {
+      std::cerr << "pimrp: cannot read '" << options.script << "': " << why << '\n';
+      return kExitBadScript;
+    }
+    return interpreter.runScript(options.script, *text);
+  }
+  // The prompt goes to standard error, so that standard output holds answers only.
+  const bool terminal = isatty(STDIN_FILENO) != 0;
+  const int status = interpreter.runStream(
+      "-", std::cin,
+      [terminal] {
+        if (terminal) std::cerr << "pimrp> " << std::flush;
+      },
+      [] { std::cout.flush(); });
+  // End of input leaves the cursor after the last prompt; the shell's prompt belongs below it.
+  if (terminal) std::cerr << '\n';
+  return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("pimrp: which PIM Rendezvous Point serves each multicast group", "pimrp");
+  Options options;
+  defineOptions(app, options);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    const int status = app.exit(error);
+    return status == 0 ? kExitOk : kExitBadScript;
+  }
+  try {
+    return run(options);
+  } catch (const std::exception& failure) {
+    std::cerr << "pimrp: internal error: " << failure.what() << '\n';
+    return kExitInternal;
+  }
+}
