@@ -13,7 +13,7 @@ using Ipkit::IpGenAddr;
 using Ipkit::IpGenPrefix;
 using namespace Routing::Pim;
 using Lines = std::vector<std::string>;
-using RpTest::CandidateSpec;
+using RpTest::CandidateRecipe;
 
 // The function signatures as the traces print them.
 const std::string kFromPrefix =
@@ -68,9 +68,9 @@ U32 referenceHash6(const IpGenAddr& group, unsigned maskLen, const IpGenAddr& rp
 class RpComputeTest : public ::testing::Test {
  protected:
   // Adds the candidate and its prefix to the compute's trie, as the trie builder would.
-  void add(const CandidateSpec& spec) {
-    RpTest::addCandidate(status_, spec);
-    const IpGenPrefix prefix(spec.prefix);
+  void add(const CandidateRecipe& recipe) {
+    RpTest::addCandidate(status_, recipe);
+    const IpGenPrefix prefix(recipe.prefix);
     compute_->grpTrieIs("crpTrie", prefix.af())->routeIs(prefix, 1);
   }
   RpCandidateInfo select(const char* group) { return compute_->doComputeRp(IpGenAddr(group)); }

@@ -36,7 +36,7 @@ class TraceCapture {
   Kel::TraceFile& file_;
 };
 
-struct CandidateSpec {
+struct CandidateRecipe {
   const char* prefix;
   const char* rp;
   Routing::Pim::RpPriority priority;
@@ -47,13 +47,13 @@ struct CandidateSpec {
 
 // Writes one candidate into a status the way a source's writer does.
 inline Kel::Ptr<Routing::Pim::RpCandidate> addCandidate(
-    const Kel::Ptr<Routing::Pim::RpCandidateStatus>& status, const CandidateSpec& spec) {
-  auto set = status->crpSetIs(Ipkit::IpGenPrefix(spec.prefix));
-  auto candidate = set->rpIs(Ipkit::IpGenAddr(spec.rp));
-  candidate->priorityIs(spec.priority);
-  candidate->hashMaskLenIs(spec.hashMaskLen);
-  candidate->overrideIs(spec.override);
-  candidate->pimModeIs(spec.mode);
+    const Kel::Ptr<Routing::Pim::RpCandidateStatus>& status, const CandidateRecipe& recipe) {
+  auto set = status->crpSetIs(Ipkit::IpGenPrefix(recipe.prefix));
+  auto candidate = set->rpIs(Ipkit::IpGenAddr(recipe.rp));
+  candidate->priorityIs(recipe.priority);
+  candidate->hashMaskLenIs(recipe.hashMaskLen);
+  candidate->overrideIs(recipe.override);
+  candidate->pimModeIs(recipe.mode);
   return candidate;
 }
 
