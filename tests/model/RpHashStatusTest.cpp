@@ -1,5 +1,3 @@
-#include "model/Pim/RpHashStatus.h"
-
 #include <gtest/gtest.h>
 
 #include <sstream>
@@ -8,6 +6,7 @@
 
 #include "framework/Kel/Trace.h"
 #include "framework/Mirra/CorruptionDetectedException.h"
+#include "model/Pim/RpHashStatus.h"
 
 namespace {
 
@@ -49,8 +48,9 @@ TEST(RpHash, Equality_ComparesAllSixFields) {
 TEST(RpHash, StreamForm_Readable) {
   std::ostringstream out;
   out << entryFor("239.0.0.0/8", "10.0.0.1");
-  EXPECT_EQ(out.str(), "RpHash(239.0.0.0/8 -> 10.0.0.1, priority 10, hashMaskLen 30, override "
-                       "False, modePimSm)");
+  EXPECT_EQ(out.str(),
+            "RpHash(239.0.0.0/8 -> 10.0.0.1, priority 10, hashMaskLen 30, override "
+            "False, modePimSm)");
 }
 
 TEST(RpHashStatus, LookupNeverWritten_YieldsDefaultEntry) {

@@ -1,5 +1,3 @@
-#include "rp/PimCrpGrpTrieBuilderSm.h"
-
 #include <gtest/gtest.h>
 
 #include <random>
@@ -8,6 +6,7 @@
 #include <vector>
 
 #include "framework/Kel/Assert.h"
+#include "rp/PimCrpGrpTrieBuilderSm.h"
 #include "tests/rp/RpTestSupport.h"
 
 namespace {
@@ -105,13 +104,12 @@ TEST_F(GrpPrefixTrieBuilderTest, Traces_FullRebuild_TwoSpaceVariantOnTrieCreatio
   status_->crpSetIs(IpGenPrefix("239.0.0.0/8"));
   RpTest::TraceCapture capture("PimCrpGrpTrieBuilderSm");
   auto builder = build();
-  EXPECT_EQ(capture.lines(),
-            (Lines{
-                "void Routing::Pim::GrpPrefixTrieBuilderSm::handleInitialized()",
-                "void Routing::Pim::GrpPrefixTrieBuilderSm::handleCRpSet()",
-                "Trie built with 0 nodes  and 1 routes",
-                "Added 239.0.0.0/8 to trie ",
-            }));
+  EXPECT_EQ(capture.lines(), (Lines{
+                                 "void Routing::Pim::GrpPrefixTrieBuilderSm::handleInitialized()",
+                                 "void Routing::Pim::GrpPrefixTrieBuilderSm::handleCRpSet()",
+                                 "Trie built with 0 nodes  and 1 routes",
+                                 "Added 239.0.0.0/8 to trie ",
+                             }));
 }
 
 TEST_F(GrpPrefixTrieBuilderTest, MissingStatusOrCompute_AssertionText) {
@@ -178,9 +176,9 @@ void followRandomChanges(RpCandidateStatus& status, RpCompute& compute, bool v6,
           expected = prefix;
         }
       }
-      const IpGenPrefix actual = compute.grpTrie()
-                                     ? compute.grpTrie()->longestMatch(IpGenPrefix::hostPrefix(group))
-                                     : IpGenPrefix();
+      const IpGenPrefix actual =
+          compute.grpTrie() ? compute.grpTrie()->longestMatch(IpGenPrefix::hostPrefix(group))
+                            : IpGenPrefix();
       ASSERT_EQ(actual, expected) << "step " << step << " group " << group;
     }
   }

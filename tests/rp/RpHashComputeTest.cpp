@@ -48,8 +48,8 @@ TEST_F(RpHashComputeTest, Construction_OwnsComputeAndTrieBuilderPerSource) {
 TEST_F(RpHashComputeTest, GroupInTable_TableRpReturnedOverComputes) {
   auto status = build(modePimNone);
   addCandidate(static_, {"239.0.0.0/8", "10.0.0.1", 0, 30, modePimSm, true});
-  table_->rpHashIs(RpHash(IpGenPrefix("239.1.1.1/32"), IpGenAddr("10.9.9.9"), 5, 30, false,
-                          modePimSm));
+  table_->rpHashIs(
+      RpHash(IpGenPrefix("239.1.1.1/32"), IpGenAddr("10.9.9.9"), 5, 30, false, modePimSm));
   EXPECT_EQ(ask(status, "239.1.1.1"), IpGenAddr("10.9.9.9"));
   EXPECT_EQ(ask(status, "239.1.1.2"), IpGenAddr("10.0.0.1"));
 }
@@ -94,8 +94,9 @@ TEST_F(RpHashComputeTest, NoCandidates_JoinReturnedWithTrace) {
   auto status = build(modePimNone);
   RpTest::TraceCapture capture("PimRpCompute", 5);
   EXPECT_EQ(ask(status, "239.1.1.1"), join_);
-  EXPECT_EQ(capture.lines(), (Lines{"Computed RP unknown",
-                                    "No RP in RpHash or computation. Returning Rp from join value"}));
+  EXPECT_EQ(capture.lines(),
+            (Lines{"Computed RP unknown",
+                   "No RP in RpHash or computation. Returning Rp from join value"}));
 }
 
 TEST_F(RpHashComputeTest, NoStatusesAtAll_AbsentComputesGiveEmptyResult) {
@@ -117,8 +118,8 @@ TEST_F(RpHashComputeTest, TriesFollowStatusesAfterConstruction) {
 
 TEST_F(RpHashComputeTest, Traces_TableHit_ExactLines) {
   auto status = build(modePimNone);
-  table_->rpHashIs(RpHash(IpGenPrefix("239.1.1.1/32"), IpGenAddr("10.9.9.9"), 5, 30, false,
-                          modePimSm));
+  table_->rpHashIs(
+      RpHash(IpGenPrefix("239.1.1.1/32"), IpGenAddr("10.9.9.9"), 5, 30, false, modePimSm));
   RpTest::TraceCapture capture("PimRpCompute");
   ask(status, "239.1.1.1");
   EXPECT_EQ(capture.lines(),
