@@ -178,6 +178,12 @@ void RpCandidateSm::handleInitialize() {
   initialize_ = true;
 }
 
+Kel::Ptr<RpCandidate> RpCandidateSm::doCandidate(const Ipkit::IpGenPrefix& prefix,
+                                                 const Ipkit::IpGenAddr& rp) const {
+  const auto set = crpStatus_->crpSetMutable(prefix);
+  return set ? set->rpMutable(rp) : nullptr;
+}
+
 void RpCandidateSm::doRemoveExtraStatusEntries() {
   KEL_TRACE(trace(), 9, vrfTag() << __PRETTY_FUNCTION__);
   for (const auto& [prefix, readOnlySet] : crpStatus_->crpSet()) {

@@ -311,6 +311,9 @@ class RpCandidateSm : public Kel::PtrInterface {
   // (the start-up handlers) and the destructor, where taking a reference would delete the owner
   // when it goes.
   Kel::Ptr<RpCandidateSm> doKeepAlive();
+  // The status's candidate of rp in the set of prefix, or null when either is missing.
+  Kel::Ptr<RpCandidate> doCandidate(const Ipkit::IpGenPrefix& prefix,
+                                    const Ipkit::IpGenAddr& rp) const;
   const std::string& vrfTag() const { return vrfTag_; }
 
   // The entry of RP `address` as its reactor sees it (it may already have left rpTable), or the

@@ -162,8 +162,7 @@ void RpCandidateSm::KelRpEntry::handlePriorityGrp(const Ipkit::IpGenPrefix& pref
   if (!config) return;
   // Whichever source gave the candidate, the operator's latest word on this prefix's value is
   // written into it; a prefix this RP has no candidate for is left alone.
-  const auto set = owner_->crpStatus()->crpSetMutable(prefix);
-  const auto candidate = set ? set->rpMutable(rpAddr_) : nullptr;
+  const auto candidate = owner_->doCandidate(prefix, rpAddr_);
   if (!candidate) return;
   const RpPriority priority =
       config->priorityGrp().contains(prefix) ? config->priorityGrp(prefix) : kRpPriorityNone;
@@ -179,8 +178,7 @@ void RpCandidateSm::KelRpEntry::handleHashMaskGrp(const Ipkit::IpGenPrefix& pref
   const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
   const auto config = entry();
   if (!config) return;
-  const auto set = owner_->crpStatus()->crpSetMutable(prefix);
-  const auto candidate = set ? set->rpMutable(rpAddr_) : nullptr;
+  const auto candidate = owner_->doCandidate(prefix, rpAddr_);
   if (!candidate) return;
   const RpHashMaskLen hashMask =
       config->hashMaskGrp().contains(prefix) ? config->hashMaskGrp(prefix) : kRpHashMaskLenNone;
@@ -196,8 +194,7 @@ void RpCandidateSm::KelRpEntry::handleOverrideDynGrp(const Ipkit::IpGenPrefix& p
   const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
   const auto config = entry();
   if (!config) return;
-  const auto set = owner_->crpStatus()->crpSetMutable(prefix);
-  const auto candidate = set ? set->rpMutable(rpAddr_) : nullptr;
+  const auto candidate = owner_->doCandidate(prefix, rpAddr_);
   if (!candidate) return;
   const bool override = config->overrideDynGrp().contains(prefix) && config->overrideDynGrp(prefix);
   candidate->overrideIs(override);
@@ -222,8 +219,7 @@ void RpCandidateSm::KelRpEntry::handlePriorityAcl(const Kel::String& name) {
   const RpPriority priority =
       config->priorityAcl().contains(name) ? config->priorityAcl(name) : kRpPriorityNone;
   for (const auto& [prefix, permitted] : rpStaticAcl->grpPrefix()) {
-    const auto set = owner_->crpStatus()->crpSetMutable(prefix);
-    const auto candidate = set ? set->rpMutable(rpAddr_) : nullptr;
+    const auto candidate = owner_->doCandidate(prefix, rpAddr_);
     if (!candidate) continue;
     candidate->priorityIs(priority);
     KEL_TRACE(trace(), 5,
@@ -244,8 +240,7 @@ void RpCandidateSm::KelRpEntry::handleHashMaskAcl(const Kel::String& name) {
   const RpHashMaskLen hashMask =
       config->hashMaskAcl().contains(name) ? config->hashMaskAcl(name) : kRpHashMaskLenNone;
   for (const auto& [prefix, permitted] : rpStaticAcl->grpPrefix()) {
-    const auto set = owner_->crpStatus()->crpSetMutable(prefix);
-    const auto candidate = set ? set->rpMutable(rpAddr_) : nullptr;
+    const auto candidate = owner_->doCandidate(prefix, rpAddr_);
     if (!candidate) continue;
     candidate->hashMaskLenIs(hashMask);
     KEL_TRACE(trace(), 5,
@@ -265,8 +260,7 @@ void RpCandidateSm::KelRpEntry::handleOverrideDynAcl(const Kel::String& name) {
   if (!rpStaticAcl) return;
   const bool override = config->overrideDynAcl().contains(name) && config->overrideDynAcl(name);
   for (const auto& [prefix, permitted] : rpStaticAcl->grpPrefix()) {
-    const auto set = owner_->crpStatus()->crpSetMutable(prefix);
-    const auto candidate = set ? set->rpMutable(rpAddr_) : nullptr;
+    const auto candidate = owner_->doCandidate(prefix, rpAddr_);
     if (!candidate) continue;
     candidate->overrideIs(override);
     KEL_TRACE(trace(), 5,
