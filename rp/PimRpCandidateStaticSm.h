@@ -127,13 +127,13 @@ class RpCandidateSm : public Kel::ReactorOwner {
     void handleDel();
 
    private:
-    // The one piece behind the three per-group and the three per-list value handlers; V names
-    // the value (ValueKinds in PimRpCandidateStaticSmEntry.cpp). `signature` is the handler's,
-    // for its entry trace.
-    template <class V>
-    void doGrpValue(const char* signature, const Ipkit::IpGenPrefix& prefix);
-    template <class V>
-    void doAclValue(const char* signature, const Kel::String& name);
+    // The one piece behind the three per-group and the three per-list value handlers: `kind`
+    // names the value (a ValueKind of PimRpCandidateStaticSmEntry.cpp) and `signature` is the
+    // handler's, for its entry trace.
+    template <class Kind>
+    void doGrpValue(const Kind& kind, const char* signature, const Ipkit::IpGenPrefix& prefix);
+    template <class Kind>
+    void doAclValue(const Kind& kind, const char* signature, const Kel::String& name);
     // Null once the reactor is detached, which a nested notification may do in the middle of a
     // handler: handlers read it once on entry and work on that reference.
     Kel::PtrConst<RpEntry> entry() const { return notifier(); }
