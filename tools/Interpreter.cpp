@@ -27,10 +27,21 @@ void Interpreter::doReport(const std::string& name, std::size_t line, const std:
   errors_ << name << ':' << line << ": error: " << message << '\n';
 }
 
-bool Interpreter::doApply(const std::string& name, std::size_t line, const Statement& statement) {
+bool Interpreter::doApply(const std::string& name, std::size_t line, const Statement& statement,
+                          Commit commit) {
   try {
-    const auto answer = session_.apply(statement);
+    const auto answer = session_.apply(statement, commit);
     if (answer) output_.show(*answer);
+    return true;
+  } catch (const Kel::Exception& refusal) {
+    doReport(name, line, std::string("internal error: ") + refusal.what());
+    return false;
+  }
+}
+
+bool Interpreter::doCommit(const std::string& name, std::size_t line) {
+  try {
+    session_.commit();
     return true;
   } catch (const Kel::Exception& refusal) {
     doReport(name, line, std::string("internal error: ") + refusal.what());
@@ -57,12 +68,14 @@ int Interpreter::runScript(const std::string& name, const std::string& text) {
   // Parsing again instead of keeping every statement keeps a long script's memory to that of
   // its text: the statements are far larger than their lines.
   bool applied = true;
+  std::size_t lastLine = 0;
   forEachLine(text, [&](std::size_t line, std::string_view words) {
     const auto statement = parseStatement(words);
-    if (statement) applied = doApply(name, line, *statement);
+    if (statement) applied = doApply(name, line, *statement, Commit::inRuns);
+    if (statement) lastLine = line;
     return applied;
   });
-  return applied ? kExitOk : kExitInternal;
+  return applied && doCommit(name, lastLine) ? kExitOk : kExitInternal;
 }
 
 int Interpreter::runStream(const std::string& name, std::istream& in,
@@ -77,7 +90,7 @@ int Interpreter::runStream(const std::string& name, std::istream& in,
       const auto statement = parseStatement(text);
       if (!statement) continue;
       validator_.check(*statement);
-      if (!doApply(name, lineNumber, *statement)) return kExitInternal;
+      if (!doApply(name, lineNumber, *statement, Commit::eachStatement)) return kExitInternal;
     } catch (const StatementError& error) {
       doReport(name, lineNumber, error.what());
       refused = true;

@@ -8,6 +8,8 @@
 //  - runStream: statements are read and applied one at a time as they arrive; a bad one is
 //    reported and skipped, the session keeps its state, and the final status is
 //    kExitStatementFailed if any statement was refused.
+// A script's consecutive rules of one access list reach the library as one change of the list
+// (Session, Commit::inRuns); on a stream each statement is one change.
 // Errors read "NAME:LINE: error: MESSAGE" on the error stream.
 //
 // Invariants:
@@ -45,7 +47,11 @@ class Interpreter {
  private:
   void doReport(const std::string& name, std::size_t line, const std::string& message);
   // False when the library refused the statement (reported).
-  bool doApply(const std::string& name, std::size_t line, const Statement& statement);
+  bool doApply(const std::string& name, std::size_t line, const Statement& statement,
+               Commit commit);
+  // Commits the run of rules that a script's last statements collected; false when the library
+  // refused it (reported at `line`, the last statement's).
+  bool doCommit(const std::string& name, std::size_t line);
 
   Session& session_;
   Output& output_;

@@ -25,11 +25,17 @@ void appendSets(const RpCandidateStatus& status, std::vector<CandidateSetRows>& 
   }
 }
 
+bool isRuleStatement(const Statement& statement) {
+  return std::holds_alternative<AclRuleStatement>(statement) ||
+         std::holds_alternative<NoAclRuleStatement>(statement);
+}
+
 }  // namespace
 
 // One overload per statement; a statement without one does not compile.
 struct SessionApply {
   Session& session;
+  Commit commit;
 
   using Result = std::optional<ShowResult>;
 
@@ -123,9 +129,19 @@ struct SessionApply {
     return std::nullopt;
   }
 
+  // The rules a rule statement edits: the run's when collecting, else the list's current ones
+  // (created with the list when absent and `create`); null when there are none to edit.
+  Kel::Ptr<Acl::AclSubConfig> rulesToEdit(const std::string& acl, bool create) const {
+    if (commit == Commit::inRuns) return session.runRulesOf(acl, create);
+    if (!create) {
+      const auto list = ipv4().aclConfig()->aclMutable(acl);
+      return list ? list->currCfgMutable() : nullptr;
+    }
+    return ipv4().aclConfig()->aclIs(acl)->currCfgIs();
+  }
+
   Result operator()(const AclRuleStatement& s) const {
-    const auto list = ipv4().aclConfig()->aclIs(s.acl);
-    const auto rules = list->currCfgIs();
+    const auto rules = rulesToEdit(s.acl, true);
     const auto sequence = static_cast<U32>(s.sequence.value);
     const Acl::IpRuleConfig rule(
         s.action, s.prefix ? Acl::IpFilter(s.prefix->value) : Acl::IpFilter::anyAddress());
@@ -142,9 +158,8 @@ struct SessionApply {
   }
 
   Result operator()(const NoAclRuleStatement& s) const {
-    const auto list = ipv4().aclConfig()->aclMutable(s.acl);
-    if (!list || !list->currCfgMutable()) return std::nullopt;
-    const auto& rules = list->currCfgMutable();
+    const auto rules = rulesToEdit(s.acl, false);
+    if (!rules) return std::nullopt;
     const auto sequence = static_cast<U32>(s.sequence.value);
     if (!rules->ruleBySequence().contains(sequence)) return std::nullopt;
     const Acl::UniqueId id = rules->ruleBySequence(sequence);
@@ -244,8 +259,37 @@ Session::Session()
       ipv4_(Ipkit::AddressFamily::ipv4, vrf_, rpConfig_),
       ipv6_(Ipkit::AddressFamily::ipv6, vrf_, rpConfig_) {}
 
-std::optional<ShowResult> Session::apply(const Statement& statement) {
-  return std::visit(SessionApply{*this}, statement);
+std::optional<ShowResult> Session::apply(const Statement& statement, Commit commit) {
+  // A run ends at anything but one more rule statement of its list.
+  if (commit == Commit::eachStatement || !isRuleStatement(statement)) this->commit();
+  return std::visit(SessionApply{*this, commit}, statement);
+}
+
+Kel::Ptr<Acl::AclSubConfig> Session::runRulesOf(const std::string& acl, bool create) {
+  if (runRules_ && runAcl_ != acl) commit();
+  if (runRules_) return runRules_;
+  const auto list = ipv4_.aclConfig()->acl(acl);
+  const auto current = list ? list->currCfg() : nullptr;
+  // Removing a rule from a list without rules changes nothing: no run, no list.
+  if (!current && !create) return nullptr;
+  // The run starts from the current rules, under the identifiers they have.
+  runRules_ = Kel::Ptr<Acl::AclSubConfig>(new Acl::AclSubConfig);
+  runAcl_ = acl;
+  if (current) {
+    for (const auto& [sequence, id] : current->ruleBySequence()) {
+      runRules_->ipRuleByIdIs(id, current->ipRuleById(id));
+      runRules_->ruleBySequenceIs(sequence, id);
+    }
+  }
+  return runRules_;
+}
+
+void Session::commit() {
+  if (!runRules_) return;
+  // Taken first, so that a refusal below does not leave a run to commit again.
+  const auto rules = std::move(runRules_);
+  runRules_ = nullptr;
+  ipv4_.aclConfig()->aclIs(runAcl_)->currCfgIs(rules);
 }
 
 }  // namespace PimrpTool

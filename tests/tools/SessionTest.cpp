@@ -197,6 +197,79 @@ TEST_F(SessionTest, NoAcl_RemovesOneRuleOrTheList) {
   EXPECT_TRUE(session.family(AddressFamily::ipv4).aclConfig()->acl().empty());
 }
 
+// Counts the replacements of a list's current rules and the changes of the rules themselves.
+class ListRecorder : public Acl::AclConfig::NotifieeConst {
+ public:
+  void onCurrCfg() override { ++currCfgChanges; }
+  int currCfgChanges = 0;
+};
+
+TEST_F(SessionTest, RulesInRuns_OneNewRuleVersionPerRunOfOneList) {
+  apply("acl A seq 10 permit 224.0.0.0/23");
+  const auto before = rules("A");
+  const auto list = session.family(AddressFamily::ipv4).aclConfig()->acl("A");
+  Kel::Ptr<ListRecorder> recorder(new ListRecorder);
+  recorder->notifierIs(list);
+  for (const char* line :
+       {"acl A seq 20 permit 239.0.0.0/8", "acl A seq 30 deny any", "no acl A seq 10"}) {
+    session.apply(ToolTest::statementOf(line), Commit::inRuns);
+  }
+  // Nothing reached the list yet: the run is still open.
+  EXPECT_EQ(recorder->currCfgChanges, 0);
+  EXPECT_EQ(rules("A"), before);
+  EXPECT_EQ(before->ruleBySequence().size(), 1u);
+  session.commit();
+  EXPECT_EQ(recorder->currCfgChanges, 1);
+  const auto after = rules("A");
+  ASSERT_NE(after, before);
+  EXPECT_EQ(after->ruleBySequence().size(), 2u);
+  EXPECT_EQ(after->ipRuleById().size(), 2u);
+  EXPECT_EQ(after->ipRuleById(after->ruleBySequence(20)),
+            Acl::IpRuleConfig(Acl::AclAction::permit, Acl::IpFilter(IpGenPrefix("239.0.0.0/8"))));
+  session.commit();
+  EXPECT_EQ(recorder->currCfgChanges, 1);
+}
+
+TEST_F(SessionTest, RulesInRuns_KeepTheIdentifiersOfUnchangedRules) {
+  apply("acl A seq 10 permit 224.0.0.0/23");
+  const Acl::UniqueId first = rules("A")->ruleBySequence(10);
+  session.apply(ToolTest::statementOf("acl A seq 20 permit 239.0.0.0/8"), Commit::inRuns);
+  session.commit();
+  EXPECT_EQ(rules("A")->ruleBySequence(10), first);
+}
+
+TEST_F(SessionTest, RulesInRuns_AnotherStatementOrListEndsTheRun) {
+  session.apply(ToolTest::statementOf("acl A seq 10 permit 239.0.0.0/8"), Commit::inRuns);
+  session.apply(ToolTest::statementOf("acl B seq 10 permit 238.0.0.0/8"), Commit::inRuns);
+  ASSERT_TRUE(rules("A"));
+  EXPECT_FALSE(rules("B"));
+  const auto listing =
+      std::get<AclListing>(*session.apply(ToolTest::statementOf("show acl B"), Commit::inRuns));
+  EXPECT_EQ(listing.prefixes, (std::vector<IpGenPrefix>{IpGenPrefix("238.0.0.0/8")}));
+}
+
+TEST_F(SessionTest, RulesInRuns_RemovingFromAnAbsentListStartsNoRunAndCreatesNoList) {
+  session.apply(ToolTest::statementOf("no acl A seq 10"), Commit::inRuns);
+  session.commit();
+  EXPECT_TRUE(session.family(AddressFamily::ipv4).aclConfig()->acl().empty());
+}
+
+TEST_F(SessionTest, RulesOfABoundList_ReachTheStaticCandidatesWhenTheRunEnds) {
+  apply("rp-address 10.0.0.1 acl A");
+  for (int third = 0; third < 3; ++third) {
+    session.apply(ToolTest::statementOf("acl A seq " + std::to_string(10 + third) + " permit 239." +
+                                        std::to_string(third) + ".0.0/16"),
+                  Commit::inRuns);
+  }
+  const auto& status = session.family(AddressFamily::ipv4).staticStatus();
+  EXPECT_TRUE(status->crpSet().empty());
+  session.commit();
+  // 239.0/16 and 239.1/16 fold into one range.
+  EXPECT_EQ(status->crpSet().size(), 2u);
+  EXPECT_TRUE(status->crpSet(IpGenPrefix("239.0.0.0/15")));
+  EXPECT_TRUE(status->crpSet(IpGenPrefix("239.2.0.0/16")));
+}
+
 TEST_F(SessionTest, BsrRp_WritesTheCandidateWithItsSetupTimeOnCreation) {
   Kel::System::virtualTimeIs(42.0);
   apply("bsr-rp 239.0.0.0/8 10.1.0.1 priority 10 hashmask 30 mode bidir");
