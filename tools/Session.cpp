@@ -12,6 +12,14 @@ using namespace Routing::Pim;
 
 namespace {
 
+// What a static binding gets for an option left out, as routers' configuration gives it: the
+// best priority, and the hash mask length that the bootstrap router mechanism advises
+// (RFC 5059: 30 for IPv4, 126 for IPv6).
+constexpr unsigned kDefaultPriority = 0;
+unsigned defaultHashMask(Ipkit::AddressFamily af) {
+  return af == Ipkit::AddressFamily::ipv4 ? 30 : 126;
+}
+
 RpCandidateInfo infoOf(const RpCandidate& candidate) {
   return RpCandidateInfo(candidate.address(), candidate.priority(), candidate.hashMaskLen(),
                          candidate.override(), candidate.pimMode());
@@ -52,21 +60,35 @@ struct SessionApply {
   }
 
   // Each option is written before the binding itself, so that the reactor finds the binding's
-  // values in place when the binding arrives, and a rebinding changes only what differs.
+  // values in place when the binding arrives, and a rebinding changes only what differs. An
+  // option left out takes the protocol's default; `none` leaves the value unconfigured.
+  template <class Is, class Del>
+  static void writeOption(const OptionValue& option, unsigned byDefault, Is is, Del del) {
+    switch (option.form) {
+      case OptionValue::Form::leftOut:
+        is(byDefault);
+        return;
+      case OptionValue::Form::none:
+        del();
+        return;
+      case OptionValue::Form::number:
+        is(static_cast<unsigned>(option.number.value));
+        return;
+    }
+  }
+
   Result operator()(const RpGroupStatement& s) const {
     const auto entry = familyOf(s.rp.value).staticConfig()->rpTableIs(s.rp.value);
     const auto& group = s.group.value;
     const auto& options = s.options;
-    if (options.priority) {
-      entry->priorityGrpIs(group, static_cast<RpPriority>(options.priority->value));
-    } else {
-      entry->priorityGrpDel(group);
-    }
-    if (options.hashMask) {
-      entry->hashMaskGrpIs(group, static_cast<RpHashMaskLen>(options.hashMask->value));
-    } else {
-      entry->hashMaskGrpDel(group);
-    }
+    writeOption(
+        options.priority, kDefaultPriority,
+        [&](unsigned value) { entry->priorityGrpIs(group, static_cast<RpPriority>(value)); },
+        [&] { entry->priorityGrpDel(group); });
+    writeOption(
+        options.hashMask, defaultHashMask(group.af()),
+        [&](unsigned value) { entry->hashMaskGrpIs(group, static_cast<RpHashMaskLen>(value)); },
+        [&] { entry->hashMaskGrpDel(group); });
     if (options.override) {
       entry->overrideDynGrpIs(group, true);
     } else {
@@ -79,16 +101,14 @@ struct SessionApply {
   Result operator()(const RpAclStatement& s) const {
     const auto entry = ipv4().staticConfig()->rpTableIs(s.rp.value);
     const auto& options = s.options;
-    if (options.priority) {
-      entry->priorityAclIs(s.acl, static_cast<RpPriority>(options.priority->value));
-    } else {
-      entry->priorityAclDel(s.acl);
-    }
-    if (options.hashMask) {
-      entry->hashMaskAclIs(s.acl, static_cast<RpHashMaskLen>(options.hashMask->value));
-    } else {
-      entry->hashMaskAclDel(s.acl);
-    }
+    writeOption(
+        options.priority, kDefaultPriority,
+        [&](unsigned value) { entry->priorityAclIs(s.acl, static_cast<RpPriority>(value)); },
+        [&] { entry->priorityAclDel(s.acl); });
+    writeOption(
+        options.hashMask, defaultHashMask(Ipkit::AddressFamily::ipv4),
+        [&](unsigned value) { entry->hashMaskAclIs(s.acl, static_cast<RpHashMaskLen>(value)); },
+        [&] { entry->hashMaskAclDel(s.acl); });
     if (options.override) {
       entry->overrideDynAclIs(s.acl, true);
     } else {

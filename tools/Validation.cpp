@@ -77,8 +77,10 @@ void checkRpForAcl(const Address& rp, const std::string& acl) {
 }
 
 void checkOptions(const BindingOptions& options, AddressFamily groupFamily) {
-  if (options.priority) checkPriority(*options.priority);
-  if (options.hashMask) checkHashMask(*options.hashMask, groupFamily);
+  if (options.priority.form == OptionValue::Form::number) checkPriority(options.priority.number);
+  if (options.hashMask.form == OptionValue::Form::number) {
+    checkHashMask(options.hashMask.number, groupFamily);
+  }
 }
 
 // One overload per statement; a statement without one does not compile.

@@ -51,8 +51,8 @@ void defineOptions(CLI::App& app, Options& options) {
   app.footer(
       "Statements, one per line ('#' starts a comment):\n"
       "  vrf NAME\n"
-      "  rp-address ADDR group PREFIX [priority N] [hashmask N] [override]\n"
-      "  rp-address ADDR acl NAME [priority N] [hashmask N] [override]\n"
+      "  rp-address ADDR group PREFIX [priority N|none] [hashmask N|none] [override]\n"
+      "  rp-address ADDR acl NAME [priority N|none] [hashmask N|none] [override]\n"
       "  rp-address ADDR mode sparse|bidir\n"
       "  no rp-address ADDR [group PREFIX | acl NAME]\n"
       "  acl NAME seq N permit|deny PREFIX|any\n"

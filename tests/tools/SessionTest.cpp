@@ -98,16 +98,49 @@ TEST_F(SessionTest, RpAddressGroup_WritesOptionsThenTheBinding) {
   EXPECT_EQ(rp->mode(), modePimSm);
 }
 
-TEST_F(SessionTest, RpAddressGroupAgain_RemovesTheOptionsLeftOut) {
-  apply("rp-address 10.0.0.1 group 239.0.0.0/8 priority 7 hashmask 30 override");
+TEST_F(SessionTest, RpAddressGroupAgain_GivesTheOptionsLeftOutTheirDefaults) {
+  apply("rp-address 10.0.0.1 group 239.0.0.0/8 priority 7 hashmask 31 override");
   const auto recorder = recordEntry("10.0.0.1");
-  apply("rp-address 10.0.0.1 group 239.0.0.0/8 hashmask 30");
+  apply("rp-address 10.0.0.1 group 239.0.0.0/8 hashmask 31");
   EXPECT_EQ(recorder->events,
             (std::vector<std::string>{"priorityGrp 239.0.0.0/8", "overrideDynGrp 239.0.0.0/8"}));
   const auto rp = entry("10.0.0.1");
-  EXPECT_TRUE(rp->priorityGrp().empty());
+  EXPECT_EQ(rp->priorityGrp(IpGenPrefix("239.0.0.0/8")), 0u);
   EXPECT_TRUE(rp->overrideDynGrp().empty());
-  EXPECT_EQ(rp->hashMaskGrp(IpGenPrefix("239.0.0.0/8")), 30u);
+  EXPECT_EQ(rp->hashMaskGrp(IpGenPrefix("239.0.0.0/8")), 31u);
+}
+
+TEST_F(SessionTest, RpAddressWithoutOptions_WritesPriorityZeroAndTheFamilysHashMask) {
+  apply("rp-address 10.0.0.1 group 239.0.0.0/8");
+  apply("rp-address 10.0.0.1 acl A");
+  apply("rp-address 2001:db8::1 group ff0e::/16");
+  const auto v4 = entry("10.0.0.1");
+  EXPECT_EQ(v4->priorityGrp(IpGenPrefix("239.0.0.0/8")), 0u);
+  EXPECT_EQ(v4->hashMaskGrp(IpGenPrefix("239.0.0.0/8")), 30u);
+  EXPECT_EQ(v4->priorityAcl("A"), 0u);
+  EXPECT_EQ(v4->hashMaskAcl("A"), 30u);
+  const auto v6 = entry("2001:db8::1");
+  EXPECT_EQ(v6->priorityGrp(IpGenPrefix("ff0e::/16")), 0u);
+  EXPECT_EQ(v6->hashMaskGrp(IpGenPrefix("ff0e::/16")), 126u);
+}
+
+TEST_F(SessionTest, RpAddressOptionsNone_LeaveTheValuesUnconfigured) {
+  apply("rp-address 10.0.0.1 group 239.0.0.0/8 priority 7 hashmask 31");
+  apply("rp-address 10.0.0.1 acl A priority 7 hashmask 31");
+  apply("rp-address 10.0.0.1 group 239.0.0.0/8 priority none hashmask none");
+  apply("rp-address 10.0.0.1 acl A priority none hashmask none");
+  const auto rp = entry("10.0.0.1");
+  EXPECT_TRUE(rp->priorityGrp().empty());
+  EXPECT_TRUE(rp->hashMaskGrp().empty());
+  EXPECT_TRUE(rp->priorityAcl().empty());
+  EXPECT_TRUE(rp->hashMaskAcl().empty());
+  // The library carries its "not set" values into the candidate.
+  const auto candidate = session.family(AddressFamily::ipv4)
+                             .staticStatus()
+                             ->crpSet(IpGenPrefix("239.0.0.0/8"))
+                             ->rp(IpGenAddr("10.0.0.1"));
+  EXPECT_EQ(candidate->priority(), kRpPriorityNone);
+  EXPECT_EQ(candidate->hashMaskLen(), kRpHashMaskLenNone);
 }
 
 TEST_F(SessionTest, NoRpAddressGroup_RemovesTheBindingBeforeItsOptions) {
@@ -126,7 +159,8 @@ TEST_F(SessionTest, RpAddressAcl_WritesOptionsThenTheBindingAndNoRemovesItFirst)
   apply("rp-address 10.0.0.1 acl A priority 1");
   apply("no rp-address 10.0.0.1 acl A");
   EXPECT_EQ(recorder->events,
-            (std::vector<std::string>{"priorityAcl A", "acl A", "acl A", "priorityAcl A"}));
+            (std::vector<std::string>{"priorityAcl A", "hashMaskAcl A", "acl A", "acl A",
+                                      "priorityAcl A", "hashMaskAcl A"}));
 }
 
 TEST_F(SessionTest, RpAddressMode_SetsTheModeOfTheEntry) {

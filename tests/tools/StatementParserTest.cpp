@@ -36,25 +36,38 @@ TEST(StatementParser, RpAddressGroup_ReadsOptionsInAnyOrder) {
       "priority 7  # trailing comment");
   EXPECT_EQ(s.rp.value, IpGenAddr("10.0.0.1"));
   EXPECT_EQ(s.group.value, IpGenPrefix("239.0.0.0/8"));
-  ASSERT_TRUE(s.options.priority);
-  EXPECT_EQ(s.options.priority->value, 7u);
-  ASSERT_TRUE(s.options.hashMask);
-  EXPECT_EQ(s.options.hashMask->value, 30u);
+  ASSERT_EQ(s.options.priority.form, OptionValue::Form::number);
+  EXPECT_EQ(s.options.priority.number.value, 7u);
+  ASSERT_EQ(s.options.hashMask.form, OptionValue::Form::number);
+  EXPECT_EQ(s.options.hashMask.number.value, 30u);
   EXPECT_TRUE(s.options.override);
 }
 
 TEST(StatementParser, RpAddressGroupWithoutOptions_LeavesThemOut) {
   const auto s = statementAs<RpGroupStatement>("rp-address 10.0.0.1 group 239.0.0.0/8");
-  EXPECT_FALSE(s.options.priority);
-  EXPECT_FALSE(s.options.hashMask);
+  EXPECT_EQ(s.options.priority.form, OptionValue::Form::leftOut);
+  EXPECT_EQ(s.options.hashMask.form, OptionValue::Form::leftOut);
   EXPECT_FALSE(s.options.override);
+}
+
+TEST(StatementParser, RpAddressOptionsNone_LeaveTheValuesUnconfigured) {
+  const auto s = statementAs<RpGroupStatement>(
+      "rp-address 10.0.0.1 group 239.0.0.0/8 priority none hashmask none");
+  EXPECT_EQ(s.options.priority.form, OptionValue::Form::none);
+  EXPECT_EQ(s.options.hashMask.form, OptionValue::Form::none);
+  EXPECT_EQ(refusalOf("rp-address 10.0.0.1 acl A priority nine"),
+            "invalid priority 'nine': not a decimal number or 'none'");
+  EXPECT_EQ(refusalOf("rp-address 10.0.0.1 acl A hashmask none priority none priority 1"),
+            "'priority' given twice");
+  EXPECT_EQ(refusalOf("rp-address 10.0.0.1 acl A hashmask"),
+            "missing hashmask after 'rp-address 10.0.0.1 acl A hashmask'");
 }
 
 TEST(StatementParser, RpAddressAcl_ReadsNameAndOptions) {
   const auto s = statementAs<RpAclStatement>("rp-address 10.0.0.1 acl Media_1.x-y priority 3");
   EXPECT_EQ(s.acl, "Media_1.x-y");
-  ASSERT_TRUE(s.options.priority);
-  EXPECT_EQ(s.options.priority->word, "3");
+  ASSERT_EQ(s.options.priority.form, OptionValue::Form::number);
+  EXPECT_EQ(s.options.priority.number.word, "3");
 }
 
 TEST(StatementParser, RpAddressMode_ReadsSparseAndBidir) {
@@ -132,8 +145,8 @@ TEST(StatementParser, HostBits_AreRefusedWithTheRange) {
 TEST(StatementParser, Numbers_KeepTheirWordAndSaturate) {
   const auto s = statementAs<RpGroupStatement>(
       "rp-address 10.0.0.1 group 239.0.0.0/8 priority 0099999999999999999999999999");
-  EXPECT_EQ(s.options.priority->word, "0099999999999999999999999999");
-  EXPECT_GT(s.options.priority->value, 4294967295u);
+  EXPECT_EQ(s.options.priority.number.word, "0099999999999999999999999999");
+  EXPECT_GT(s.options.priority.number.value, 4294967295u);
 }
 
 TEST(StatementParser, Keywords_AreLowerCase) {
