@@ -21,7 +21,27 @@ void forEachLine(const std::string& text, Visit&& visit) {
   }
 }
 
+std::string lineTooLong() {
+  return "line longer than " + std::to_string(kMaxLineLength) +
+         " bytes; the input is not read past it";
+}
+
 }  // namespace
+
+bool lineFromStream(std::istream& in, std::string& line) {
+  line.clear();
+  std::streambuf* const buffer = in.rdbuf();
+  for (;;) {
+    const int c = buffer->sbumpc();
+    if (c == std::char_traits<char>::eof()) {
+      in.setstate(std::ios::eofbit);
+      return !line.empty();
+    }
+    if (c == '\n') return true;
+    line += static_cast<char>(c);
+    if (line.size() > kMaxLineLength) return true;
+  }
+}
 
 void Interpreter::doReport(const std::string& name, std::size_t line, const std::string& message) {
   errors_ << name << ':' << line << ": error: " << message << '\n';
@@ -54,6 +74,11 @@ int Interpreter::runScript(const std::string& name, const std::string& text) {
   Validator checking = validator_;
   bool refused = false;
   forEachLine(text, [&](std::size_t line, std::string_view words) {
+    if (words.size() > kMaxLineLength) {
+      doReport(name, line, lineTooLong());
+      refused = true;
+      return false;
+    }
     try {
       const auto statement = parseStatement(words);
       if (statement) checking.check(*statement);
@@ -78,14 +103,17 @@ int Interpreter::runScript(const std::string& name, const std::string& text) {
   return applied && doCommit(name, lastLine) ? kExitOk : kExitInternal;
 }
 
-int Interpreter::runStream(const std::string& name, std::istream& in,
-                           const std::function<void()>& prompt,
-                           const std::function<void()>& flush) {
+int Interpreter::runStream(const std::string& name, const LineSource& nextLine,
+                           const std::function<bool()>& flush) {
   bool refused = false;
   std::size_t lineNumber = 0;
   std::string text;
-  for (prompt(); std::getline(in, text); prompt()) {
+  while (nextLine(text)) {
     ++lineNumber;
+    if (text.size() > kMaxLineLength) {
+      doReport(name, lineNumber, lineTooLong());
+      return kExitStatementFailed;
+    }
     try {
       const auto statement = parseStatement(text);
       if (!statement) continue;
@@ -95,7 +123,7 @@ int Interpreter::runStream(const std::string& name, std::istream& in,
       doReport(name, lineNumber, error.what());
       refused = true;
     }
-    flush();
+    if (!flush()) return kExitOutputFailed;
   }
   return refused ? kExitStatementFailed : kExitOk;
 }

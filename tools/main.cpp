@@ -79,7 +79,9 @@ bool applyTraceOptions(const std::vector<std::string>& traces) {
   return true;
 }
 
-// The whole file, or an empty optional with the reason in `why`.
+// The whole file, or an empty optional with the reason in `why`. Reading stops inside the first
+// line longer than kMaxLineLength, so that the interpreter sees that line too long and refuses
+// it, and a file without line ends (/dev/zero) is not read forever.
 std::optional<std::string> readFile(const std::string& path, std::string& why) {
   std::FILE* file = std::fopen(path.c_str(), "rb");
   if (file == nullptr) {
@@ -89,7 +91,13 @@ std::optional<std::string> readFile(const std::string& path, std::string& why) {
   std::string text;
   char buffer[1 << 16];
   std::size_t got;
-  while ((got = std::fread(buffer, 1, sizeof buffer, file)) > 0) text.append(buffer, got);
+  std::size_t lineStart = 0;
+  while ((got = std::fread(buffer, 1, sizeof buffer, file)) > 0) {
+    text.append(buffer, got);
+    const std::size_t lastEnd = text.rfind('\n');
+    if (lastEnd != std::string::npos && lastEnd >= text.size() - got) lineStart = lastEnd + 1;
+    if (text.size() - lineStart > kMaxLineLength) break;
+  }
   // A directory opens but does not read; ferror tells it from the end of a file.
   const bool failed = std::ferror(file) != 0;
   const int error = errno;
@@ -129,11 +137,12 @@ int run(const Options& options) {
   // The prompt goes to standard error, so that standard output holds answers only.
   const bool terminal = isatty(STDIN_FILENO) != 0;
   const int status = interpreter.runStream(
-      "-", std::cin,
-      [terminal] {
+      "-",
+      [terminal](std::string& line) {
         if (terminal) std::cerr << "pimrp> " << std::flush;
+        return lineFromStream(std::cin, line);
       },
-      [] { std::cout.flush(); });
+      [] { return static_cast<bool>(std::cout.flush()); });
   // End of input leaves the cursor after the last prompt; the shell's prompt belongs below it.
   if (terminal) std::cerr << '\n';
   return status;

@@ -193,7 +193,28 @@ TEST(StatementParser, AclNames_AreLimitedInLength) {
   const std::string longest(100, 'a');
   EXPECT_EQ(statementAs<ShowAclStatement>("show acl " + longest).acl, longest);
   EXPECT_EQ(refusalOf("show acl " + longest + "a"),
-            "access-list name '" + longest + "a' is longer than 100 characters");
+            "access-list name '" + std::string(60, 'a') + "...' is longer than 100 characters");
+}
+
+TEST(StatementParser, LongWords_QuotedUpTo60CharactersAndMarkedWhereCut) {
+  const std::string huge(1 << 20, 'z');
+  EXPECT_EQ(refusalOf(huge), "unknown statement '" + std::string(60, 'z') + "...'");
+  EXPECT_EQ(refusalOf("rp-address 10.0.0.1 group " + std::string(61, '9')),
+            "invalid group range '" + std::string(60, '9') + "...': expected ADDRESS/LENGTH");
+  // Each word of a quoted statement is cut on its own; a word of exactly 60 is not cut.
+  EXPECT_EQ(
+      refusalOf("acl " + std::string(80, 'b') + " seq 1 permit"),
+      "missing rule prefix or 'any' after 'acl " + std::string(60, 'b') + "... seq 1 permit'");
+  EXPECT_EQ(refusalOf("show rp " + std::string(60, 'c') + " " + std::string(70, 'd')),
+            "invalid group address '" + std::string(60, 'c') + "': not an IPv4 or IPv6 address");
+  // Escaped bytes count as one character each.
+  EXPECT_EQ(
+      quoted(std::string(61, '\x01')), "'" + [] {
+        std::string escaped;
+        for (int i = 0; i < 60; ++i) escaped += "\\x01";
+        return escaped;
+      }() + "...'");
+  EXPECT_EQ(quoted("a b"), "'a b'");
 }
 
 }  // namespace

@@ -135,7 +135,7 @@ TEST(Validation, ShowRp_MulticastGroupAndJoinOfItsFamily) {
 TEST(Validation, VrfName_WithinTheLimitOfItsType) {
   EXPECT_EQ(refusalOf("vrf " + std::string(100, 'v')), "");
   EXPECT_EQ(refusalOf("vrf " + std::string(101, 'v')),
-            "VRF name '" + std::string(101, 'v') + "' is longer than 100 characters");
+            "VRF name '" + std::string(60, 'v') + "...' is longer than 100 characters");
 }
 
 TEST(Validation, Vrf_OnlyBeforeTheFirstRpAddress) {
