@@ -1,6 +1,7 @@
 // pimrp: runs RP configuration scripts against the library, wired as a routing agent wires it,
 // and answers which RP serves a group.
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -17,6 +18,7 @@
 #include "tools/Interpreter.h"
 #include "tools/Output.h"
 #include "tools/Session.h"
+#include "tools/StatementError.h"
 #include "tools/TraceOption.h"
 
 #ifndef PIMRP_VERSION
@@ -28,7 +30,7 @@ namespace {
 using namespace PimrpTool;
 
 struct Options {
-  std::string script;
+  std::optional<std::string> script;  // none: the demo
   bool json = false;
   bool printDemoScript = false;
   std::vector<std::string> traces;
@@ -62,7 +64,11 @@ void defineOptions(CLI::App& app, Options& options) {
       "  rp-hash-algorithm rfc7761|modulo\n"
       "  show rp GROUP [mode sparse|bidir] [join ADDR]\n"
       "  show candidates static|bsr\n"
-      "  show acl NAME");
+      "  show acl NAME\n"
+      "\n"
+      "Exit status: 0 all went well; 1 a statement on standard input was refused; 2 a bad\n"
+      "script, option or input (nothing applied); 3 internal error; 4 standard output could\n"
+      "not be written.");
 }
 
 // Set up before the library is wired, so that its construction is traced too.
@@ -109,6 +115,33 @@ std::optional<std::string> readFile(const std::string& path, std::string& why) {
   return text;
 }
 
+// The options' own contradictions, as the message that refuses them; "" when there are none.
+std::string optionsRefusal(const Options& options) {
+  if (options.printDemoScript && options.script) {
+    return "--demo-script prints the demo script and runs nothing: give it no FILE";
+  }
+  if (options.script && options.script->empty()) {
+    return "the script name is empty: give a FILE, '-' for standard input, or nothing for the "
+           "demo";
+  }
+  return "";
+}
+
+// Standard input as a stream of statements; a directory there reads as nothing at all, which
+// would look like an empty session.
+bool standardInputReadable() {
+  struct stat status;
+  if (fstat(STDIN_FILENO, &status) != 0) {
+    std::cerr << "pimrp: cannot read standard input: " << std::strerror(errno) << '\n';
+    return false;
+  }
+  if (S_ISDIR(status.st_mode)) {
+    std::cerr << "pimrp: cannot read standard input: " << std::strerror(EISDIR) << '\n';
+    return false;
+  }
+  return true;
+}
+
 int run(const Options& options) {
   if (options.printDemoScript) {
     std::cout << demoScript();
@@ -124,16 +157,18 @@ int run(const Options& options) {
   static Session* const session = new Session;
   const auto output = options.json ? jsonOutputFactory(std::cout) : humanOutputFactory(std::cout);
   Interpreter interpreter(*session, *output, std::cerr);
-  if (options.script.empty()) return interpreter.runScript("demo", demoScript());
-  if (options.script != "-") {
+  if (!options.script) return interpreter.runScript("demo", demoScript());
+  const std::string& script = *options.script;
+  if (script != "-") {
     std::string why;
-    const auto text = readFile(options.script, why);
+    const auto text = readFile(script, why);
     if (!text) {
-      std::cerr << "pimrp: cannot read '" << options.script << "': " << why << '\n';
+      std::cerr << "pimrp: cannot read " << quoted(script) << ": " << why << '\n';
       return kExitBadScript;
     }
-    return interpreter.runScript(options.script, *text);
+    return interpreter.runScript(script, *text);
   }
+  if (!standardInputReadable()) return kExitBadScript;
   // The prompt goes to standard error, so that standard output holds answers only.
   const bool terminal = isatty(STDIN_FILENO) != 0;
   const int status = interpreter.runStream(
@@ -148,6 +183,25 @@ int run(const Options& options) {
   return status;
 }
 
+// The parser's refusal as a pimrp error: an unknown option or a second FILE named as such.
+std::string parseRefusal(const CLI::App& app, const CLI::ParseError& error) {
+  const std::vector<std::string> extras = app.remaining();
+  if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr && !extras.empty()) {
+    const std::string& extra = extras.front();
+    if (extra.size() > 1 && extra[0] == '-') return "unknown option " + quoted(extra);
+    return "unexpected argument " + quoted(extra) + ": give at most one FILE";
+  }
+  return error.what();
+}
+
+// Everything written to standard output must have reached it; a full disk or a closed pipe is
+// a failure of the run, not a success without answers.
+int withOutputChecked(int status) {
+  if (std::cout.flush() && std::fflush(stdout) == 0) return status;
+  std::cerr << "pimrp: cannot write standard output: " << std::strerror(errno) << '\n';
+  return kExitOutputFailed;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -157,11 +211,17 @@ int main(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    const int status = app.exit(error);
-    return status == 0 ? kExitOk : kExitBadScript;
+    if (error.get_exit_code() == 0) return withOutputChecked((app.exit(error), kExitOk));
+    std::cerr << "pimrp: " << parseRefusal(app, error) << " (see pimrp --help)\n";
+    return kExitBadScript;
+  }
+  const std::string refusal = optionsRefusal(options);
+  if (!refusal.empty()) {
+    std::cerr << "pimrp: " << refusal << '\n';
+    return kExitBadScript;
   }
   try {
-    return run(options);
+    return withOutputChecked(run(options));
   } catch (const std::exception& failure) {
     std::cerr << "pimrp: internal error: " << failure.what() << '\n';
     return kExitInternal;

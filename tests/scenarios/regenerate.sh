@@ -33,7 +33,11 @@ for name in "${names[@]}"; do
       args+=(-)
       input=$name.stdin
     fi
-    "$pimrp" "${args[@]}" <"$input" >"$expected" 2>"$name.err.new"
+    [ -f "$name.input" ] && input=$(<"$name.input")
+    : >"$expected"
+    output=$expected
+    [ -f "$name.output" ] && output=$(<"$name.output")
+    "$pimrp" "${args[@]}" <"$input" >"$output" 2>"$name.err.new"
     status=$?
     # Standard error and the status are the same in both modes; the human run writes them.
     if [ "$mode" = human ] || [ ! -f "$name.out" ]; then
