@@ -83,10 +83,14 @@ class HumanOutput : public Output {
     }
     if (listing.prefixes.empty()) {
       out_ << " permits no group\n";
-      return;
+    } else {
+      out_ << " permits\n";
+      for (const auto& prefix : listing.prefixes) out_ << "  " << prefix << '\n';
     }
-    out_ << " permits\n";
-    for (const auto& prefix : listing.prefixes) out_ << "  " << prefix << '\n';
+    for (const auto& rule : listing.ignored) {
+      out_ << "  note: seq " << rule.sequence << ' ' << rule.action << ' ' << rule.prefix
+           << " is outside 224.0.0.0/4 and serves no group\n";
+    }
   }
 
   std::ostream& out_;

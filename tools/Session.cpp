@@ -264,8 +264,15 @@ struct SessionApply {
     const auto rules = list->currCfg();
     if (!rules) return listing;
     AclPrefix::AclToPrefix folding;
+    const Ipkit::IpGenPrefix groupSpace(Ipkit::IpGenAddr(Ipkit::Ip4Addr(0xe0000000u)), 4);
     for (const auto& [sequence, id] : rules->ruleBySequence()) {
-      folding.handleRule(rules->ipRuleById(id), false);
+      const Acl::IpRuleConfig rule = rules->ipRuleById(id);
+      folding.handleRule(rule, false);
+      const auto& filter = rule.filter();
+      if (!filter.any() && !groupSpace.contains(filter.prefix()) &&
+          !filter.prefix().contains(groupSpace)) {
+        listing.ignored.push_back({sequence, rule.action(), filter.prefix()});
+      }
     }
     Ipkit::IpGenPrefixSet permitted;
     folding.PermittedPrefixes(permitted);

@@ -37,7 +37,8 @@ class InterpreterTest : public ::testing::Test {
 TEST_F(InterpreterTest, GoodScript_AppliedInOrder) {
   EXPECT_EQ(runScript("show acl A\nacl A seq 1 permit 239.0.0.0/8\nshow acl A"), kExitOk);
   EXPECT_EQ(out.str(),
-            "{\"acl\":\"A\",\"prefixes\":[]}\n{\"acl\":\"A\",\"prefixes\":[\"239.0.0.0/8\"]}\n");
+            "{\"acl\":\"A\",\"configured\":false,\"prefixes\":[],\"ignored\":[]}\n"
+            "{\"acl\":\"A\",\"configured\":true,\"prefixes\":[\"239.0.0.0/8\"],\"ignored\":[]}\n");
   EXPECT_EQ(errors.str(), "");
 }
 
@@ -65,7 +66,8 @@ TEST_F(InterpreterTest, Stream_BadStatementSkippedStateKept) {
       "acl A seq 0 permit 238.0.0.0/8\n"
       "show acl A\n";
   EXPECT_EQ(runStream(statements), kExitStatementFailed);
-  EXPECT_EQ(out.str(), "{\"acl\":\"A\",\"prefixes\":[\"239.0.0.0/8\"]}\n");
+  EXPECT_EQ(out.str(),
+            "{\"acl\":\"A\",\"configured\":true,\"prefixes\":[\"239.0.0.0/8\"],\"ignored\":[]}\n");
   EXPECT_EQ(errors.str(), "-:2: error: sequence number '0' out of range 1..4294967295\n");
   EXPECT_EQ(prompts, 4);
   EXPECT_EQ(flushes, 3);
@@ -117,7 +119,7 @@ TEST_F(InterpreterTest, ScriptLineOfTheLimit_Accepted) {
   const std::string line = "show acl A" + std::string(kMaxLineLength - 10 - 2, ' ') + "#x";
   ASSERT_EQ(line.size(), kMaxLineLength);
   EXPECT_EQ(runScript(line), kExitOk);
-  EXPECT_EQ(out.str(), "{\"acl\":\"A\",\"prefixes\":[]}\n");
+  EXPECT_EQ(out.str(), "{\"acl\":\"A\",\"configured\":false,\"prefixes\":[],\"ignored\":[]}\n");
 }
 
 TEST_F(InterpreterTest, StreamLineTooLong_EndsTheStreamAfterWhatCameBefore) {

@@ -390,6 +390,23 @@ TEST_F(SessionTest, ShowAcl_FoldsTheRulesInSequenceOrder) {
   EXPECT_FALSE(std::get<AclListing>(*apply("show acl B")).configured);
 }
 
+TEST_F(SessionTest, ShowAcl_NamesTheRulesOutsideTheGroupSpace) {
+  apply("acl A seq 30 permit 10.0.0.0/8");
+  apply("acl A seq 10 deny 192.168.0.0/16");
+  apply("acl A seq 20 permit 128.0.0.0/1");  // covers the group space: not ignored
+  apply("acl A seq 25 permit 224.0.0.0/3");  // holds it too
+  apply("acl A seq 40 deny any");
+  apply("acl A seq 50 permit 239.1.0.0/16");
+  const auto listing = std::get<AclListing>(*apply("show acl A"));
+  ASSERT_EQ(listing.ignored.size(), 2u);
+  EXPECT_EQ(listing.ignored[0].sequence, 10u);
+  EXPECT_EQ(listing.ignored[0].action, Acl::AclAction::deny);
+  EXPECT_EQ(listing.ignored[0].prefix, IpGenPrefix("192.168.0.0/16"));
+  EXPECT_EQ(listing.ignored[1].sequence, 30u);
+  EXPECT_EQ(listing.ignored[1].action, Acl::AclAction::permit);
+  EXPECT_EQ(listing.prefixes, (std::vector<IpGenPrefix>{IpGenPrefix("224.0.0.0/4")}));
+}
+
 TEST_F(SessionTest, ConfigurationStatements_AnswerNothing) {
   EXPECT_FALSE(apply("rp-address 10.0.0.1 group 239.0.0.0/8"));
   EXPECT_FALSE(apply("rp-hash-algorithm modulo"));
