@@ -16,6 +16,7 @@
 #include "framework/Kel/System.h"
 #include "tools/DemoScript.h"
 #include "tools/Interpreter.h"
+#include "tools/LineEditor.h"
 #include "tools/Output.h"
 #include "tools/Session.h"
 #include "tools/StatementError.h"
@@ -169,17 +170,17 @@ int run(const Options& options) {
     return interpreter.runScript(script, *text);
   }
   if (!standardInputReadable()) return kExitBadScript;
-  // The prompt goes to standard error, so that standard output holds answers only.
-  const bool terminal = isatty(STDIN_FILENO) != 0;
+  const auto flush = [] { return static_cast<bool>(std::cout.flush()); };
+  if (isatty(STDIN_FILENO) == 0) {
+    return interpreter.runStream(
+        "-", [](std::string& line) { return lineFromStream(std::cin, line); }, flush);
+  }
+  // At a terminal: line editing and history, the prompt on standard error.
+  LineEditor editor("pimrp");
   const int status = interpreter.runStream(
-      "-",
-      [terminal](std::string& line) {
-        if (terminal) std::cerr << "pimrp> " << std::flush;
-        return lineFromStream(std::cin, line);
-      },
-      [] { return static_cast<bool>(std::cout.flush()); });
+      "-", [&editor](std::string& line) { return editor.lineNext(line); }, flush);
   // End of input leaves the cursor after the last prompt; the shell's prompt belongs below it.
-  if (terminal) std::cerr << '\n';
+  std::cerr << '\n';
   return status;
 }
 
