@@ -253,8 +253,7 @@ struct SessionApply {
     return listing;
   }
 
-  // What a static RP bound to the list serves: the list's rules folded in sequence order, as the
-  // static reactor folds them.
+  // What a static RP bound to the list serves, folded by the library's own list folding.
   Result operator()(const ShowAclStatement& s) const {
     AclListing listing;
     listing.acl = s.acl;
@@ -263,11 +262,10 @@ struct SessionApply {
     listing.configured = true;
     const auto rules = list->currCfg();
     if (!rules) return listing;
-    AclPrefix::AclToPrefix folding;
+    // Rules about addresses outside the group space only: the folding passes over them.
     const Ipkit::IpGenPrefix groupSpace(Ipkit::IpGenAddr(Ipkit::Ip4Addr(0xe0000000u)), 4);
     for (const auto& [sequence, id] : rules->ruleBySequence()) {
       const Acl::IpRuleConfig rule = rules->ipRuleById(id);
-      folding.handleRule(rule, false);
       const auto& filter = rule.filter();
       if (!filter.any() && !groupSpace.contains(filter.prefix()) &&
           !filter.prefix().contains(groupSpace)) {
@@ -275,7 +273,7 @@ struct SessionApply {
       }
     }
     Ipkit::IpGenPrefixSet permitted;
-    folding.PermittedPrefixes(permitted);
+    AclPrefix::AclToPrefix::listToPrefixes(*rules, permitted);
     listing.prefixes.assign(permitted.begin(), permitted.end());
     return listing;
   }
