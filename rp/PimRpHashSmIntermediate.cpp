@@ -65,6 +65,8 @@ void RpHashIntermediateSm::KelGroupMrt::onGroup(const Ipkit::IpGenAddr& group) {
   owner()->handleGroup(group);
 }
 
+void RpHashIntermediateSm::KelGroupMrt::onGroup() { owner()->handleGroup(); }
+
 RpHashIntermediateSm::KelCrpStatus::KelCrpStatus(RpHashIntermediateSm* owner,
                                                  const Kel::PtrConst<RpCandidateStatus>& crpStatus)
     : NestedReactor(owner) {

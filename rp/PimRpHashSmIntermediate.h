@@ -68,6 +68,7 @@ class RpHashIntermediateSm : public Kel::ReactorOwner {
    public:
     KelGroupMrt(RpHashIntermediateSm* owner, const Kel::PtrConst<GroupStatus>& groupMrt);
     void onGroup(const Ipkit::IpGenAddr& group) override;
+    void onGroup() override;
   };
 
   class KelCrpStatus
@@ -221,6 +222,9 @@ class RpHashIntermediateSm : public Kel::ReactorOwner {
   void handleCrpSet();
 
   // The paced review (PimRpHashSmReview.cpp).
+  // Full pass, for "the whole group collection changed": queues every known group, and every
+  // group of the per-group table that is no longer known.
+  void handleGroup();
   void handleGroup(const Ipkit::IpGenAddr& group);
   void doKickReview();
   void doKickReviewForAllGroups();

@@ -19,6 +19,21 @@ void RpHashIntermediateSm::handleGroup(const Ipkit::IpGenAddr& group) {
                      << " change. count is " << changedGroup_.size());
 }
 
+void RpHashIntermediateSm::handleGroup() {
+  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
+  if (!initialized_) return;
+  const auto groups = groupMrt();
+  try {
+    for (const RpHash& entry : rpHashStatus_->rpHash()) {
+      const Ipkit::IpGenAddr& group = entry.key().address();
+      if (!groups->group().contains(group)) changedGroupIs(group, false);
+    }
+  } catch (const Mirra::CorruptionDetectedException& corruption) {
+    rpHashStatus_->corruptionDetected(corruption.what());
+  }
+  doKickReviewForAllGroups();
+}
+
 void RpHashIntermediateSm::doKickReview() {
   KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
   if (!initialized_) return;

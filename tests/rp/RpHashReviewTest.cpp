@@ -60,6 +60,26 @@ TEST_F(RpHashReview, HandleGroup_QueuesWithFlagAndTraces) {
   EXPECT_EQ(queued(), std::vector<std::string>({"239.1.1.1 -"}));
 }
 
+TEST_F(RpHashReview, WholeGroupCollectionChanged_QueuesKnownGroupsAndGoneOnes) {
+  group("239.1.1.1");
+  group("239.1.1.2");
+  start();
+  runUntilIdle();
+  ASSERT_EQ(groupEntries().size(), 2u);
+  traceFrom(9);
+  groups_->groupDelAll();
+  group("239.1.1.3");
+  runUntilIdle();
+  traceFrom(9);
+  // Entries the per-key notifications did not correct are found by the full pass.
+  rpHash_->rpHashIs(placeholder("239.1.1.9/32", modePimSm));
+  groups_->groupNotify();
+  EXPECT_EQ(traced().front(), (Line{9, sig(kSm, "handleGroup()")}));
+  EXPECT_EQ(queued(), std::vector<std::string>({"239.1.1.3 +", "239.1.1.9 -"}));
+  runUntilIdle();
+  EXPECT_EQ(groupEntries(), std::vector<RpHash>({placeholder("239.1.1.3/32", modePimSm)}));
+}
+
 TEST_F(RpHashReview, DoKickReview_ReviewPending_AsksTimerNothingMore) {
   start();
   ASSERT_TRUE(sm_->reviewTimer()->reviewPending());
