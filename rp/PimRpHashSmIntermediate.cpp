@@ -2,6 +2,9 @@
 
 #include "rp/PimRpHashSmIntermediate.h"
 
+#include <sstream>
+#include <string>
+
 #include "framework/Kel/Assert.h"
 #include "framework/Kel/Exception.h"
 #include "framework/Mirra/CorruptionDetectedException.h"
@@ -15,6 +18,13 @@ const char kCrpSetClassName[] = "Routing::Pim::RpHashIntermediateSm::KelCrpSet";
 
 const char* trueOrFalse(bool value) { return value ? "true" : "false"; }
 const char* pythonBool(bool value) { return value ? "True" : "False"; }
+
+template <class Value>
+std::string textOf(const char* label, const Value& value) {
+  std::ostringstream text;
+  text << label << value;
+  return text.str();
+}
 
 // Two prefixes of one family overlap when they agree on the leading bits of the shorter one.
 bool overlaps(const Ipkit::IpGenPrefix& a, const Ipkit::IpGenPrefix& b) {
@@ -245,35 +255,34 @@ void RpHashIntermediateSm::KelCrpSet::KelCrp::handleInitialized() {
   initialized_ = true;
 }
 
-void RpHashIntermediateSm::KelCrpSet::KelCrp::handlePriority() {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
+template <class Describe>
+void RpHashIntermediateSm::KelCrpSet::KelCrp::doHandleValue(Describe describe) {
   const auto candidate = notifier();
   initialized_ ? doUpdateRpHash(true) : handleInitialized();
-  KEL_TRACE(trace(), 5, "Updated RP " << address_ << " to have priority " << candidate->priority());
+  KEL_TRACE(trace(), 5, "Updated RP " << address_ << describe(*candidate));
+}
+
+void RpHashIntermediateSm::KelCrpSet::KelCrp::handlePriority() {
+  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
+  doHandleValue([](const RpCandidate& c) { return textOf(" to have priority ", c.priority()); });
 }
 
 void RpHashIntermediateSm::KelCrpSet::KelCrp::handleHashMask() {
   KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
-  const auto candidate = notifier();
-  initialized_ ? doUpdateRpHash(true) : handleInitialized();
-  KEL_TRACE(trace(), 5,
-            "Updated RP " << address_ << " to have hashMaskLen " << candidate->hashMaskLen());
+  doHandleValue(
+      [](const RpCandidate& c) { return textOf(" to have hashMaskLen ", c.hashMaskLen()); });
 }
 
 void RpHashIntermediateSm::KelCrpSet::KelCrp::handleOverride() {
   KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
-  const auto candidate = notifier();
-  initialized_ ? doUpdateRpHash(true) : handleInitialized();
-  KEL_TRACE(trace(), 5,
-            "Updated RP " << address_ << " to have override flag as "
-                          << pythonBool(candidate->override()));
+  doHandleValue([](const RpCandidate& c) {
+    return textOf(" to have override flag as ", pythonBool(c.override()));
+  });
 }
 
 void RpHashIntermediateSm::KelCrpSet::KelCrp::handleMode() {
   KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
-  const auto candidate = notifier();
-  initialized_ ? doUpdateRpHash(true) : handleInitialized();
-  KEL_TRACE(trace(), 5, "Updated RP " << address_ << " to have mode " << candidate->pimMode());
+  doHandleValue([](const RpCandidate& c) { return textOf(" to have mode ", c.pimMode()); });
 }
 
 void RpHashIntermediateSm::KelCrpSet::KelCrp::handleDel() {

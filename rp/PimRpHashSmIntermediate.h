@@ -123,6 +123,11 @@ class RpHashIntermediateSm : public Kel::ReactorOwner {
       void doUpdateRpHash(bool add);
 
      private:
+      // The shared body of the four value handlers: recompute (or retry the start), then trace
+      // what changed as describe(candidate) gives it.
+      template <class Describe>
+      void doHandleValue(Describe describe);
+
       const Ipkit::IpGenAddr address_;
       bool initialized_ = false;
     };
