@@ -493,19 +493,59 @@ TEST_F(RpHashIntermediate, Ipv6Instance_WalksOnlyOverlappingIpv6Keys) {
                                  entry("ff0e::1/128", "2001:db8::1", 2, 126, modePimSm)}));
 }
 
-TEST_F(RpHashIntermediate, CorruptTableDuringWalk_ReportedWalkEnds_PrefixEntryStillWritten) {
+class RpHashIntermediateCorruption : public RpHashIntermediate,
+                                     public ::testing::WithParamInterface<int> {};
+
+// With level 8 on the walk visits every key, otherwise only the keys inside the prefix: either
+// way a damaged entry ends it, the table reports the damage once, and the prefix's own entry is
+// still written.
+TEST_P(RpHashIntermediateCorruption, CorruptTableDuringWalk_ReportedWalkEnds_PrefixEntryWritten) {
   group("239.1.1.1");
+  group("239.1.1.2");
   start();
   candidate({"239.0.0.0/8", "10.0.0.1", 1, 30, modePimSm});
   runUntilIdle();
   Mirra::testing::MirraMapBackdoor::damageValue(rpHash_->rpHash(), IpGenPrefix("239.1.1.1/32"));
+  traceFrom(GetParam());
   status_->crpSetMutable(IpGenPrefix("239.0.0.0/8"))
       ->rpMutable(IpGenAddr("10.0.0.1"))
       ->priorityIs(2);
+  EXPECT_EQ(rpHash_->corruptions(), 1u);
   EXPECT_FALSE(rpHash_->lastCorruption().empty());
+  EXPECT_EQ(rpHash_->rpHash(IpGenPrefix("239.1.1.2/32")),
+            entry("239.1.1.2/32", "10.0.0.1", 1, 30, modePimSm));
   EXPECT_EQ(rpPrefixHash_->rpHash(IpGenPrefix("239.0.0.0/8")),
             entry("239.0.0.0/8", "10.0.0.1", 2, 30, modePimSm));
 }
+
+INSTANTIATE_TEST_SUITE_P(TraceLevels, RpHashIntermediateCorruption, ::testing::Values(5, 8));
+
+class RpHashIntermediateWalk : public RpHashIntermediate,
+                               public ::testing::WithParamInterface<int> {};
+
+// Keys that contain the set's prefix overlap it as much as the keys inside it do; the walk that
+// visits only the prefix's range still reaches them. (The shorter ones have no covering set and
+// get the placeholder: what counts here is which entries are rewritten.)
+TEST_P(RpHashIntermediateWalk, ShorterAndLongerKeysOverlap_OthersUntouched_AtEveryTraceLevel) {
+  start();
+  candidate({"239.1.1.0/24", "10.0.0.1", 1, 30, modePimSm});
+  for (const char* key : {"0.0.0.0/0", "239.0.0.0/8", "239.1.0.0/16", "239.1.1.0/24",
+                          "239.1.1.7/32", "239.1.2.0/24", "239.2.0.0/16", "225.0.0.0/8"}) {
+    rpHash_->rpHashIs(entry(key, "10.9.9.9", 7, 31, modePimSm));
+  }
+  traceFrom(GetParam());
+  status_->crpSetMutable(IpGenPrefix("239.1.1.0/24"))
+      ->rpMutable(IpGenAddr("10.0.0.1"))
+      ->priorityIs(2);
+  std::vector<std::string> rewritten;
+  for (const RpHash& value : groupEntries()) {
+    if (value.priority() != 7) rewritten.push_back(value.key().valueToStrep());
+  }
+  EXPECT_EQ(rewritten, std::vector<std::string>({"0.0.0.0/0", "239.0.0.0/8", "239.1.0.0/16",
+                                                 "239.1.1.0/24", "239.1.1.7/32"}));
+}
+
+INSTANTIATE_TEST_SUITE_P(TraceLevels, RpHashIntermediateWalk, ::testing::Values(-1, 5, 8));
 
 // A reader of the per-group table that deletes the candidate set being walked from inside the
 // walk's first write.
