@@ -114,6 +114,7 @@ void BM_RpHashReview_MillionGroupsToFinishedReview(benchmark::State& state) {
   double cpu = 0;
   double longestSlice = 0;
   double longestSliceCpu = 0;
+  std::uint64_t slicesOver11msCpu = 0;
   std::uint64_t slices = 0;
   for (auto _ : state) {
     state.PauseTiming();
@@ -133,6 +134,7 @@ void BM_RpHashReview_MillionGroupsToFinishedReview(benchmark::State& state) {
       slices += delivered;
       longestSlice = std::max(longestSlice, slice.count());
       longestSliceCpu = std::max(longestSliceCpu, sliceCpu);
+      if (sliceCpu > 0.011) ++slicesOver11msCpu;
     }
     cpu += cpuSeconds() - cpuStart;
     if (sm->groupsProcessed() != millionGroups().groups.size() ||
@@ -148,6 +150,7 @@ void BM_RpHashReview_MillionGroupsToFinishedReview(benchmark::State& state) {
   state.counters["slices"] = static_cast<double>(slices) / iterations;
   state.counters["longest_slice_ms"] = longestSlice * 1e3;
   state.counters["longest_slice_cpu_ms"] = longestSliceCpu * 1e3;
+  state.counters["slices_over_11ms_cpu"] = static_cast<double>(slicesOver11msCpu);
   state.counters["peak_rss_mb_per_million_groups"] =
       peakRssMegabytes() / (static_cast<double>(millionGroups().groups.size()) / 1e6);
 }
