@@ -29,6 +29,8 @@ void RpHashIntermediateSm::handleGroup() {
       if (!groups->group().contains(group)) changedGroupIs(group, false);
     }
   } catch (const Mirra::CorruptionDetectedException& corruption) {
+    // Reported as raised; handing it back acknowledges it. Entries past the damage wait for the
+    // next full pass.
     rpHashStatus_->corruptionDetected(corruption.what());
   }
   doKickReviewForAllGroups();
@@ -36,7 +38,8 @@ void RpHashIntermediateSm::handleGroup() {
 
 void RpHashIntermediateSm::doKickReview() {
   KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
-  if (!initialized_) return;
+  // Without a timer (reviewTimerDel) nothing is scheduled until one is set again.
+  if (!initialized_ || !reviewTimer_) return;
   if (!reviewTimer_->reviewPending()) reviewTimer_->doUpdateNextReview();
 }
 
@@ -49,8 +52,7 @@ RpHash RpHashIntermediateSm::doReviewEntry(const Ipkit::IpGenAddr& group) {
   RpCandidateInfo info = crpCompute_->doComputeRp(group);
   if (pimMode_ != modePimNone && info.mode() != pimMode_) {
     KEL_TRACE(trace(), 9,
-              "doReview"
-                  << ": mismatch mode " << info.mode() << " expected mode: " << pimMode_);
+              "doReview: mismatch mode " << info.mode() << " expected mode: " << pimMode_);
     info =
         RpCandidateInfo(Ipkit::IpGenAddr(), kRpPriorityNone, kRpHashMaskLenNone, false, pimMode_);
   }
@@ -63,29 +65,21 @@ void RpHashIntermediateSm::doReview() {
   auto at = changedGroup_.begin();
   if (bookmark_ != Ipkit::IpGenAddr()) {
     at = changedGroup_.lowerBound(bookmark_);
-    KEL_TRACE(trace(), 4,
-              "doReview"
-                  << "(), Resuming review at bookmark " << bookmark_);
+    KEL_TRACE(trace(), 4, "doReview(), Resuming review at bookmark " << bookmark_);
   } else {
-    KEL_TRACE(trace(), 4,
-              "doReview"
-                  << "(), Starting review");
+    KEL_TRACE(trace(), 4, "doReview(), Starting review");
   }
   while (at != changedGroup_.end()) {
     const auto [group, present] = *at;
     const Ipkit::IpGenPrefix key = Ipkit::IpGenPrefix::hostPrefix(group);
     if (present) {
       const RpHash entry = doReviewEntry(group);
-      KEL_TRACE(trace(), 4,
-                "doReview"
-                    << ": Adding " << entry);
+      KEL_TRACE(trace(), 4, "doReview: Adding " << entry);
       rpHashStatus_->rpHashIs(entry);
       // A write lost on the way to the shared table is written once more.
       if (rpHashStatus_->rpHash(key) == RpHash()) rpHashStatus_->rpHashIs(entry);
     } else {
-      KEL_TRACE(trace(), 4,
-                "doReview"
-                    << ": Deleting group " << key);
+      KEL_TRACE(trace(), 4, "doReview: Deleting group " << key);
       rpHashStatus_->rpHashDel(key);
     }
     groupsProcessedInc(1);
@@ -96,18 +90,15 @@ void RpHashIntermediateSm::doReview() {
   }
   if (!changedGroup_.empty()) {
     KEL_TRACE(trace(), 4,
-              "doReview"
-                  << "(), Suspending review. " << changedGroup_.size() << " groups remaining.");
+              "doReview(), Suspending review. " << changedGroup_.size() << " groups remaining.");
     yieldBeforeFinishingCountInc(1);
     bookmarkIs(at != changedGroup_.end() ? (*at).first : Ipkit::IpGenAddr());
     kelClock_->timeMinIs(Kel::System::currentTime());
     return;
   }
-  KEL_TRACE(trace(), 4,
-            "doReview"
-                << "(), Finished review");
+  KEL_TRACE(trace(), 4, "doReview(), Finished review");
   bookmarkIs(Ipkit::IpGenAddr());
-  reviewTimer_->lastReviewTimeIs(Kel::System::currentTime());
+  if (reviewTimer_) reviewTimer_->lastReviewTimeIs(Kel::System::currentTime());
 }
 
 void RpHashIntermediateSm::handleRpHashAlgorithm() {
@@ -123,9 +114,7 @@ void RpHashIntermediateSm::doRemoveExtraRpHashGroups() {
     for (const RpHash& entry : rpHashStatus_->rpHash()) {
       const Ipkit::IpGenPrefix& key = entry.key();
       if (groups->group().contains(key.address())) continue;
-      KEL_TRACE(trace(), 5,
-                "doRemoveExtraRpHashGroups"
-                    << ": Deleting group " << key);
+      KEL_TRACE(trace(), 5, "doRemoveExtraRpHashGroups: Deleting group " << key);
       rpHashStatus_->rpHashDel(key);
     }
   } catch (const Mirra::CorruptionDetectedException& corruption) {

@@ -384,6 +384,17 @@ TEST_F(RpHashReview, ReviewTimerIs_OtherClockReactor_NewTimer_DelDropsIt) {
   EXPECT_FALSE(sm_->reviewTimer());
 }
 
+TEST_F(RpHashReview, NoTimer_ChangesQueueButScheduleNothing) {
+  start();
+  runUntilIdle();
+  sm_->reviewTimerDel();
+  group("239.1.1.1");
+  EXPECT_EQ(queued(), std::vector<std::string>({"239.1.1.1 +"}));
+  EXPECT_EQ(clock_->pendingWakeups(), 0u);
+  sm_->doReview();
+  EXPECT_EQ(groupEntries(), std::vector<RpHash>({placeholder("239.1.1.1/32", modePimSm)}));
+}
+
 TEST_F(RpHashReview, Start_TimerBuiltWithReviewParameters) {
   start();
   const Oru::ReviewTimer* timer = sm_->reviewTimer().ptr();
