@@ -10,8 +10,9 @@
 // review timer and held back while the attribute log is clogged.
 //
 // Invariants:
-//  1. Nothing is written before handleInitialized; from then on crpCompute and trie exist, and
-//     trie holds the prefix of every initialized KelCrpSet whose set still has candidates.
+//  1. Nothing is written before handleInitialized; from then on crpCompute and trie exist. A
+//     set's prefix enters the trie when its KelCrpSet is initialized (after its first candidates
+//     computed) and leaves it when the set's last candidate goes.
 //  2. A candidate contributes only once its priority is not 256, its hash mask length not 128 and
 //     its mode not 0 (those values mean "not set yet"; a real 128 is never taken, on purpose).
 //  3. The candidate path never deletes an entry: an entry left without a usable candidate holds
