@@ -40,31 +40,27 @@ const Kel::TraceFile& RpHashSm::trace() {
   return file;
 }
 
-Kel::Ptr<RpHashSm> RpHashSm::doKeepAlive() {
-  return references() ? Kel::Ptr<RpHashSm>(this) : nullptr;
-}
-
 // ---- KelStaticHash / KelBsrHash -----------------------------------------------------------------
 
 RpHashSm::KelStaticHash::KelStaticHash(RpHashSm* owner,
                                        const Kel::PtrConst<RpHashStatus>& staticHash)
-    : owner_(owner) {
+    : NestedReactor(owner) {
   notifierIs(staticHash);
 }
 
 void RpHashSm::KelStaticHash::onRpHash(const Ipkit::IpGenPrefix& prefix) {
-  const Kel::Ptr<RpHashSm> hold = owner_->doKeepAlive();
-  owner_->handleStaticHash(prefix);
+  if (ownerTearingDown()) return;
+  owner()->handleStaticHash(prefix);
 }
 
 RpHashSm::KelBsrHash::KelBsrHash(RpHashSm* owner, const Kel::PtrConst<RpHashStatus>& bsrHash)
-    : owner_(owner) {
+    : NestedReactor(owner) {
   notifierIs(bsrHash);
 }
 
 void RpHashSm::KelBsrHash::onRpHash(const Ipkit::IpGenPrefix& prefix) {
-  const Kel::Ptr<RpHashSm> hold = owner_->doKeepAlive();
-  owner_->handleBsrHash(prefix);
+  if (ownerTearingDown()) return;
+  owner()->handleBsrHash(prefix);
 }
 
 // ---- RpHashSm
@@ -82,31 +78,39 @@ RpHashSm::RpHashSm(Mode pimMode, const Kel::PtrConst<RpHashStatus>& staticHash,
   Kel::requireEntity(staticHash, kClassName, "staticHash");
   Kel::requireEntity(bsrHash, kClassName, "bsrHash");
   Kel::requireEntity(rpHashStatus, kClassName, "rpHashStatus");
-  kelStaticHash_ = Kel::Ptr<KelStaticHash>(new KelStaticHash(this, staticHash_));
-  kelBsrHash_ = Kel::Ptr<KelBsrHash>(new KelBsrHash(this, bsrHash_));
+  kelStaticHash_.is(Kel::Ptr<KelStaticHash>(new KelStaticHash(this, staticHash_)));
+  kelBsrHash_.is(Kel::Ptr<KelBsrHash>(new KelBsrHash(this, bsrHash_)));
   handleStaticHash();
   handleBsrHash();
   handleInitialized();
 }
 
-RpHashSm::~RpHashSm() {
-  // A nested reactor may outlive us inside a dispatch in progress; detached, it cannot call back.
-  kelStaticHash_->notifierIs(nullptr);
-  kelBsrHash_->notifierIs(nullptr);
+namespace {
+
+// Runs one positioning step of a walk over table; false, after handing the corruption to the
+// table's handler (which acknowledges the report the failed read made), when the step met damage.
+template <class Step>
+bool walkStep(const RpHashStatus& table, Step&& step) {
+  try {
+    step();
+    return true;
+  } catch (const Mirra::CorruptionDetectedException& corruption) {
+    table.corruptionDetected(corruption.what());
+    return false;
+  }
 }
+
+}  // namespace
 
 template <class Handle>
 void RpHashSm::doWalk(const RpHashStatus& table, Handle&& handle) {
   const RpHashStatus::Table& entries = table.rpHash();
-  for (auto at = entries.begin(); at != entries.end(); ++at) {
-    Ipkit::IpGenPrefix key;
-    try {
-      key = (*at).key();
-    } catch (const Mirra::CorruptionDetectedException&) {
-      // The failed read has already handed the corruption to the table's handler.
-      return;
-    }
-    handle(key);
+  RpHashStatus::Table::Iterator at = entries.end();
+  if (!walkStep(table, [&] { at = entries.begin(); })) return;
+  // The iterator steps past the key it holds, so the handler may delete that key's entry.
+  while (!at.atEnd()) {
+    handle(at->key());
+    if (!walkStep(table, [&] { ++at; })) return;
   }
 }
 

@@ -38,6 +38,7 @@
 #include "framework/BitMapper/Config.h"
 #include "framework/Ipkit/IpGenAddr.h"
 #include "framework/Ipkit/IpGenPrefix.h"
+#include "framework/Kel/NestedReactor.h"
 #include "framework/Kel/Ptr.h"
 #include "framework/Kel/Trace.h"
 #include "model/Pim/PimTypes.h"
@@ -47,26 +48,20 @@
 namespace Routing {
 namespace Pim {
 
-class RpHashSm : public Kel::PtrInterface {
+class RpHashSm : public Kel::ReactorOwner {
  public:
   // Forwards every change of the static table, deletions included, to handleStaticHash(prefix).
-  class KelStaticHash : public RpHashStatus::NotifieeConst {
+  class KelStaticHash : public Kel::NestedReactor<RpHashSm, RpHashStatus::NotifieeConst> {
    public:
     KelStaticHash(RpHashSm* owner, const Kel::PtrConst<RpHashStatus>& staticHash);
     void onRpHash(const Ipkit::IpGenPrefix& prefix) override;
-
-   private:
-    RpHashSm* owner_;
   };
 
   // Forwards every change of the BSR table, deletions included, to handleBsrHash(prefix).
-  class KelBsrHash : public RpHashStatus::NotifieeConst {
+  class KelBsrHash : public Kel::NestedReactor<RpHashSm, RpHashStatus::NotifieeConst> {
    public:
     KelBsrHash(RpHashSm* owner, const Kel::PtrConst<RpHashStatus>& bsrHash);
     void onRpHash(const Ipkit::IpGenPrefix& prefix) override;
-
-   private:
-    RpHashSm* owner_;
   };
 
   // Watches both inputs, then reconciles the final table with them: every static prefix, every
@@ -76,8 +71,7 @@ class RpHashSm : public Kel::PtrInterface {
   RpHashSm(Mode pimMode, const Kel::PtrConst<RpHashStatus>& staticHash,
            const Kel::PtrConst<RpHashStatus>& bsrHash, const Kel::Ptr<RpHashStatus>& rpHashStatus,
            const Kel::Ptr<BitMapper::Config>& rpBitMapConfig);
-  // Detaches from both inputs; the final table stays as it is.
-  ~RpHashSm() override;
+  // Detaching from both inputs is the nested reactors' own; the final table stays as it is.
 
   Mode pimMode() const { return pimMode_; }
   const Kel::PtrConst<RpHashStatus>& staticHash() const { return staticHash_; }
@@ -111,12 +105,10 @@ class RpHashSm : public Kel::PtrInterface {
 
  private:
   static const Kel::TraceFile& trace();
-  // A reference that keeps this reactor alive while a nested reactor's handler runs; null inside
-  // the constructor and the destructor, where no outside reference exists yet or any more.
-  Kel::Ptr<RpHashSm> doKeepAlive();
-  // Walks every key of table, calling handle(key); see the header on corruption.
+  // Walks every key of table in its order, calling handle(key); a corruption met by the walk's
+  // own reads of table is handed to table's corruption handler and ends the walk.
   template <class Handle>
-  void doWalk(const RpHashStatus& table, Handle&& handle);
+  static void doWalk(const RpHashStatus& table, Handle&& handle);
   // Writes the key then raises the counter of one request for address.
   void doAllocRequest(const Ipkit::IpGenAddr& address);
   void doDeallocRequest(const Ipkit::IpGenAddr& address);
@@ -128,8 +120,8 @@ class RpHashSm : public Kel::PtrInterface {
   const Kel::Ptr<BitMapper::Config> rpBitMapConfig_;
   bool initialized_ = false;
 
-  Kel::Ptr<KelStaticHash> kelStaticHash_;
-  Kel::Ptr<KelBsrHash> kelBsrHash_;
+  Kel::NestedReactorPtr<KelStaticHash> kelStaticHash_;
+  Kel::NestedReactorPtr<KelBsrHash> kelBsrHash_;
 };
 
 Kel::Ptr<RpHashSm> rpHashSmFactory(Mode pimMode, const Kel::PtrConst<RpHashStatus>& staticHash,

@@ -15,6 +15,8 @@
 #include "framework/BitMapper/Config.h"
 #include "framework/Kel/Exception.h"
 #include "framework/Kel/Trace.h"
+#include "framework/Mirra/CorruptionDetectedException.h"
+#include "framework/Mirra/testing/MirraMapBackdoor.h"
 #include "rp/PimRpHashSm.h"
 #include "tests/rp/RpTestSupport.h"
 
@@ -138,7 +140,7 @@ class RpHashMergeTest : public ::testing::Test {
   Kel::Ptr<BitMapRecorder> recorder_{new BitMapRecorder(bitMap_)};
 };
 
-// ---- The rule --------------------------------------------------------------------------------
+// ---- The rule -----------------------------------------------------------------------------------
 
 TEST_F(RpHashMergeTest, Merge_StaticWithoutOverrideAndBsr_BsrEntryAfterEitherRewrite) {
   start();
@@ -273,7 +275,7 @@ TEST_F(RpHashMergeTest, Merge_Ipv6Prefixes_SameRule) {
   EXPECT_EQ(final("ff0e::/16"), entry("ff0e::/16", "2001:db8::2", 20));
 }
 
-// ---- The asymmetry of a static entry with override and no address -----------------------------
+// ---- The asymmetry of a static entry with override and no address -------------------------------
 
 TEST_F(RpHashMergeTest, Asymmetry_OverridePlaceholderThenBsrChange_FinalKeepsOldBsrEntry) {
   start();
@@ -310,7 +312,7 @@ TEST_F(RpHashMergeTest, Asymmetry_AtStartup_StaticPassWritesBsrAndBsrPassLeavesI
   EXPECT_EQ(final("239.0.0.0/8"), entry("239.0.0.0/8", "10.0.0.2", 20));
 }
 
-// ---- Allocation requests -----------------------------------------------------------------------
+// ---- Allocation requests ------------------------------------------------------------------------
 
 TEST_F(RpHashMergeTest, Requests_NewEntry_OneAllocKeyBeforeCounter) {
   start();
@@ -387,8 +389,7 @@ TEST_F(RpHashMergeTest, Requests_NoConfig_SameFinalTableAndNoRequest) {
   EXPECT_EQ(requestLines, static_cast<int>(requests().size()));
 }
 
-// ---- Start-up
-// ------------------------------------------------------------------------------------
+// ---- Start-up -----------------------------------------------------------------------------------
 
 TEST_F(RpHashMergeTest, Startup_BothInputsPresent_FinalTableReconciled) {
   static_->rpHashIs(entry("239.1.0.0/16", "10.0.0.1", 10));
@@ -490,8 +491,59 @@ TEST_F(RpHashMergeTest, Lifetime_MergeDroppedInsideItsOwnWrite_HandlerFinishes) 
   dropper->notifierIs(nullptr);
 }
 
-// ---- Traces
-// --------------------------------------------------------------------------------------
+// ---- Corruption met by a walk -------------------------------------------------------------------
+
+void damage(const RpHashStatus& table, const char* prefix) {
+  ASSERT_TRUE(Mirra::testing::MirraMapBackdoor::damageValue(table.rpHash(), IpGenPrefix(prefix)));
+}
+
+TEST_F(RpHashMergeTest, Corruption_StaticWalkMeetsDamage_ReportedOnceAndWalkEnds) {
+  static_->rpHashIs(entry("239.1.0.0/16", "10.0.0.1", 10));
+  static_->rpHashIs(entry("239.2.0.0/16", "10.0.0.1", 10));
+  static_->rpHashIs(entry("239.3.0.0/16", "10.0.0.1", 10));
+  bsr_->rpHashIs(entry("232.0.0.0/8", "10.0.0.2", 20));
+  damage(*static_, "239.2.0.0/16");
+  start();
+  EXPECT_EQ(static_->corruptions(), 1u);
+  EXPECT_FALSE(static_->lastCorruption().empty());
+  // The walk goes in key order and stops at the damaged entry: nothing at or after it is merged.
+  EXPECT_EQ(final("239.2.0.0/16"), RpHash());
+  EXPECT_EQ(final("239.3.0.0/16"), RpHash());
+  // The BSR pass and the clean-up still run.
+  EXPECT_EQ(final("232.0.0.0/8"), entry("232.0.0.0/8", "10.0.0.2", 20));
+  EXPECT_TRUE(sm_->initialized());
+}
+
+TEST_F(RpHashMergeTest, Corruption_BsrWalkMeetsDamage_ReportedOnceAndWalkEnds) {
+  bsr_->rpHashIs(entry("239.1.0.0/16", "10.0.0.2", 20));
+  damage(*bsr_, "239.1.0.0/16");
+  start();
+  EXPECT_EQ(bsr_->corruptions(), 1u);
+  EXPECT_EQ(final_->rpHashs(), 0u);
+  EXPECT_EQ(requests(), Lines{});
+}
+
+TEST_F(RpHashMergeTest, Corruption_CleanUpWalkMeetsDamage_ReportedOnceAndEntryLeft) {
+  final_->rpHashIs(entry("239.1.0.0/16", "10.0.0.1", 10));
+  damage(*final_, "239.1.0.0/16");
+  start();
+  EXPECT_EQ(final_->corruptions(), 1u);
+  EXPECT_EQ(final_->rpHashs(), 1u);
+  EXPECT_EQ(static_->corruptions() + bsr_->corruptions(), 0u);
+  EXPECT_EQ(requests(), Lines{});
+}
+
+TEST_F(RpHashMergeTest, Corruption_LookupOfTheOtherInputInAWalk_Propagates) {
+  static_->rpHashIs(entry("239.1.0.0/16", "10.0.0.1", 10));
+  bsr_->rpHashIs(entry("239.1.0.0/16", "10.0.0.2", 20));
+  damage(*bsr_, "239.1.0.0/16");
+  EXPECT_THROW(start(), Mirra::CorruptionDetectedException);
+  EXPECT_EQ(bsr_->corruptions(), 1u);
+  EXPECT_EQ(static_->corruptions(), 0u);
+  EXPECT_EQ(static_->notifiees() + bsr_->notifiees(), 0u);
+}
+
+// ---- Traces -------------------------------------------------------------------------------------
 
 TEST_F(RpHashMergeTest, Traces_Construction_EveryStepOfTheReconciliation) {
   static_->rpHashIs(entry("239.1.0.0/16", "10.0.0.1", 10));
