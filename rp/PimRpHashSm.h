@@ -12,13 +12,14 @@
 //  3. With rpBitMapConfig set, every change of the address held under a key makes, in this order,
 //     one deallocation request for the old address (when there was an entry) and one allocation
 //     request for the new one (when there is an entry); the key of a request is written before
-//     its counter is raised. A rewrite that keeps the address makes none. So, per address,
-//     allocations minus deallocations made by this reactor equals the number of final entries it
-//     made that hold the address.
+//     its counter is raised. A rewrite that keeps the address makes none. So, per address, the
+//     allocations minus the deallocations requested by the reactors that wrote a final table in
+//     turn equal the number of its entries that hold the address.
 //  4. After construction every final key is held by one of the inputs (entries left over from a
-//     previous run are dropped, each with its deallocation request), and, as long as no static
-//     entry carries the override flag without an address, the final table equals the rule applied
-//     to the two inputs.
+//     previous run are dropped, each with its deallocation request). The final table equals the
+//     rule applied to the two inputs as long as no static entry carries the override flag without
+//     an address and every entry has this table's mode (or pimMode is 0); an ignored entry of
+//     another mode leaves the final entry as it was.
 //  5. A static entry with override and no address makes the outcome depend on which input changed
 //     last: a BSR change leaves the final entry alone (handleBsrHash looks at the flag only), a
 //     static change falls back to the BSR entry (handleStaticHash looks at the address first).
