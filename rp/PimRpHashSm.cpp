@@ -134,17 +134,14 @@ void RpHashSm::handleStaticHash(const Ipkit::IpGenPrefix& prefix) {
     return;
   }
   if (!usable(bsrEntry) || override) {
-    KEL_TRACE(trace(), 5,
-              "handleStaticHash"
-                  << ": Adding " << staticEntry);
+    KEL_TRACE(trace(), 5, "handleStaticHash: Adding " << staticEntry);
     rpHashIs(staticEntry);
     return;
   }
   // The BSR entry is usable here, so it exists.
   KEL_TRACE(trace(), 5,
-            "Updating RP Hash to BSR entry since BSR entry "
-                << "exists"
-                << " and override is " << trueFalse(override));
+            "Updating RP Hash to BSR entry since BSR entry exists and override is "
+                << trueFalse(override));
   rpHashIs(bsrEntry);
 }
 
@@ -169,9 +166,7 @@ void RpHashSm::handleBsrHash(const Ipkit::IpGenPrefix& prefix) {
         "No programming BSR hash for prefix " << prefix << " since static override is set for it");
     return;
   }
-  KEL_TRACE(trace(), 5,
-            "handleBsrHash"
-                << ": Adding " << bsrEntry);
+  KEL_TRACE(trace(), 5, "handleBsrHash: Adding " << bsrEntry);
   rpHashIs(bsrEntry);
 }
 
@@ -179,15 +174,11 @@ void RpHashSm::handleStaticHashDel(const Ipkit::IpGenPrefix& prefix) {
   KEL_TRACE(trace(), 9, kHandleStaticHashDel);
   const RpHash bsrEntry = bsrHash_->rpHash(prefix);
   if (usable(bsrEntry)) {
-    KEL_TRACE(trace(), 5,
-              "handleStaticHashDel"
-                  << ": Adding " << bsrEntry);
+    KEL_TRACE(trace(), 5, "handleStaticHashDel: Adding " << bsrEntry);
     rpHashIs(bsrEntry);
     return;
   }
-  KEL_TRACE(trace(), 5,
-            "handleStaticHashDel"
-                << ": Deleting group " << prefix);
+  KEL_TRACE(trace(), 5, "handleStaticHashDel: Deleting group " << prefix);
   rpHashDel(prefix);
 }
 
@@ -196,15 +187,11 @@ void RpHashSm::handleBsrHashDel(const Ipkit::IpGenPrefix& prefix) {
   const RpHash staticEntry = staticHash_->rpHash(prefix);
   // The static entry is the only candidate left: its override flag does not matter (invariant 6).
   if (usable(staticEntry)) {
-    KEL_TRACE(trace(), 5,
-              "handleBsrHashDel"
-                  << ": Adding " << staticEntry);
+    KEL_TRACE(trace(), 5, "handleBsrHashDel: Adding " << staticEntry);
     rpHashIs(staticEntry);
     return;
   }
-  KEL_TRACE(trace(), 5,
-            "handleBsrHashDel"
-                << ": Deleting group " << prefix);
+  KEL_TRACE(trace(), 5, "handleBsrHashDel: Deleting group " << prefix);
   rpHashDel(prefix);
 }
 
@@ -251,9 +238,7 @@ void RpHashSm::doRemoveExtraRpHashGroups() {
   KEL_TRACE(trace(), 9, kDoRemoveExtraRpHashGroups);
   doWalk(*rpHashStatus_, [this](const Ipkit::IpGenPrefix& key) {
     if (exists(staticHash_->rpHash(key)) || exists(bsrHash_->rpHash(key))) return;
-    KEL_TRACE(trace(), 5,
-              "doRemoveExtraRpHashGroups"
-                  << ": Deleting group " << key);
+    KEL_TRACE(trace(), 5, "doRemoveExtraRpHashGroups: Deleting group " << key);
     rpHashDel(key);
   });
 }
