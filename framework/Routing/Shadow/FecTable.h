@@ -32,8 +32,8 @@ template <class Table, class Key>
 auto lookupOrDefault(const Table& table, const Key& key) -> decltype(table.lookup(key)) {
   try {
     return table.lookup(key);
-  } catch (const Mirra::CorruptionDetectedException&) {
-    // The table has reported the damage (debug stream and its corruption handler) before raising.
+  } catch (const Mirra::CorruptionDetectedException& corruption) {
+    table.corruptionDetected(corruption.what());
     return {};
   }
 }
@@ -42,7 +42,8 @@ template <class Family>
 class FecTable {
  public:
   using FecMap = Mirra::MirraMap<FecId, Fec, FecKeyOf>;
-  using ViaMap = Mirra::MirraMap<ViaKey, Via<Family>, ViaKeyOf<Family>, ViaKeyHash>;
+  using ViaRecord = Via<Family>;
+  using ViaMap = Mirra::MirraMap<ViaKey, ViaRecord, ViaKeyOf<Family>, ViaKeyHash>;
 
   // Writes FEC `id` with exactly `vias`, in order; returns whether anything stored changed.
   // Refuses with Kel::RangeException, writing nothing: id kNoFec, more than kMaxVias vias, a next

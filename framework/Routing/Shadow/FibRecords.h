@@ -48,7 +48,9 @@ struct Route {
 
 template <class Family>
 struct RouteKeyOf {
-  typename Family::PrefixKey operator()(const Route<Family>& route) const { return route.prefix; }
+  const typename Family::PrefixKey& operator()(const Route<Family>& route) const {
+    return route.prefix;
+  }
 };
 
 struct Fec {
@@ -61,7 +63,7 @@ struct Fec {
 };
 
 struct FecKeyOf {
-  FecId operator()(const Fec& fec) const { return fec.fecId; }
+  const FecId& operator()(const Fec& fec) const { return fec.fecId; }
 };
 
 struct ViaKey {
@@ -97,7 +99,7 @@ struct Via {
 
 template <class Family>
 struct ViaKeyOf {
-  ViaKey operator()(const Via<Family>& via) const { return via.key; }
+  const ViaKey& operator()(const Via<Family>& via) const { return via.key; }
 };
 
 // A via as the host hands it in: a next hop of the shadow's family and the interface.

@@ -39,9 +39,10 @@
 
 namespace Routing {
 
-template <class Family>
+template <class FamilyDescription>
 class ShadowStatus : public Kel::Entity {
  public:
+  using Family = FamilyDescription;
   using PrefixKey = typename Family::PrefixKey;
   using Route = ShadowFib::Route<Family>;
   using RouteTable = Mirra::MirraMap<PrefixKey, Route, ShadowFib::RouteKeyOf<Family>,
