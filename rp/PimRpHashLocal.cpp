@@ -127,6 +127,9 @@ Ipkit::IntfId RpLocalSm::isLocal(const Ipkit::IpGenAddr& addr) const {
   KEL_TRACE(trace(), 9,
             "const Ipkit::IntfId Routing::Pim::RpLocalSm::isLocal(const Ipkit::IpGenAddr&) const"
                 << addr);
+  if (addr.af() != Ipkit::ipv4() && addr.af() != Ipkit::ipv6()) {
+    KEL_ASSERT(trace(), 0 && "Unknown Address Family");
+  }
   return doWithShadow(addr.af(), [&](const auto* shadow) {
     return shadow ? doIsLocal(*shadow, Ipkit::IpGenPrefix::hostPrefix(addr)) : Ipkit::IntfId();
   });
@@ -216,7 +219,10 @@ void RpLocalSm::doRemoveExtraLocalRpSet() {
 }
 
 void RpLocalSm::doAddLocalRp(const Ipkit::IpGenAddr& addr, const Ipkit::IntfId& intfId) {
-  localRpStatus_->localRpSetIs(addr)->intfIdIs(intfId);
+  // Complete before it is inserted, so that readers of the table never see it without interface.
+  const Kel::Ptr<RpLocalInfo> info(new RpLocalInfo(addr));
+  info->intfIdIs(intfId);
+  localRpStatus_->localRpSetIs(addr, info);
   KEL_TRACE(trace(), 5,
             "Added RP " << addr << " into local RP information table"
                         << " associated with interface " << intfId);

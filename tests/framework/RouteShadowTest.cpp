@@ -229,6 +229,7 @@ TYPED_TEST(RouteShadowTest, RouteShadow_DamagedFec_ReportedToTableReadAsEmpty) {
   this->shadow->fecTable().attach();
   EXPECT_EQ(this->shadow->fecTable().fec(fecId).vias, 0u);
   EXPECT_EQ(this->shadow->fecTable().fec(fecId).fecId, kNoFec);
+  EXPECT_EQ(this->shadow->fecTable().corruptions(), 2u);  // one report per damaged read
   EXPECT_EQ(this->firstVia(this->host()), "no via");
 }
 

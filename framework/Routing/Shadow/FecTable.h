@@ -16,7 +16,9 @@
 //     (the table's corruption operation, given the exception's message) and yields the same empty
 //     value.
 
+#include <cstddef>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "framework/Kel/Exception.h"
@@ -86,6 +88,11 @@ class FecTable {
     viaReader_.emplace(vias_.reader());
   }
   bool attached() const { return fecReader_.has_value(); }
+  // How many corruptions this object's reads have reported, over both tables.
+  std::size_t corruptions() const {
+    return (fecReader_ ? fecReader_->corruptions() : 0) +
+           (viaReader_ ? viaReader_->corruptions() : 0);
+  }
 
   // REQUIRES: attached() (else Kel::RangeException).
   Fec fec(FecId id) const { return lookupOrDefault(fecReader(), id); }
