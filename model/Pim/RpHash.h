@@ -2,7 +2,8 @@
 // Routing::Pim::RpHash: the RP chosen for one group prefix, as the RP hash tables hold it.
 //
 // Invariants:
-//  1. Plain fixed-size bytes (trivially copyable): the tables that hold it live in shared memory.
+//  1. Plain fixed-size bytes (trivially copyable), so that the tables holding it can move into
+//     shared memory; today they live in process memory.
 //  2. The default value (empty key, unknown address, priority 256, hash mask length 128, no
 //     override, mode 0) is the tables' absence marker: a lookup of a missing prefix returns it.
 //  3. The five fields after `key` are exactly those of an RpCandidateInfo.
