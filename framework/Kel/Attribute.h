@@ -18,6 +18,9 @@
 //   KEL_VALUE_COLLECTION(name, Name, Collection...)
 //       name(), name(key) (the default value when absent), nameIs(key, v), nameDel(key),
 //       nameDelAll(), nameNotify(key), nameNotify()
+//   KEL_COUNTER_COLLECTION(name, Name, Collection...)
+//       as KEL_VALUE_COLLECTION, plus nameInc(key, n) and nameDec(key, n): an absent counter
+//       counts from the default value; both return the value stored (unsigned ones wrap).
 //   KEL_ENTITY_COLLECTION(name, Name, Collection...)   (members stored as Kel::Ptr<M>)
 //       name(), name(key) (read-only, null when absent), nameIs(key) (creates M(key) or returns
 //       the member present), nameIs(key, member) (adopts; a null member is refused with
@@ -124,4 +127,19 @@ using HandlerArg = std::conditional_t<std::is_scalar_v<K>, K, const K&>;
   __VA_ARGS__::StoredType name##Mutable(const __VA_ARGS__::Key& key) {                \
     const auto* stored = name##_.findStored(key);                                     \
     return stored ? *stored : nullptr;                                                \
+  }
+
+#define KEL_COUNTER_COLLECTION(name, Name, ...)                                     \
+  KEL_VALUE_COLLECTION(name, Name, __VA_ARGS__)                                     \
+  __VA_ARGS__::StoredType name##Inc(const __VA_ARGS__::Key& key,                    \
+                                    const __VA_ARGS__::StoredType& n) {             \
+    const auto value = static_cast<__VA_ARGS__::StoredType>(name##_.find(key) + n); \
+    name##Is(key, value);                                                           \
+    return value;                                                                   \
+  }                                                                                 \
+  __VA_ARGS__::StoredType name##Dec(const __VA_ARGS__::Key& key,                    \
+                                    const __VA_ARGS__::StoredType& n) {             \
+    const auto value = static_cast<__VA_ARGS__::StoredType>(name##_.find(key) - n); \
+    name##Is(key, value);                                                           \
+    return value;                                                                   \
   }

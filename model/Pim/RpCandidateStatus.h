@@ -4,8 +4,9 @@
 //
 // Invariants:
 //  1. `crpSet` is a hash collection: its iteration order is not promised.
-//  2. Each change of `crpSet` notifies onCrpSet(prefix); crpSetNotify() notifies onCrpSet() for a
-//     change of the whole collection; changes inside a set notify that set.
+//  2. Each change of `crpSet` notifies onCrpSet(prefix); changes inside a set notify that set.
+//     crpSetNotify() notifies onCrpSet() with no prefix: "the whole collection changed", which a
+//     reactor answers by re-reading every set.
 //  3. One writer per status; everything else reads it through PtrConst.
 
 #include "framework/Ipkit/IpGenPrefix.h"
@@ -29,9 +30,9 @@ class RpCandidateStatus : public Kel::Entity {
     KEL_ON(RpSetType)
   };
 
+  // crpSetIs(prefix) creates the set of `prefix` or returns the existing one; crpSetMutable is
+  // the writer's handle on an existing set, or null.
   KEL_ENTITY_NAME("Routing::Pim::RpCandidateStatus")
-  // crpSetIs(prefix) creates the set of `prefix` or returns the existing one; crpSetMutable is the
-  // writer's handle on an existing set; crpSetNotify() announces the whole collection at once.
   KEL_ENTITY_COLLECTION(crpSet, CrpSet, CrpSetCollection)
   KEL_SCALAR(rpSetType, RpSetType, rpTypeUnknown, RpType)
 };
