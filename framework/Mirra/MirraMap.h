@@ -2,10 +2,10 @@
 // Mirra::MirraMap<K, V, KeyOf>: a single-writer table of fixed-size values, ordered by key, laid
 // out so that it can live in memory shared with other processes.
 //
-// Today the table lives in process memory: attachments made with reader() share one slot array
-// through the process heap. Its layout is already the shared one: one flat array of slots that
-// refer to each other by 32-bit slot index only, with no pointer into process memory, and keys and
-// values copied in and out as plain bytes.
+// Today the table lives in process memory: attachments made with reader() share its arrays through
+// the process heap, and nothing here maps shared memory yet. Its layout is already the shared one:
+// flat arrays whose entries refer to each other by 32-bit slot index only, with no pointer into
+// process memory, and keys and values copied in and out as plain bytes.
 //
 // Members sit in a dense array of slots, each a node of a balanced search tree (a treap whose
 // left/right links are slot indices) that orders the members by K's `<`, and each carrying a
@@ -25,15 +25,17 @@
 //     "absent". A damaged slot of another key is not read. Positioning and iteration verify every
 //     tree slot they pass.
 //     A read that finds damage reports it (see corruptionDetected) and throws
-//     CorruptionDetectedException; it changes nothing. The writer's insert or erase that meets
-//     damage instead reports every damaged slot, rebuilds the table without them, and then does
-//     its work: it never throws for corruption. Growth (a rebuild) likewise drops and reports
-//     damaged slots; nothing damaged is ever copied.
+//     CorruptionDetectedException; it changes nothing, so a walk that ended there can be started
+//     again (it meets the same damage until the writer has dropped it). The writer's insert or
+//     erase that meets damage instead reports every damaged slot and index entry, rebuilds the
+//     table without them, and then does its work: it never throws for corruption. Growth (a
+//     rebuild) likewise drops and reports damaged slots; nothing damaged is ever copied.
 //  5. Iteration is in ascending key order. An iterator holds a copy of the member it stands on and
 //     advances to the smallest key greater than that copy's key in the table as it is then. So a
 //     writer may change the table between steps: erasing the current member, inserting behind or
 //     ahead of it, growing. A member that stays in the table from the start of a walk to its end
 //     is visited exactly once; one inserted ahead of the position is visited, one behind it is not.
+//     Each step costs a descent from the root (O(log n)), verified as in 4.
 //  6. Each attachment keeps its own record of what it detected: corruptions(), lastCorruption().
 
 #include <cstddef>
@@ -75,7 +77,12 @@ class MirraMap {
   // Distinct bit patterns, so that a stray write to the state byte is not another valid state.
   enum class SlotState : std::uint8_t { empty = 0x3c, used = 0xa5, erased = 0x5a };
 
-  struct Slot {
+  // A slot that fits a cache line gets one of its own, so a lookup reads one line per slot.
+  static constexpr std::size_t kSlotHeader = 16;
+  static constexpr std::size_t kSlotAlignment =
+      kSlotHeader + sizeof(V) <= 64 ? 64 : (alignof(V) > 4 ? alignof(V) : 4);
+
+  struct alignas(kSlotAlignment) Slot {
     std::uint32_t checksum;
     SlotState state;
     std::uint8_t padding[3];  // named, so that every byte the checksum covers is written
@@ -87,8 +94,8 @@ class MirraMap {
 
   struct IndexEntry {
     SlotIndex slot;       // kEmptyEntry, kErasedEntry or the member's slot
-    std::uint32_t tag;    // bits of the key's hash: probes pass other keys without reading them
-    std::uint32_t check;  // over slot, tag and the entry's own position
+    std::uint16_t tag;    // bits of the key's hash: probes pass other keys without reading them
+    std::uint16_t check;  // over slot, tag and the entry's own position
   };
 
   // What would sit in the shared segment: the slots, the index, the tree root and the counters.
@@ -302,13 +309,15 @@ class MirraMap {
     storage.used = 0;
   }
 
-  static std::uint32_t checkOf(SlotIndex slot, std::uint32_t tag, std::size_t position) {
-    std::uint64_t mixed = (static_cast<std::uint64_t>(slot) << 32) | tag;
-    mixed ^= static_cast<std::uint64_t>(position) * 0x9e3779b97f4a7c15ull;
-    mixed *= 0xff51afd7ed558ccdull;
-    return static_cast<std::uint32_t>(mixed >> 32);
+  // Each 16-bit word of slot and tag is weighted by an odd number, which is invertible modulo
+  // 2^16: any change confined to one word, so any single damaged byte, changes the check. The
+  // position enters too, so an entry copied to another place does not pass.
+  static std::uint16_t checkOf(SlotIndex slot, std::uint16_t tag, std::size_t position) {
+    const std::uint64_t sum = (slot & 0xffffu) * 0x9e37u + (slot >> 16) * 0x79b9u + tag * 0x7f4bu +
+                              position * 0xc2b3u + 0x5bd1u;
+    return static_cast<std::uint16_t>(sum);
   }
-  static IndexEntry entryFor(SlotIndex slot, std::uint32_t tag, std::size_t position) {
+  static IndexEntry entryFor(SlotIndex slot, std::uint16_t tag, std::size_t position) {
     return IndexEntry{slot, tag, checkOf(slot, tag, position)};
   }
 
@@ -338,15 +347,12 @@ class MirraMap {
 
   const Slot& slotAt(SlotIndex index) const { return storage_->slots[index]; }
   Slot& slotAt(SlotIndex index) { return storage_->slots[index]; }
-  V valueAt(SlotIndex index) const {
-    V value;
-    std::memcpy(static_cast<void*>(&value), &slotAt(index).value, sizeof(V));
-    return value;
-  }
+  V valueAt(SlotIndex index) const { return slotAt(index).value; }
   const K& keyAt(SlotIndex index) const { return KeyOf()(slotAt(index).value); }
 
-  static std::uint32_t tagOf(std::size_t hash) {
-    return static_cast<std::uint32_t>(hash) ^ static_cast<std::uint32_t>(hash >> 32);
+  // The bits that do not pick the home entry.
+  static std::uint16_t tagOf(std::size_t hash) {
+    return static_cast<std::uint16_t>(static_cast<std::uint64_t>(hash) >> 48);
   }
 
   // Linear probing of the index from key's home entry (see invariant 4 for what it verifies).
@@ -354,7 +360,7 @@ class MirraMap {
     Probe probe;
     const Storage& storage = *storage_;
     const std::size_t hash = Hash()(key);
-    const std::uint32_t tag = tagOf(hash);
+    const std::uint16_t tag = tagOf(hash);
     const std::size_t mask = storage.index.size() - 1;
     std::size_t at = hash & mask;
     for (std::size_t probes = 0; probes <= mask; ++probes, at = (at + 1) & mask) {
@@ -517,7 +523,7 @@ class MirraMap {
   }
 
   // Puts value into the next unused slot, its index entry at `entry` and its node into the tree.
-  void place(const V& value, std::uint32_t tag, std::size_t entry) {
+  void place(const V& value, std::uint16_t tag, std::size_t entry) {
     const SlotIndex at = static_cast<SlotIndex>(storage_->filled++);
     Slot& slot = slotAt(at);
     clear(slot, SlotState::used);
@@ -538,18 +544,15 @@ class MirraMap {
     return true;
   }
 
-  static std::uint32_t hashTagOf(const K& key) { return tagOf(Hash()(key)); }
+  static std::uint16_t hashTagOf(const K& key) { return tagOf(Hash()(key)); }
 
-  // The treap's heap order (higher sits nearer the root) comes from a second mix of the hash tag,
+  // The treap's heap order (higher sits nearer the root) comes from a second mix of the hash,
   // so that it does not follow the bits that pick the home slot.
   std::uint32_t priorityAt(SlotIndex index) const {
-    std::uint32_t mixed = hashTagOf(keyAt(index));
-    mixed ^= mixed >> 16;
-    mixed *= 0x85ebca6bu;
-    mixed ^= mixed >> 13;
-    mixed *= 0xc2b2ae35u;
-    mixed ^= mixed >> 16;
-    return mixed;
+    std::uint64_t mixed = static_cast<std::uint64_t>(Hash()(keyAt(index)));
+    mixed *= 0xd6e8feb86659fd93ull;
+    mixed ^= mixed >> 32;
+    return static_cast<std::uint32_t>(mixed);
   }
 
   void linkLeft(SlotIndex parent, SlotIndex child) {
