@@ -57,6 +57,8 @@ class RpLocalSm : public Kel::ReactorOwner {
     const Ipkit::IpGenPrefix& prefix() const { return prefix_; }
 
     void onRp(const Ipkit::IpGenAddr& addr) override { handleRpCandidate(addr); }
+    // The whole collection changed: a full scan of the set.
+    void onRp() override { handleRpCandidate(); }
     void handleInit() { handleRpCandidate(); }
 
     // Every candidate of the set, once the owner is initialized.

@@ -607,6 +607,18 @@ TEST_P(RpLocalTest, WholeCollection_ReactorMissing_RecreatedAndScanned) {
   EXPECT_EQ(sm->rp(rp()), 1u);
 }
 
+TEST_P(RpLocalTest, WholeCollection_SetsCandidatesAnnouncedAtOnce_FullScanOfTheSet) {
+  shadowIs();
+  hostRouteIs(rp(), "Ethernet1");
+  rpIs(staticStatus, group(), rp());
+  local->localRpSetDel(rp());  // out of step with the candidates
+  capture.clear();
+  staticStatus->crpSetMutable(group())->rpNotify();
+  EXPECT_EQ(table(), table({{rp(), "Ethernet1"}}));
+  EXPECT_EQ(sm->rp(rp()), 2u);
+  EXPECT_EQ(traced({9}).front(), line(9, "handleRpCandidate"));
+}
+
 // Throws when a set is deleted, so that reactors registered after it miss the deletion.
 class ThrowOnSetDeletion : public RpCandidateStatus::NotifieeConst {
  public:
