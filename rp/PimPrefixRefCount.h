@@ -33,15 +33,10 @@ class PrefixRefCount : public Kel::Entity {
     KEL_ON_KEY(Counter, Ipkit::IpGenPrefix)
   };
 
-  explicit PrefixRefCount(const Ipkit::IpGenAddr& rpAddr) : rpAddr_(rpAddr) {}
-
-  const Ipkit::IpGenAddr& rpAddr() const { return rpAddr_; }
+  KEL_KEY(PrefixRefCount, rpAddr, Ipkit::IpGenAddr)
 
   // counter(prefix) reads 0 when absent; counterDec wraps below zero (invariant 2).
   KEL_COUNTER_COLLECTION(counter, Counter, CounterCollection)
-
- private:
-  const Ipkit::IpGenAddr rpAddr_;
 };
 
 }  // namespace Static

@@ -236,29 +236,16 @@ void RpCandidateSm::KelRpEntry::doAclValue(const Kind& kind, const char* signatu
   }
 }
 
-void RpCandidateSm::KelRpEntry::handlePriorityGrp(const Ipkit::IpGenPrefix& prefix) {
-  doGrpValue(kPriority, __PRETTY_FUNCTION__, prefix);
-}
-
-void RpCandidateSm::KelRpEntry::handleHashMaskGrp(const Ipkit::IpGenPrefix& prefix) {
-  doGrpValue(kHashMask, __PRETTY_FUNCTION__, prefix);
-}
-
-void RpCandidateSm::KelRpEntry::handleOverrideDynGrp(const Ipkit::IpGenPrefix& prefix) {
-  doGrpValue(kOverride, __PRETTY_FUNCTION__, prefix);
-}
-
-void RpCandidateSm::KelRpEntry::handlePriorityAcl(const Kel::String& name) {
-  doAclValue(kPriority, __PRETTY_FUNCTION__, name);
-}
-
-void RpCandidateSm::KelRpEntry::handleHashMaskAcl(const Kel::String& name) {
-  doAclValue(kHashMask, __PRETTY_FUNCTION__, name);
-}
-
-void RpCandidateSm::KelRpEntry::handleOverrideDynAcl(const Kel::String& name) {
-  doAclValue(kOverride, __PRETTY_FUNCTION__, name);
-}
+// The six value handlers are entry points only (their signatures name them in the traces).
+#define PIMRP_VALUE_HANDLER(handler, work, kind, Key) \
+  void RpCandidateSm::KelRpEntry::handler(const Key& key) { work(kind, __PRETTY_FUNCTION__, key); }
+PIMRP_VALUE_HANDLER(handlePriorityGrp, doGrpValue, kPriority, Ipkit::IpGenPrefix)
+PIMRP_VALUE_HANDLER(handleHashMaskGrp, doGrpValue, kHashMask, Ipkit::IpGenPrefix)
+PIMRP_VALUE_HANDLER(handleOverrideDynGrp, doGrpValue, kOverride, Ipkit::IpGenPrefix)
+PIMRP_VALUE_HANDLER(handlePriorityAcl, doAclValue, kPriority, Kel::String)
+PIMRP_VALUE_HANDLER(handleHashMaskAcl, doAclValue, kHashMask, Kel::String)
+PIMRP_VALUE_HANDLER(handleOverrideDynAcl, doAclValue, kOverride, Kel::String)
+#undef PIMRP_VALUE_HANDLER
 
 void RpCandidateSm::KelRpEntry::handleMode() {
   KEL_TRACE(trace(), 9, owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << name());

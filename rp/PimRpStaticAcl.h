@@ -32,15 +32,10 @@ class RpStaticAcl : public Kel::Entity {
     KEL_ON_KEY(RpAddr, Ipkit::IpGenAddr)
   };
 
-  explicit RpStaticAcl(const Kel::Name& aclName) : aclName_(aclName) {}
-
-  const Kel::Name& aclName() const { return aclName_; }
+  KEL_KEY(RpStaticAcl, aclName, Kel::Name)
 
   KEL_VALUE_COLLECTION(grpPrefix, GrpPrefix, GrpPrefixCollection)
   KEL_VALUE_COLLECTION(rpAddr, RpAddr, RpAddrCollection)
-
- private:
-  const Kel::Name aclName_;
 };
 
 }  // namespace Static

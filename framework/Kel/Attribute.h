@@ -10,6 +10,8 @@
 //
 // In E, after NotifieeConst (each macro leaves the access at public):
 //   KEL_ENTITY_NAME("Ns::E")      the class name the null-mutator refusal quotes.
+//   KEL_KEY(E, name, Type...)     the identity an entity is constructed with and never changes:
+//       explicit E(const Type& name), name()
 //   KEL_SCALAR(name, Name, initial, Type...)
 //       name(), nameIs(v)
 //   KEL_COUNTER(name, Name, initial, Type...)
@@ -59,6 +61,16 @@ using HandlerArg = std::conditional_t<std::is_scalar_v<K>, K, const K&>;
 #define KEL_ENTITY_NAME(className) \
  public:                           \
   static const char* kelClassName() { return className; }
+
+#define KEL_KEY(Class, name, ...)                            \
+ public:                                                     \
+  explicit Class(const __VA_ARGS__& name) : name##_(name) {} \
+  const __VA_ARGS__& name() const { return name##_; }        \
+                                                             \
+ private:                                                    \
+  const __VA_ARGS__ name##_;                                 \
+                                                             \
+ public:
 
 #define KEL_SCALAR(name, Name, initial, ...)                                  \
  private:                                                                     \

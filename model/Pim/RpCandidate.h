@@ -25,18 +25,13 @@ class RpCandidate : public Kel::Entity {
     KEL_ON(SetupTime)
   };
 
-  explicit RpCandidate(const Ipkit::IpGenAddr& address) : address_(address) {}
-
-  const Ipkit::IpGenAddr& address() const { return address_; }
+  KEL_KEY(RpCandidate, address, Ipkit::IpGenAddr)
 
   KEL_SCALAR(priority, Priority, kRpPriorityNone, RpPriority)
   KEL_SCALAR(hashMaskLen, HashMaskLen, kRpHashMaskLenNone, RpHashMaskLen)
   KEL_SCALAR(override, Override, false, bool)
   KEL_SCALAR(pimMode, PimMode, modePimNone, Mode)
   KEL_SCALAR(setupTime, SetupTime, 0.0, double)
-
- private:
-  const Ipkit::IpGenAddr address_;
 };
 
 }  // namespace Pim

@@ -23,17 +23,12 @@ class RpCandidateSet : public Kel::Entity {
     KEL_ON_KEY(Rp, Ipkit::IpGenAddr)
   };
 
-  explicit RpCandidateSet(const Ipkit::IpGenPrefix& prefix) : prefix_(prefix) {}
-
-  const Ipkit::IpGenPrefix& prefix() const { return prefix_; }
+  KEL_KEY(RpCandidateSet, prefix, Ipkit::IpGenPrefix)
 
   // rpIs(address) creates the candidate or returns the existing one; rpMutable is the writer's
   // handle on an existing one, or null.
   KEL_ENTITY_NAME("Routing::Pim::RpCandidateSet")
   KEL_ENTITY_COLLECTION(rp, Rp, RpCollection)
-
- private:
-  const Ipkit::IpGenPrefix prefix_;
 };
 
 }  // namespace Pim

@@ -24,16 +24,12 @@ class RpConfig : public Kel::Entity {
     KEL_ON_KEY(RpTable, Ipkit::IpGenAddr)
   };
 
-  explicit RpConfig(const L3::VrfName& vrfName) : vrfName_(vrfName) {}
-  const L3::VrfName& vrfName() const { return vrfName_; }
+  KEL_KEY(RpConfig, vrfName, L3::VrfName)
 
   // rpTableIs(address) creates the entry of `address` or returns the existing one;
   // rpTableMutable is the writer's handle on an existing entry, or null.
   KEL_ENTITY_NAME("Routing::Pim::Static::RpConfig")
   KEL_ENTITY_COLLECTION(rpTable, RpTable, RpTable)
-
- private:
-  const L3::VrfName vrfName_;
 };
 
 }  // namespace Static

@@ -41,8 +41,7 @@ class RpEntry : public Kel::Entity {
     KEL_ON(Mode)
   };
 
-  explicit RpEntry(const Ipkit::IpGenAddr& address) : address_(address) {}
-  const Ipkit::IpGenAddr& address() const { return address_; }
+  KEL_KEY(RpEntry, address, Ipkit::IpGenAddr)
 
   KEL_VALUE_COLLECTION(group, Group, ByPrefix<bool>)
   KEL_VALUE_COLLECTION(acl, Acl, ByAcl<bool>)
@@ -53,9 +52,6 @@ class RpEntry : public Kel::Entity {
   KEL_VALUE_COLLECTION(overrideDynGrp, OverrideDynGrp, ByPrefix<bool>)
   KEL_VALUE_COLLECTION(overrideDynAcl, OverrideDynAcl, ByAcl<bool>)
   KEL_SCALAR(mode, Mode, modePimSm, Mode)
-
- private:
-  const Ipkit::IpGenAddr address_;
 };
 
 }  // namespace Static
