@@ -1,0 +1,71 @@
+#include "rp/PimGroupFilter.h"
+
+#include "framework/Kel/Assert.h"
+#include "framework/Kel/Trace.h"
+
+namespace Routing {
+namespace Pim {
+namespace {
+
+const Kel::TraceFile& trace() {
+  static const Kel::TraceFile& file = Kel::TraceFile::named("PimGroupFilter");
+  return file;
+}
+
+}  // namespace
+
+GroupFilterStatus::GroupFilterStatus(Ipkit::AddressFamily af, Mode pimMode)
+    : af_(af), pimMode_(pimMode) {
+  handleInitialized();
+}
+
+Kel::Ptr<Routing::TrieGen> GroupFilterStatus::trieIs(const Kel::Name& name,
+                                                     Ipkit::AddressFamily af) {
+  trie_ = Kel::Ptr<Routing::TrieGen>(new Routing::TrieGen(name, af));
+  notify(&NotifieeConst::onTrie);
+  return trie_;
+}
+
+void GroupFilterStatus::trieDel() {
+  if (!trie_) return;
+  trie_ = nullptr;
+  notify(&NotifieeConst::onTrie);
+}
+
+void GroupFilterStatus::changeCountIs(std::uint32_t count) {
+  if (count == changeCount_) return;
+  changeCount_ = count;
+  notify(&NotifieeConst::onChangeCount);
+}
+
+void GroupFilterStatus::changeCountInc(std::uint32_t n) { changeCountIs(changeCount_ + n); }
+
+void GroupFilterStatus::initializedIs(bool initialized) {
+  if (initialized == initialized_) return;
+  initialized_ = initialized;
+  notify(&NotifieeConst::onInitialized);
+}
+
+void GroupFilterStatus::handleInitialized() {
+  KEL_TRACE(trace(), 8,
+            "handleInitialized"
+                << "(" << af() << ")");
+  KEL_ASSERT(trace(), pimMode() == modePimSm() || pimMode() == modePimBidir());
+  trieIs("GroupFilter", af());
+}
+
+bool GroupFilterStatus::permitGroup(const Ipkit::IpGenPrefix& group) const {
+  const bool found = trie_ && !trie_->longestMatch(group).isNull();
+  KEL_TRACE(trace(), 8,
+            "permitGroup"
+                << "(" << group << "), Mode: " << pimMode()
+                << ", Found: " << (found ? "true" : "false"));
+  return (pimMode() == modePimSm()) != found;
+}
+
+Kel::Ptr<GroupFilterStatus> groupFilterStatusFactory(Ipkit::AddressFamily af, Mode pimMode) {
+  return Kel::Ptr<GroupFilterStatus>(new GroupFilterStatus(af, pimMode));
+}
+
+}  // namespace Pim
+}  // namespace Routing
