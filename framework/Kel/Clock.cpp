@@ -1,5 +1,8 @@
 #include "framework/Kel/Clock.h"
 
+#include <algorithm>
+#include <vector>
+
 #include "framework/Kel/System.h"
 
 namespace Kel {
@@ -11,6 +14,14 @@ Clock::NotifieeConst::~NotifieeConst() {
 void Clock::NotifieeConst::onDetach(const Entity& from) {
   static_cast<const Clock&>(from).cancel(this);
   timeMin_ = kNever;
+}
+
+void Clock::NotifieeConst::notifierIs(const PtrConst<Clock>& clock) {
+  if (clock == notifier()) return;
+  // Detaching from a previous clock resets timeMin_; only a wake-up asked while detached moves.
+  const double askedWhileDetached = notifier() ? kNever : timeMin_;
+  Notifiee<Clock>::notifierIs(clock);
+  if (clock && askedWhileDetached < kNever) timeMinIs(askedWhileDetached);
 }
 
 void Clock::NotifieeConst::timeMinIs(double seconds) {
@@ -38,32 +49,67 @@ double Clock::nextWakeup() const {
   return schedule_.empty() ? kNever : schedule_.begin()->first.first;
 }
 
-bool Clock::deliverNextUpTo(double seconds) const {
-  if (schedule_.empty() || schedule_.begin()->first.first > seconds) return false;
-  auto next = schedule_.begin();
-  const double due = next->first.first;
+void Clock::deliver(std::map<Slot, NotifieeConst*>::iterator next) const {
   NotifieeConst* reactor = next->second;
   pending_.erase(reactor);
   schedule_.erase(next);
   reactor->timeMin_ = kNever;
-  if (System::virtualTime()) System::virtualTimeAdvanceTo(due);
+  ++reactor->wakeupsDelivered_;
   // The reactor may drop its own last reference from inside onTime.
   Ptr<NotifieeBase> keepAlive = reactor->references() > 0 ? Ptr<NotifieeBase>(reactor) : nullptr;
   if (reactor->isRegisteredNotifiee()) reactor->onTime();
+}
+
+std::size_t Clock::runPassUpTo(double seconds) const {
+  // Fixed before the first delivery: whatever the handlers ask for waits for a later pass.
+  std::vector<Slot> due;
+  for (const auto& entry : schedule_) {
+    if (entry.first.first > seconds) break;
+    due.push_back(entry.first);
+  }
+  std::size_t delivered = 0;
+  for (const Slot& slot : due) {
+    // A handler earlier in the pass may have cancelled or replaced this wake-up.
+    auto next = schedule_.find(slot);
+    if (next == schedule_.end()) continue;
+    deliver(next);
+    ++delivered;
+  }
+  return delivered;
+}
+
+std::size_t Clock::runDue(std::size_t maxPasses) const {
+  std::size_t delivered = 0;
+  for (std::size_t pass = 0; pass < maxPasses; ++pass) {
+    const std::size_t deliveredInPass = runPassUpTo(System::currentTime());
+    if (deliveredInPass == 0) break;
+    delivered += deliveredInPass;
+  }
+  return delivered;
+}
+
+std::size_t Clock::runUntil(double seconds, std::size_t maxPasses) const {
+  std::size_t delivered = 0;
+  for (std::size_t pass = 0; pass < maxPasses; ++pass) {
+    const double next = nextWakeup();
+    if (next > seconds) break;
+    System::virtualTimeAdvanceTo(next);
+    delivered += runPassUpTo(std::min(System::currentTime(), seconds));
+  }
+  if (nextWakeup() > seconds) System::virtualTimeAdvanceTo(seconds);
+  return delivered;
+}
+
+bool Clock::runNext() const {
+  if (schedule_.empty()) return false;
+  auto next = schedule_.begin();
+  if (System::virtualTime()) {
+    System::virtualTimeAdvanceTo(next->first.first);
+  } else if (next->first.first > System::currentTime()) {
+    return false;
+  }
+  deliver(next);
   return true;
-}
-
-std::size_t Clock::runDue() const {
-  std::size_t delivered = 0;
-  while (deliverNextUpTo(System::currentTime())) ++delivered;
-  return delivered;
-}
-
-std::size_t Clock::runUntil(double seconds) const {
-  std::size_t delivered = 0;
-  while (deliverNextUpTo(seconds)) ++delivered;
-  System::virtualTimeAdvanceTo(seconds);
-  return delivered;
 }
 
 }  // namespace Kel
