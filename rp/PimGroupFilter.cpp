@@ -47,9 +47,7 @@ void GroupFilterStatus::initializedIs(bool initialized) {
 }
 
 void GroupFilterStatus::handleInitialized() {
-  KEL_TRACE(trace(), 8,
-            "handleInitialized"
-                << "(" << af() << ")");
+  KEL_TRACE(trace(), 8, "handleInitialized(" << af() << ")");
   KEL_ASSERT(trace(), pimMode() == modePimSm() || pimMode() == modePimBidir());
   trieIs("GroupFilter", af());
 }
@@ -57,9 +55,8 @@ void GroupFilterStatus::handleInitialized() {
 bool GroupFilterStatus::permitGroup(const Ipkit::IpGenPrefix& group) const {
   const bool found = trie_ && !trie_->longestMatch(group).isNull();
   KEL_TRACE(trace(), 8,
-            "permitGroup"
-                << "(" << group << "), Mode: " << pimMode()
-                << ", Found: " << (found ? "true" : "false"));
+            "permitGroup(" << group << "), Mode: " << pimMode()
+                           << ", Found: " << (found ? "true" : "false"));
   return (pimMode() == modePimSm()) != found;
 }
 
