@@ -6,13 +6,19 @@
 // (x(key), xIs, xDel, xDelAll) and notify after each change; the collections themselves notify
 // nobody.
 //
-// Invariants of both:
+// Invariants of all three:
 //  1. Iteration tolerates the deletion of the member it stands on: advancing from a deleted member
 //     continues with the members not yet visited.
 //  2. Members added during an iteration may or may not be visited; no member is visited twice
 //     unless members other than the current one are deleted during the iteration.
 //  3. Iteration yields (key, value) pairs by value, so a yielded entity stays readable for as
 //     long as the caller keeps it, even after its deletion from the collection.
+//  4. insertNew is reentrant: the member is built first and the key looked up again afterwards,
+//     so a factory that inserts other members, or the same key, leaves the collection correct.
+//     When the factory itself inserted `key`, that earlier member wins: insertNew returns it,
+//     reports "not created", and the member it built is dropped.
+//  5. Ordered and flat collections position with lowerBound(key): the first member whose key is
+//     not less than `key`, or end().
 //
 // `Stored` is what the collection keeps, `Exposed` what readers see (Ptr<E> kept, Ptr<const E>
 // shown to const readers); `Exposed` must be constructible from `Stored`.
@@ -33,6 +39,9 @@ class OrderedCollection {
   using Map = std::map<K, Stored>;
 
  public:
+  using Key = K;
+  using StoredType = Stored;
+  using ExposedType = Exposed;
   using Entry = std::pair<K, Exposed>;
 
   class Iterator {
@@ -65,6 +74,7 @@ class OrderedCollection {
 
   Iterator begin() const { return Iterator(this, map_.begin()); }
   Iterator end() const { return Iterator(this, map_.end()); }
+  Iterator lowerBound(const K& key) const { return Iterator(this, map_.lower_bound(key)); }
   std::size_t size() const { return map_.size(); }
   bool empty() const { return map_.empty(); }
 
@@ -80,12 +90,13 @@ class OrderedCollection {
   }
 
   // Returns the member under `key`, creating it with make() when absent; .second tells whether
-  // it was created.
+  // this call created it (invariant 4).
   template <class Make>
   std::pair<Stored, bool> insertNew(const K& key, Make&& make) {
-    auto found = map_.find(key);
-    if (found != map_.end()) return {found->second, false};
-    return {map_.emplace_hint(found, key, make())->second, true};
+    if (const Stored* present = findStored(key)) return {*present, false};
+    Stored made = make();
+    auto [at, inserted] = map_.try_emplace(key, std::move(made));
+    return {at->second, inserted};
   }
 
   // Stores `value` under `key`; returns false when the same value was already there.
@@ -123,6 +134,9 @@ class OrderedCollection {
 template <class K, class Stored, class Exposed = Stored, class Hash = std::hash<K>>
 class HashCollection {
  public:
+  using Key = K;
+  using StoredType = Stored;
+  using ExposedType = Exposed;
   using Entry = std::pair<K, Exposed>;
 
   // Walks the dense member array from the back, so that deleting the current member (which moves
@@ -164,14 +178,11 @@ class HashCollection {
 
   template <class Make>
   std::pair<Stored, bool> insertNew(const K& key, Make&& make) {
+    if (const Stored* present = findStored(key)) return {*present, false};
+    Stored made = make();
     auto [at, inserted] = index_.try_emplace(key, slots_.size());
     if (!inserted) return {slots_[at->second].second, false};
-    try {
-      slots_.emplace_back(key, make());
-    } catch (...) {
-      index_.erase(at);
-      throw;
-    }
+    slots_.emplace_back(key, std::move(made));
     return {slots_.back().second, true};
   }
 
@@ -219,6 +230,9 @@ template <class K, class Stored, class Exposed = Stored,
           class Slots = std::vector<std::pair<K, Stored>>>
 class FlatCollection {
  public:
+  using Key = K;
+  using StoredType = Stored;
+  using ExposedType = Exposed;
   using Entry = std::pair<K, Exposed>;
 
   class Iterator {
@@ -234,7 +248,7 @@ class FlatCollection {
     Iterator& operator++() {
       // Inserts and erasures shift the array: find the successor by key instead.
       if (changes_ != owner_->changes_) {
-        position_ = owner_->upperBound(key_);
+        position_ = owner_->upperPosition(key_);
         changes_ = owner_->changes_;
       } else {
         ++position_;
@@ -256,6 +270,7 @@ class FlatCollection {
 
   Iterator begin() const { return Iterator(this, 0); }
   Iterator end() const { return Iterator(this, slots_.size()); }
+  Iterator lowerBound(const K& key) const { return Iterator(this, lowerPosition(key)); }
   std::size_t size() const { return slots_.size(); }
   bool empty() const { return slots_.empty(); }
 
@@ -265,21 +280,24 @@ class FlatCollection {
   }
   bool contains(const K& key) const { return findStored(key) != nullptr; }
   const Stored* findStored(const K& key) const {
-    const std::size_t at = lowerBound(key);
+    const std::size_t at = lowerPosition(key);
     return at < slots_.size() && !(key < slots_[at].first) ? &slots_[at].second : nullptr;
   }
 
   template <class Make>
   std::pair<Stored, bool> insertNew(const K& key, Make&& make) {
-    const std::size_t at = lowerBound(key);
+    if (const Stored* present = findStored(key)) return {*present, false};
+    Stored made = make();
+    // The factory may have inserted or erased members: the position is found afterwards.
+    const std::size_t at = lowerPosition(key);
     if (at < slots_.size() && !(key < slots_[at].first)) return {slots_[at].second, false};
-    slots_.emplace(slots_.begin() + static_cast<std::ptrdiff_t>(at), key, make());
+    slots_.emplace(slots_.begin() + static_cast<std::ptrdiff_t>(at), key, std::move(made));
     ++changes_;
     return {slots_[at].second, true};
   }
 
   bool set(const K& key, const Stored& value) {
-    const std::size_t at = lowerBound(key);
+    const std::size_t at = lowerPosition(key);
     if (at < slots_.size() && !(key < slots_[at].first)) {
       if (slots_[at].second == value) return false;
       slots_[at].second = value;
@@ -291,7 +309,7 @@ class FlatCollection {
   }
 
   bool erase(const K& key) {
-    const std::size_t at = lowerBound(key);
+    const std::size_t at = lowerPosition(key);
     if (at == slots_.size() || key < slots_[at].first) return false;
     slots_.erase(slots_.begin() + static_cast<std::ptrdiff_t>(at));
     ++changes_;
@@ -315,12 +333,12 @@ class FlatCollection {
   }
 
  private:
-  std::size_t lowerBound(const K& key) const {
+  std::size_t lowerPosition(const K& key) const {
     auto at = std::lower_bound(slots_.begin(), slots_.end(), key,
                                [](const auto& slot, const K& k) { return slot.first < k; });
     return static_cast<std::size_t>(at - slots_.begin());
   }
-  std::size_t upperBound(const K& key) const {
+  std::size_t upperPosition(const K& key) const {
     auto at = std::upper_bound(slots_.begin(), slots_.end(), key,
                                [](const K& k, const auto& slot) { return k < slot.first; });
     return static_cast<std::size_t>(at - slots_.begin());

@@ -18,6 +18,23 @@ void NotifieeBase::attachTo(const Entity* entity) {
   if (entity_ != nullptr) entity_->attach(this);
 }
 
+ReactorHold::ReactorHold(const NotifieeBase& reactor) {
+  hold(&reactor);
+  for (const NotifieeBase* link = &reactor; link != nullptr; link = link->outerReactor_) {
+    hold(link->keepAliveOwner_);
+  }
+}
+
+ReactorHold::~ReactorHold() {
+  for (std::size_t i = 0; i < count_; ++i) held_[i]->deleteRef();
+}
+
+void ReactorHold::hold(const PtrInterface* object) {
+  if (object == nullptr || object->references() == 0 || count_ == kMaxHeld) return;
+  object->newRef();
+  held_[count_++] = object;
+}
+
 Entity::~Entity() {
   // Reactors normally hold their notifier, so none is left here; a reactor that was attached
   // without a reference (during construction) must not keep a dangling pointer back to us.

@@ -8,11 +8,24 @@
 //  2. A reactor detached during a dispatch is not called afterwards by that dispatch; a reactor
 //     attached during a dispatch is not called for the notification in progress.
 //  3. A reactor that is itself reference counted is held alive for the length of its handler, so
-//     a handler may drop the last reference to its own reactor.
+//     a handler may drop the last reference to its own reactor. A nested reactor (NestedReactor.h)
+//     also holds the owners it serves, up the chain, for the same length (ReactorHold).
 //  4. The entity is held alive for the length of a dispatch once anyone holds it through a Ptr.
-//  5. An exception from a handler leaves the entity's reactor list consistent and propagates.
+//  5. An exception from a handler stops the dispatch in progress and propagates; it leaves the
+//     entity's reactor list, the holds and every collection consistent (each mutator stores
+//     before it notifies, so what was stored stays stored). Reactors after the thrower are not
+//     called for that notification.
+//  6. Dispatch is depth first. When reactor A, handling change 1, makes change 2 on an entity that
+//     reactor B also watches, B sees change 2 (inside A's handler) before it sees change 1: with
+//     A and B registered in that order on one entity, the calls run A(1), A(2), B(2), B(1).
+//     A reactor that must see changes in the order they were made reads the current state in
+//     its handler instead of trusting the order of notifications.
+//  7. An entity without registered reactors pays for a change only the store and one test of an
+//     empty list: no dispatch set-up and no reference-count traffic.
 
+#include <array>
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 #include "framework/Kel/Ptr.h"
@@ -20,6 +33,7 @@
 namespace Kel {
 
 class Entity;
+class ReactorHold;
 
 // Base of every reactor. Reactors are attached to one entity through Notifiee<E>::notifierIs.
 class NotifieeBase : public PtrInterface {
@@ -39,12 +53,42 @@ class NotifieeBase : public PtrInterface {
   // destructor: a reactor that needs it there calls it from its own destructor).
   virtual void onDetach(const Entity& from) { (void)from; }
   const Entity* attachedEntity() const { return entity_; }
+  // Links a nested reactor to the object it serves (NestedReactor sets it): `owner` is held for
+  // the length of each handler, and when the owner is itself a reactor (`ownerAsReactor`), its
+  // own owners are held too.
+  void keepAliveOwnerIs(const PtrInterface* owner, const NotifieeBase* ownerAsReactor) {
+    keepAliveOwner_ = owner;
+    outerReactor_ = ownerAsReactor;
+  }
 
  private:
   friend class Entity;
+  friend class ReactorHold;
 
   const Entity* entity_ = nullptr;
+  const PtrInterface* keepAliveOwner_ = nullptr;
+  const NotifieeBase* outerReactor_ = nullptr;
   bool registered_ = true;
+};
+
+// Holds a reactor, and every owner up its chain, for the length of one handler; objects whose
+// count is zero (under construction or being destroyed) are not held, since taking and dropping
+// a reference would delete them. Chains longer than kMaxHeld are held up to kMaxHeld objects.
+class ReactorHold {
+ public:
+  static constexpr std::size_t kMaxHeld = 6;
+
+  explicit ReactorHold(const NotifieeBase& reactor);
+  ReactorHold(const ReactorHold&) = delete;
+  ReactorHold& operator=(const ReactorHold&) = delete;
+  // Releases the reactor first, then its owners outwards.
+  ~ReactorHold();
+
+ private:
+  void hold(const PtrInterface* object);
+
+  std::array<const PtrInterface*, kMaxHeld> held_{};
+  std::size_t count_ = 0;
 };
 
 class Entity : public PtrInterface {
@@ -67,8 +111,7 @@ class Entity : public PtrInterface {
     for (std::size_t i = 0; i < count; ++i) {
       NotifieeBase* reactor = notifiees_[i];
       if (reactor == nullptr || !reactor->isRegisteredNotifiee()) continue;
-      Ptr<NotifieeBase> keepAlive =
-          reactor->references() > 0 ? Ptr<NotifieeBase>(reactor) : nullptr;
+      const ReactorHold hold(*reactor);
       (static_cast<N*>(reactor)->*handler)(args...);
     }
   }

@@ -31,7 +31,9 @@ void PtrInterface::deleteRef() const {
     remaining = references_.load(std::memory_order_relaxed) - 1;
     references_.store(remaining, std::memory_order_relaxed);
   }
-  if (remaining == 0) delete this;
+  if (remaining != 0) return;
+  lastReferenceGone();
+  delete this;
 }
 
 }  // namespace Kel

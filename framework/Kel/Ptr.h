@@ -34,8 +34,12 @@ class PtrInterface {
   std::uint32_t references() const { return references_.load(std::memory_order_relaxed); }
 
   void newRef() const;
-  // Deletes the object when the last reference goes.
+  // Deletes the object when the last reference goes, after telling it (lastReferenceGone).
   void deleteRef() const;
+
+ protected:
+  // Called once, just before deleteRef deletes the object, while it is still whole.
+  virtual void lastReferenceGone() const {}
 
  private:
   mutable std::atomic<std::uint32_t> references_{0};
@@ -44,6 +48,8 @@ class PtrInterface {
 template <class T>
 class Ptr {
  public:
+  using Element = T;
+
   Ptr() = default;
   Ptr(std::nullptr_t) {}  // NOLINT(google-explicit-constructor): null converts implicitly
   Ptr(T* object) : object_(object) { acquire(); }  // NOLINT(google-explicit-constructor)

@@ -1,28 +1,45 @@
 #pragma once
-// Mirra::MirraMap<K, V, KeyOf>: a single-writer table of fixed-size values, laid out so that it can
-// live in memory shared with other processes.
+// Mirra::MirraMap<K, V, KeyOf>: a single-writer table of fixed-size values, ordered by key, laid
+// out so that it can live in memory shared with other processes.
 //
-// The table is one flat array of slots (open addressing, linear probing) addressed by index only:
-// no pointer into process memory is stored, and keys and values are copied in and out as plain
-// bytes. Each slot carries a checksum of its bytes, so a reader that finds a slot changed behind
-// the writer's back reports corruption instead of returning garbage.
+// Today the table lives in process memory: attachments made with reader() share one slot array
+// through the process heap. Its layout is already the shared one: one flat array of slots that
+// refer to each other by 32-bit slot index only, with no pointer into process memory, and keys and
+// values copied in and out as plain bytes.
+//
+// Each slot is at once a hash-table cell (open addressing, linear probing: constant-time lookup)
+// and a node of a balanced search tree (a treap whose left/right links are slot indices) that
+// orders the members by K's `<`. Each slot carries a checksum over all its other bytes (state,
+// tree links, key, value).
 //
 // Invariants:
 //  1. K and V are trivially copyable and of fixed size, with ==; a value's key is KeyOf()(value).
-//  2. Exactly one writer: only a map attached in single-writer mode changes the table; readers
-//     attached to the same storage (reader()) see every change at once and never write.
+//  2. Exactly one writer: only the attachment made by the constructor changes the table;
+//     attachments made with reader() see every change at once and never write.
 //  3. Lookup never fails for a missing key: it returns a default-constructed V, which callers
-//     treat as the absence marker.
-//  4. Every stored slot satisfies its checksum; a read that finds otherwise reports through the
-//     debug stream ("MirraMap::corruptionDetected() ..."), calls the corruption handler with the
-//     message, and throws CorruptionDetectedException.
-//  5. Iteration walks slot indices; it tolerates erasure of the current member, and a writer that
-//     grows the table during an iteration may make it skip or repeat members.
+//     treat as the absence marker. members() is the number of keys held.
+//  4. Corruption: a lookup verifies the slot it answers from, every slot that carries the key or
+//     its hash tag (so a damaged key, tag or state byte of the key's own slot is reported rather
+//     than read as "absent"), and the empty slot that ends its probe (so a member whose state byte
+//     was turned to "empty" does not cut the probe short unnoticed). A damaged slot of another
+//     key is passed over. Positioning and iteration verify every tree slot they pass.
+//     A read that finds damage reports it (see corruptionDetected) and throws
+//     CorruptionDetectedException; it changes nothing. The writer's insert or erase that meets
+//     damage instead reports every damaged slot, rebuilds the table without them, and then does
+//     its work: it never throws for corruption. Growth (a rebuild) likewise drops and reports
+//     damaged slots; nothing damaged is ever copied.
+//  5. Iteration is in ascending key order. An iterator holds a copy of the member it stands on and
+//     advances to the smallest key greater than that copy's key in the table as it is then. So a
+//     writer may change the table between steps: erasing the current member, inserting behind or
+//     ahead of it, growing. A member that stays in the table from the start of a walk to its end
+//     is visited exactly once; one inserted ahead of the position is visited, one behind it is not.
+//  6. Each attachment keeps its own record of what it detected: corruptions(), lastCorruption().
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <iterator>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -32,8 +49,13 @@
 #include "framework/Kel/Debug.h"
 #include "framework/Kel/Exception.h"
 #include "framework/Mirra/CorruptionDetectedException.h"
+#include "framework/Mirra/internal/SlotChecksum.h"
 
 namespace Mirra {
+
+namespace testing {
+class MirraMapBackdoor;
+}  // namespace testing
 
 enum class AttachMode { singleWriter, reader };
 
@@ -42,43 +64,70 @@ class MirraMap {
   static_assert(std::is_trivially_copyable_v<K>, "shared keys are copied as plain bytes");
   static_assert(std::is_trivially_copyable_v<V>, "shared values are copied as plain bytes");
 
-  enum class SlotState : std::uint8_t { empty = 0, used = 1, erased = 2 };
+  using SlotIndex = std::uint32_t;
+  static constexpr SlotIndex kNoSlot = 0xffffffffu;
+
+  // Distinct bit patterns, so that a stray write to the state byte is not another valid state.
+  enum class SlotState : std::uint8_t { empty = 0x3c, used = 0xa5, erased = 0x5a };
 
   struct Slot {
     std::uint32_t checksum;
     SlotState state;
+    std::uint8_t padding[3];  // named, so that every byte the checksum covers is written
+    std::uint32_t tag;        // bits of the key's hash: probes pass other keys without reading them
+    SlotIndex left;
+    SlotIndex right;
     V value;
   };
   static_assert(std::is_trivially_copyable_v<Slot>, "slots are plain bytes");
 
-  // What would sit in the shared segment: the slot array and its counters.
+  // What would sit in the shared segment: the slot array, the tree root and the counters.
   struct Storage {
     std::vector<Slot> slots;
+    SlotIndex root = kNoSlot;
+    // Every empty slot holds the same bytes, and so does every erased one: a probe checks those
+    // by comparing the checksum alone.
+    std::uint32_t emptyChecksum = 0;
+    std::uint32_t erasedChecksum = 0;
     std::size_t used = 0;
     std::size_t erased = 0;
     bool ready = false;
     bool advertised = false;
   };
 
+  // What a check found wrong, and where.
+  enum class Fault : std::uint8_t { none, checksum, linkOutside, notMember, endlessWalk };
+  struct Damage {
+    Fault fault = Fault::none;
+    SlotIndex slot = kNoSlot;
+    bool found() const { return fault != Fault::none; }
+  };
+
+  // Thrown inside a writer operation that met damage; caught there, never escapes the class.
+  struct WriterMetDamage {};
+
  public:
   using CorruptionHandler = std::function<void(const std::string&)>;
 
-  // A new table, attached for writing.
-  MirraMap() : storage_(std::make_shared<Storage>()), mode_(AttachMode::singleWriter) {
-    storage_->slots.resize(kInitialSlots);
-    for (auto& slot : storage_->slots) clear(slot);
-  }
+  // A new, empty table, attached for writing.
+  MirraMap() : storage_(freshStorage()), mode_(AttachMode::singleWriter) {}
 
-  // Another attachment to the same table, for reading only.
+  // Another attachment to the same table, for reading only, with its own corruption record and
+  // no handler.
   MirraMap reader() const { return MirraMap(storage_, AttachMode::reader); }
   AttachMode mode() const { return mode_; }
 
   // The value stored under key, or V() when there is none.
   V lookup(const K& key) const {
-    const std::size_t at = find(key);
-    return at == kNone ? V() : storage_->slots[at].value;
+    const Probe probe = probeFor(key);
+    if (probe.damage.found()) reportAndThrow(probe.damage);
+    return probe.found == kNoSlot ? V() : valueAt(probe.found);
   }
-  bool contains(const K& key) const { return find(key) != kNone; }
+  bool contains(const K& key) const {
+    const Probe probe = probeFor(key);
+    if (probe.damage.found()) reportAndThrow(probe.damage);
+    return probe.found != kNoSlot;
+  }
   std::size_t members() const { return storage_->used; }
 
   // Inserts value under its key or replaces the value there; returns false when the same value
@@ -86,63 +135,91 @@ class MirraMap {
   // REQUIRES: mode() == singleWriter.
   bool insert(const V& value) {
     requireWriter("insert");
-    const K key = KeyOf()(value);
-    const std::size_t existing = find(key);
-    if (existing != kNone) {
-      Slot& slot = storage_->slots[existing];
-      if (slot.value == value) return false;
-      store(slot, value);
-      return true;
+    try {
+      return insertIntact(value);
+    } catch (const WriterMetDamage&) {
+      rebuild(storage_->slots.size(), nullptr);
+      return insertIntact(value);
     }
-    if ((storage_->used + storage_->erased + 1) * 4 > storage_->slots.size() * 3) grow();
-    Slot& slot = storage_->slots[freeSlotFor(key)];
-    if (slot.state == SlotState::erased) --storage_->erased;
-    store(slot, value);
-    ++storage_->used;
-    return true;
   }
 
-  // Returns false when key was absent.
+  // Returns false when key was absent. A key whose slot was damaged (its key bytes still naming
+  // key) counts as present: its slot is dropped and true returned.
   // REQUIRES: mode() == singleWriter.
   bool erase(const K& key) {
     requireWriter("erase");
-    const std::size_t at = find(key);
-    if (at == kNone) return false;
-    Slot& slot = storage_->slots[at];
-    clear(slot);
-    slot.state = SlotState::erased;
-    slot.checksum = checksumOf(slot);
-    --storage_->used;
-    ++storage_->erased;
-    return true;
+    try {
+      return eraseIntact(key);
+    } catch (const WriterMetDamage&) {
+      bool droppedKey = false;
+      rebuild(storage_->slots.size(), &key, &droppedKey);
+      return eraseIntact(key) || droppedKey;
+    }
   }
 
-  // Walks the members by slot index; see invariant 5.
+  // Walks the members in ascending key order; see invariant 5. Dereferencing yields the copy of
+  // the member taken when the iterator reached it.
   class Iterator {
    public:
-    Iterator(const MirraMap* map, std::size_t index) : map_(map), index_(index) { settle(); }
-    V operator*() const { return map_->verified(index_).value; }
+    using iterator_category = std::forward_iterator_tag;
+    using value_type = V;
+    using difference_type = std::ptrdiff_t;
+    using pointer = const V*;
+    using reference = const V&;
+
+    const V& operator*() const { return current_; }
+    const V* operator->() const { return &current_; }
+    // Throws CorruptionDetectedException, after reporting, when the step meets damage; the
+    // iterator then stays where it was.
     Iterator& operator++() {
-      ++index_;
-      settle();
+      const SlotIndex next = map_->positionAt(Bound::after, KeyOf()(current_));
+      slot_ = next;
+      if (next != kNoSlot) current_ = map_->valueAt(next);
       return *this;
     }
-    bool operator==(const Iterator& other) const { return index_ == other.index_; }
-    bool operator!=(const Iterator& other) const { return index_ != other.index_; }
+    bool atEnd() const { return slot_ == kNoSlot; }
+    bool operator==(const Iterator& other) const {
+      if (atEnd() || other.atEnd()) return atEnd() == other.atEnd();
+      return KeyOf()(current_) == KeyOf()(other.current_);
+    }
+    bool operator!=(const Iterator& other) const { return !(*this == other); }
 
    private:
-    void settle() {
-      const auto& slots = map_->storage_->slots;
-      while (index_ < slots.size() && slots[index_].state != SlotState::used) ++index_;
-      if (index_ > slots.size()) index_ = slots.size();
+    friend class MirraMap;
+    Iterator(const MirraMap* map, SlotIndex slot) : map_(map), slot_(slot) {
+      if (slot != kNoSlot) current_ = map->valueAt(slot);
     }
     const MirraMap* map_;
-    std::size_t index_;
+    SlotIndex slot_;
+    V current_{};
   };
-  Iterator begin() const { return Iterator(this, 0); }
-  Iterator end() const { return Iterator(this, storage_->slots.size()); }
 
+  // Throw CorruptionDetectedException, after reporting, when positioning meets damage.
+  Iterator begin() const { return Iterator(this, positionAt(Bound::first, K())); }
+  Iterator end() const { return Iterator(this, kNoSlot); }
+  // The first member whose key is not less than key: key itself when present, else the next
+  // one after it (so a bookmark whose key has gone resumes at its successor).
+  Iterator lowerBound(const K& key) const {
+    return Iterator(this, positionAt(Bound::atOrAfter, key));
+  }
+
+  // Reports corruption: writes "MirraMap::corruptionDetected() " + message to the debug stream,
+  // records it in this attachment and calls the corruption handler. The table's own checks call
+  // it before they throw; a caller that catches that exception and hands its message back here
+  // (as callers that treat a corrupt read as "absent" do) acknowledges the report already made,
+  // so one detection is reported once. Any other message is reported as a new detection.
+  void corruptionDetected(const std::string& message) const {
+    if (unacknowledged_ && message == lastCorruption_) {
+      unacknowledged_ = false;
+      return;
+    }
+    report(message);
+    unacknowledged_ = false;
+  }
   void corruptionHandlerIs(CorruptionHandler handler) { corruptionHandler_ = std::move(handler); }
+  // How many corruptions this attachment has reported, and the last one's message.
+  std::size_t corruptions() const { return corruptions_; }
+  const std::string& lastCorruption() const { return lastCorruption_; }
 
   // The collection-ready protocol of shared tables: a writer marks the table ready, then
   // advertises it once so that readers may start.
@@ -171,56 +248,194 @@ class MirraMap {
   // other attachments keep the table as it is.
   void detach() {
     Kel::debugMessage("MirraMap::detach() ");
-    storage_ = std::make_shared<Storage>();
-    storage_->slots.resize(kInitialSlots);
-    for (auto& slot : storage_->slots) clear(slot);
+    storage_ = freshStorage();
     mode_ = AttachMode::reader;
   }
 
-  // Fault injection for tests and diagnostics: changes one byte of the stored value of key as a
-  // stray write from another process would, leaving its checksum stale. No effect when absent.
-  void damageForTest(const K& key) {
-    const std::size_t at = find(key);
-    if (at == kNone) return;
-    auto* bytes = reinterpret_cast<unsigned char*>(&storage_->slots[at].value);
-    bytes[sizeof(V) - 1] ^= 0x5a;
-  }
-
  private:
+  friend class testing::MirraMapBackdoor;
+
   static constexpr std::size_t kInitialSlots = 16;  // a power of two; growth doubles it
-  static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+
+  // Where a key is, where it could go, or what stopped the search.
+  struct Probe {
+    SlotIndex found = kNoSlot;
+    SlotIndex free = kNoSlot;
+    Damage damage;
+  };
 
   MirraMap(std::shared_ptr<Storage> storage, AttachMode mode)
       : storage_(std::move(storage)), mode_(mode) {}
 
-  static void clear(Slot& slot) {
-    std::memset(static_cast<void*>(&slot), 0, sizeof(Slot));
-    slot.checksum = checksumOf(slot);
+  static std::shared_ptr<Storage> freshStorage() {
+    auto storage = std::make_shared<Storage>();
+    resetSlots(*storage, kInitialSlots);
+    return storage;
+  }
+  static void resetSlots(Storage& storage, std::size_t size) {
+    storage.slots.assign(size, Slot{});
+    for (auto& slot : storage.slots) clear(slot, SlotState::empty);
+    storage.emptyChecksum = storage.slots.front().checksum;
+    Slot erased{};
+    clear(erased, SlotState::erased);
+    storage.erasedChecksum = erased.checksum;
+    storage.root = kNoSlot;
+    storage.used = 0;
+    storage.erased = 0;
   }
 
   static std::uint32_t checksumOf(const Slot& slot) {
-    // Eight bytes at a time over everything after the checksum field: lookups verify the slot
-    // they return, so this sits on the read path.
-    const auto* bytes = reinterpret_cast<const unsigned char*>(&slot) + sizeof(slot.checksum);
-    std::size_t left = sizeof(Slot) - sizeof(slot.checksum);
-    std::uint64_t hash = 0x9e3779b97f4a7c15ull;
-    while (left > 0) {
-      std::uint64_t word = 0;
-      const std::size_t take = left < 8 ? left : 8;
-      std::memcpy(&word, bytes, take);
-      hash = (hash ^ word) * 0xff51afd7ed558ccdull;
-      hash ^= hash >> 29;
-      bytes += take;
-      left -= take;
-    }
-    return static_cast<std::uint32_t>(hash ^ (hash >> 32));
+    const auto* bytes = reinterpret_cast<const unsigned char*>(&slot);
+    return internal::slotChecksum(bytes + sizeof(slot.checksum),
+                                  sizeof(Slot) - sizeof(slot.checksum));
+  }
+  static bool intact(const Slot& slot) {
+    const bool known = slot.state == SlotState::empty || slot.state == SlotState::used ||
+                       slot.state == SlotState::erased;
+    return known && slot.checksum == checksumOf(slot);
+  }
+  static void seal(Slot& slot) { slot.checksum = checksumOf(slot); }
+
+  static void clear(Slot& slot, SlotState state) {
+    std::memset(static_cast<void*>(&slot), 0, sizeof(Slot));
+    slot.state = state;
+    slot.left = kNoSlot;
+    slot.right = kNoSlot;
+    seal(slot);
+  }
+  static void storeValue(Slot& slot, const V& value) {
+    std::memcpy(static_cast<void*>(&slot.value), &value, sizeof(V));
+    seal(slot);
   }
 
-  static void store(Slot& slot, const V& value) {
-    std::memset(static_cast<void*>(&slot), 0, sizeof(Slot));
-    slot.state = SlotState::used;
-    std::memcpy(static_cast<void*>(&slot.value), &value, sizeof(V));
-    slot.checksum = checksumOf(slot);
+  const Slot& slotAt(SlotIndex index) const { return storage_->slots[index]; }
+  Slot& slotAt(SlotIndex index) { return storage_->slots[index]; }
+  V valueAt(SlotIndex index) const {
+    V value;
+    std::memcpy(static_cast<void*>(&value), &slotAt(index).value, sizeof(V));
+    return value;
+  }
+  const K& keyAt(SlotIndex index) const { return KeyOf()(slotAt(index).value); }
+
+  static std::uint32_t tagOf(std::size_t hash) {
+    return static_cast<std::uint32_t>(hash) ^ static_cast<std::uint32_t>(hash >> 32);
+  }
+
+  // Linear probing from key's home slot (see invariant 4 for what it verifies).
+  Probe probeFor(const K& key) const {
+    Probe probe;
+    const Storage& storage = *storage_;
+    const std::size_t hash = Hash()(key);
+    const std::uint32_t tag = tagOf(hash);
+    const std::size_t mask = storage.slots.size() - 1;
+    std::size_t at = hash & mask;
+    for (std::size_t probes = 0; probes <= mask; ++probes, at = (at + 1) & mask) {
+      const Slot& slot = storage.slots[at];
+      if (slot.state == SlotState::empty) {
+        if (slot.checksum != storage.emptyChecksum) {
+          probe.damage = Damage{Fault::checksum, static_cast<SlotIndex>(at)};
+        } else if (probe.free == kNoSlot) {
+          probe.free = static_cast<SlotIndex>(at);
+        }
+        return probe;
+      }
+      if (slot.state == SlotState::erased && slot.checksum == storage.erasedChecksum) {
+        if (probe.free == kNoSlot) probe.free = static_cast<SlotIndex>(at);
+        continue;
+      }
+      const bool keys = KeyOf()(slot.value) == key;
+      if (slot.tag != tag && !keys) continue;
+      if (!intact(slot)) {
+        probe.damage = Damage{Fault::checksum, static_cast<SlotIndex>(at)};
+        return probe;
+      }
+      if (keys && slot.state == SlotState::used) {
+        probe.found = static_cast<SlotIndex>(at);
+        return probe;
+      }
+    }
+    return probe;
+  }
+
+  // Which member a descent looks for.
+  enum class Bound : std::uint8_t { first, atOrAfter, after };
+
+  // The tree member that is the first one (Bound::first), the first whose key is >= key, or the
+  // first whose key is > key; kNoSlot when there is none. Each tree slot on the way is verified;
+  // damage is left in *damage.
+  SlotIndex descend(Bound bound, const K& key, Damage* damage) const {
+    const std::size_t size = storage_->slots.size();
+    SlotIndex best = kNoSlot;
+    SlotIndex at = storage_->root;
+    for (std::size_t steps = 0; at != kNoSlot; ++steps) {
+      if (steps > size) {
+        *damage = Damage{Fault::endlessWalk, at};
+        return kNoSlot;
+      }
+      if (at >= size) {
+        *damage = Damage{Fault::linkOutside, at};
+        return kNoSlot;
+      }
+      const Slot& slot = slotAt(at);
+      if (!intact(slot)) {
+        *damage = Damage{Fault::checksum, at};
+        return kNoSlot;
+      }
+      if (slot.state != SlotState::used) {
+        *damage = Damage{Fault::notMember, at};
+        return kNoSlot;
+      }
+      const K& here = KeyOf()(slot.value);
+      const bool goLeft = bound == Bound::first   ? true
+                          : bound == Bound::after ? key < here
+                                                  : !(here < key);
+      if (goLeft) {
+        best = at;
+        at = slot.left;
+      } else {
+        at = slot.right;
+      }
+    }
+    return best;
+  }
+
+  SlotIndex positionAt(Bound bound, const K& key) const {
+    Damage damage;
+    const SlotIndex at = descend(bound, key, &damage);
+    if (damage.found()) reportAndThrow(damage);
+    return at;
+  }
+
+  std::string describe(const Damage& damage) const {
+    const std::string where =
+        "slot " + std::to_string(damage.slot) + " of " + std::to_string(storage_->slots.size());
+    switch (damage.fault) {
+      case Fault::checksum:
+        return where + " fails its checksum";
+      case Fault::linkOutside:
+        return "a tree link names " + where;
+      case Fault::notMember:
+        return where + " is linked into the order but holds no member";
+      case Fault::endlessWalk:
+        return "the ordered walk reached " + where + " after visiting more slots than exist";
+      case Fault::none:
+        break;
+    }
+    return where;
+  }
+
+  void report(const std::string& message) const {
+    Kel::debugMessage("MirraMap::corruptionDetected() " + message);
+    ++corruptions_;
+    lastCorruption_ = message;
+    if (corruptionHandler_) corruptionHandler_(message);
+  }
+
+  [[noreturn]] void reportAndThrow(const Damage& damage) const {
+    const std::string message = describe(damage);
+    report(message);
+    unacknowledged_ = true;
+    throw CorruptionDetectedException(message);
   }
 
   void requireWriter(const char* operation) const {
@@ -230,65 +445,177 @@ class MirraMap {
     }
   }
 
-  const Slot& verified(std::size_t index) const {
-    const Slot& slot = storage_->slots[index];
-    if (slot.checksum != checksumOf(slot)) corruptionDetected(index);
-    return slot;
+  // Writer side. Every slot whose links or key the writer is about to rely on is verified first;
+  // finding damage throws WriterMetDamage, and the caller rebuilds and starts over.
+  void requireIntact(SlotIndex index) const {
+    if (index >= storage_->slots.size() || !intact(slotAt(index))) throw WriterMetDamage();
   }
 
-  [[noreturn]] void corruptionDetected(std::size_t index) const {
-    const std::string message = "slot " + std::to_string(index) + " of " +
-                                std::to_string(storage_->slots.size()) + " fails its checksum";
-    Kel::debugMessage("MirraMap::corruptionDetected() " + message);
-    if (corruptionHandler_) corruptionHandler_(message);
-    throw CorruptionDetectedException(message);
-  }
-
-  std::size_t home(const K& key) const { return Hash()(key) & (storage_->slots.size() - 1); }
-
-  // The slot holding key, verified against its checksum, or kNone.
-  std::size_t find(const K& key) const {
-    const auto& slots = storage_->slots;
-    const std::size_t mask = slots.size() - 1;
-    for (std::size_t at = home(key), probes = 0; probes <= mask; at = (at + 1) & mask, ++probes) {
-      const Slot& slot = slots[at];
-      if (slot.state == SlotState::empty) return kNone;
-      if (slot.state == SlotState::used && KeyOf()(slot.value) == key) {
-        verified(at);
-        return at;
-      }
+  bool insertIntact(const V& value) {
+    const K& key = KeyOf()(value);
+    Probe probe = probeFor(key);
+    if (probe.damage.found()) throw WriterMetDamage();
+    if (probe.found != kNoSlot) {
+      Slot& slot = slotAt(probe.found);
+      if (valueAt(probe.found) == value) return false;
+      storeValue(slot, value);
+      return true;
     }
-    return kNone;
-  }
-
-  std::size_t freeSlotFor(const K& key) const {
-    const std::size_t mask = storage_->slots.size() - 1;
-    std::size_t at = home(key);
-    while (storage_->slots[at].state == SlotState::used) at = (at + 1) & mask;
-    return at;
-  }
-
-  // Rebuilds the array without erased slots, doubling it when live members fill half of it.
-  // Every member is verified first, so a corrupt table is reported and left as it was.
-  void grow() {
-    for (std::size_t i = 0; i < storage_->slots.size(); ++i) {
-      if (storage_->slots[i].state == SlotState::used) verified(i);
+    if ((storage_->used + storage_->erased + 1) * 2 > storage_->slots.size()) {
+      const std::size_t size = storage_->slots.size();
+      rebuild((storage_->used + 1) * 4 > size ? size * 2 : size, nullptr);
+      probe = probeFor(key);
+      if (probe.damage.found() || probe.free == kNoSlot) throw WriterMetDamage();
     }
+    // The path the new member takes down the tree is checked before anything changes, so a
+    // damaged path leaves the table as it was.
+    Damage damage;
+    descend(Bound::atOrAfter, key, &damage);
+    if (damage.found()) throw WriterMetDamage();
+
+    const SlotIndex at = probe.free;
+    Slot& slot = slotAt(at);
+    if (slot.state == SlotState::erased) --storage_->erased;
+    clear(slot, SlotState::used);
+    slot.tag = tagOf(Hash()(key));
+    storeValue(slot, value);
+    storage_->root = linkUnder(storage_->root, at);
+    ++storage_->used;
+    return true;
+  }
+
+  bool eraseIntact(const K& key) {
+    const Probe probe = probeFor(key);
+    if (probe.damage.found()) throw WriterMetDamage();
+    if (probe.found == kNoSlot) return false;
+    storage_->root = unlinkUnder(storage_->root, key);
+    clear(slotAt(probe.found), SlotState::erased);
+    --storage_->used;
+    ++storage_->erased;
+    return true;
+  }
+
+  // The treap's heap order (higher sits nearer the root) comes from a second mix of the hash tag,
+  // so that it does not follow the bits that pick the home slot.
+  std::uint32_t priorityAt(SlotIndex index) const {
+    std::uint32_t mixed = slotAt(index).tag;
+    mixed ^= mixed >> 16;
+    mixed *= 0x85ebca6bu;
+    mixed ^= mixed >> 13;
+    mixed *= 0xc2b2ae35u;
+    mixed ^= mixed >> 16;
+    return mixed;
+  }
+
+  void linkLeft(SlotIndex parent, SlotIndex child) {
+    Slot& slot = slotAt(parent);
+    if (slot.left == child) return;
+    slot.left = child;
+    seal(slot);
+  }
+  void linkRight(SlotIndex parent, SlotIndex child) {
+    Slot& slot = slotAt(parent);
+    if (slot.right == child) return;
+    slot.right = child;
+    seal(slot);
+  }
+  // Both return the new root of the subtree.
+  SlotIndex rotateRight(SlotIndex top) {
+    const SlotIndex left = slotAt(top).left;
+    requireIntact(left);
+    linkLeft(top, slotAt(left).right);
+    linkRight(left, top);
+    return left;
+  }
+  SlotIndex rotateLeft(SlotIndex top) {
+    const SlotIndex right = slotAt(top).right;
+    requireIntact(right);
+    linkRight(top, slotAt(right).left);
+    linkLeft(right, top);
+    return right;
+  }
+
+  // Puts the member in slot `member` into the subtree under `top`; returns the subtree's root.
+  SlotIndex linkUnder(SlotIndex top, SlotIndex member) {
+    if (top == kNoSlot) return member;
+    if (keyAt(member) < keyAt(top)) {
+      linkLeft(top, linkUnder(slotAt(top).left, member));
+      if (priorityAt(slotAt(top).left) > priorityAt(top)) return rotateRight(top);
+    } else {
+      linkRight(top, linkUnder(slotAt(top).right, member));
+      if (priorityAt(slotAt(top).right) > priorityAt(top)) return rotateLeft(top);
+    }
+    return top;
+  }
+
+  // Takes key's member out of the subtree under `top`; returns the subtree's root.
+  // REQUIRES: key is a member.
+  SlotIndex unlinkUnder(SlotIndex top, const K& key) {
+    requireIntact(top);
+    if (key < keyAt(top)) {
+      linkLeft(top, unlinkUnder(slotAt(top).left, key));
+      return top;
+    }
+    if (keyAt(top) < key) {
+      linkRight(top, unlinkUnder(slotAt(top).right, key));
+      return top;
+    }
+    return unlinkTop(top);
+  }
+
+  // Rotates `top` down below the child with the higher priority until it has at most one child,
+  // then lets that child take its place.
+  SlotIndex unlinkTop(SlotIndex top) {
+    const SlotIndex left = slotAt(top).left;
+    const SlotIndex right = slotAt(top).right;
+    if (left == kNoSlot) return right;
+    if (right == kNoSlot) return left;
+    requireIntact(left);
+    requireIntact(right);
+    if (priorityAt(left) > priorityAt(right)) {
+      const SlotIndex raised = rotateRight(top);
+      linkRight(raised, unlinkTop(top));
+      return raised;
+    }
+    const SlotIndex raised = rotateLeft(top);
+    linkLeft(raised, unlinkTop(top));
+    return raised;
+  }
+
+  // Rebuilds the table into `size` slots from the intact members, reporting and dropping every
+  // damaged slot; tree links of the old slots are not trusted. When watchKey is given,
+  // *droppedWatchKey tells whether a dropped slot's key bytes named it.
+  void rebuild(std::size_t size, const K* watchKey, bool* droppedWatchKey = nullptr) {
     std::vector<Slot> old = std::move(storage_->slots);
-    const std::size_t size = storage_->used * 2 >= old.size() / 2 ? old.size() * 2 : old.size();
-    storage_->slots.assign(size, Slot{});
-    for (auto& slot : storage_->slots) clear(slot);
-    storage_->erased = 0;
-    for (const Slot& slot : old) {
-      if (slot.state == SlotState::used) {
-        store(storage_->slots[freeSlotFor(KeyOf()(slot.value))], slot.value);
+    resetSlots(*storage_, size);
+    for (std::size_t index = 0; index < old.size(); ++index) {
+      const Slot& slot = old[index];
+      if (!intact(slot)) {
+        report("slot " + std::to_string(index) + " of " + std::to_string(old.size()) +
+               " fails its checksum");
+        if (watchKey && KeyOf()(slot.value) == *watchKey) *droppedWatchKey = true;
+        continue;
       }
+      if (slot.state != SlotState::used) continue;
+      const Probe probe = probeFor(KeyOf()(slot.value));
+      if (probe.found != kNoSlot) continue;  // a second copy of a key can only be stray bytes
+      const SlotIndex at = probe.free;
+      Slot& fresh = slotAt(at);
+      clear(fresh, SlotState::used);
+      fresh.tag = slot.tag;
+      storeValue(fresh, slot.value);
+      storage_->root = linkUnder(storage_->root, at);
+      ++storage_->used;
     }
   }
 
   std::shared_ptr<Storage> storage_;
   AttachMode mode_;
   CorruptionHandler corruptionHandler_;
+  mutable std::size_t corruptions_ = 0;
+  mutable std::string lastCorruption_;
+  // The last report was made by the table's own check and not yet handed back by a caller.
+  mutable bool unacknowledged_ = false;
 };
 
 }  // namespace Mirra

@@ -10,7 +10,14 @@
 //  3. Every add, replace (by a different value) and removal notifies onRpHash(prefix); storing
 //     the value already held notifies nothing.
 //  4. A read that finds the table corrupted raises Mirra::CorruptionDetectedException after
-//     recording the message (lastCorruption()); nothing here catches it.
+//     reporting it (lastCorruption(), corruptions()); nothing here catches it. The writer's
+//     rpHashIs/rpHashDel never throw for corruption: they report and drop damaged entries, then
+//     write (see Mirra::MirraMap, invariant 4).
+//  5. rpHash() iterates in ascending prefix order (IPv4 before IPv6, then by address, then by
+//     length); rpHashFrom(prefix) positions at the first key at or after prefix. The keys inside
+//     a prefix P (P itself and every longer prefix it contains) sort together, starting at P:
+//     walk from rpHashFrom(P) while P.contains(key); forEachRpHashWithin does exactly that.
+//  6. The table lives in process memory today; its layout is the one a shared-memory table uses.
 
 #include <cstddef>
 #include <string>
@@ -32,13 +39,27 @@ class RpHashStatus : public Kel::Entity {
     virtual void onRpHash(const Ipkit::IpGenPrefix& prefix) { (void)prefix; }
   };
 
-  RpHashStatus() {
-    rpHash_.corruptionHandlerIs([this](const std::string& message) { lastCorruption_ = message; });
-  }
+  RpHashStatus() = default;
 
   RpHash rpHash(const Ipkit::IpGenPrefix& prefix) const { return rpHash_.lookup(prefix); }
-  // The whole table, for iteration (values are copies) and member count.
+  // The whole table, for iteration in key order (values are copies) and member count.
   const Table& rpHash() const { return rpHash_; }
+  // The first entry whose key is not less than prefix (a bookmark that has gone resumes at the
+  // next key).
+  Table::Iterator rpHashFrom(const Ipkit::IpGenPrefix& prefix) const {
+    return rpHash_.lowerBound(prefix);
+  }
+  // Calls visit(entry) for every entry whose key lies inside prefix (prefix itself included), in
+  // key order. visit may write this table. Throws Mirra::CorruptionDetectedException, after
+  // reporting, when the walk meets damage; the walk ends there.
+  template <class Visit>
+  void forEachRpHashWithin(const Ipkit::IpGenPrefix& prefix, Visit visit) const {
+    const Table::Iterator end = rpHash_.end();
+    for (Table::Iterator at = rpHash_.lowerBound(prefix); at != end; ++at) {
+      if (!prefix.contains(at->key())) return;
+      visit(*at);
+    }
+  }
   std::size_t rpHashs() const { return rpHash_.members(); }
   // A read-only attachment to this table, as another process would hold.
   Table reader() const { return rpHash_.reader(); }
@@ -50,13 +71,15 @@ class RpHashStatus : public Kel::Entity {
     if (rpHash_.erase(prefix)) notify(&NotifieeConst::onRpHash, prefix);
   }
 
-  const std::string& lastCorruption() const { return lastCorruption_; }
-  // Fault injection: see Mirra::MirraMap::damageForTest.
-  void damageForTest(const Ipkit::IpGenPrefix& prefix) { rpHash_.damageForTest(prefix); }
+  // Corruption found by this table's writer attachment (which in-process readers share).
+  const std::string& lastCorruption() const { return rpHash_.lastCorruption(); }
+  std::size_t corruptions() const { return rpHash_.corruptions(); }
+  // For a caller that caught Mirra::CorruptionDetectedException: see
+  // Mirra::MirraMap::corruptionDetected.
+  void corruptionDetected(const std::string& message) const { rpHash_.corruptionDetected(message); }
 
  private:
   Table rpHash_;
-  std::string lastCorruption_;
 };
 
 }  // namespace Pim

@@ -1,13 +1,16 @@
-// The nested-reactor pattern the library's state machines follow: one reactor per member of a
-// watched collection, kept in a collection keyed like it, created when the member appears and
-// dropped when it goes, with a full pass in handleInitialized once the inputs are present.
+// Nested reactors: one reactor per member of a watched collection, kept by the owner in a
+// NestedReactorCollection keyed like it, created (then initialised) when the member appears and
+// deleted (through its delete hook) when it goes; the owner held alive through every handler.
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <functional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "framework/Kel/Collection.h"
+#include "framework/Kel/NestedReactor.h"
 #include "tests/framework/KelTestEntities.h"
 
 namespace {
@@ -15,33 +18,34 @@ namespace {
 using KelTest::Car;
 using KelTest::Garage;
 
-class PaintShopSm : public Kel::PtrInterface {
+class PaintShopSm : public Kel::ReactorOwner {
  public:
-  class KelCar : public Car::NotifieeConst {
+  class KelCar : public Kel::NestedReactor<PaintShopSm, Car::NotifieeConst> {
    public:
-    KelCar(PaintShopSm* owner, const Kel::PtrConst<Car>& car) : owner_(owner) { notifierIs(car); }
-    void onColour() override { owner_->handleColour(notifier()->name()); }
-
-   private:
-    PaintShopSm* owner_;
+    KelCar(PaintShopSm* owner, const Kel::PtrConst<Car>& car) : NestedReactor(owner) {
+      notifierIs(car);
+    }
+    void onColour() override { owner()->handleColour(notifier()->name()); }
+    void handleInit() { owner()->journal.push_back("init " + notifier()->name()); }
+    void handleDel() {
+      owner()->journal.push_back("del " + notifier()->name());
+      if (owner()->onDel) owner()->onDel(notifier()->name());
+    }
   };
 
-  class KelGarage : public Garage::NotifieeConst {
+  class KelGarage : public Kel::NestedReactor<PaintShopSm, Garage::NotifieeConst> {
    public:
-    KelGarage(PaintShopSm* owner, const Kel::PtrConst<Garage>& garage) : owner_(owner) {
+    KelGarage(PaintShopSm* owner, const Kel::PtrConst<Garage>& garage) : NestedReactor(owner) {
       notifierIs(garage);
     }
-    void onCar(const std::string& name) override { owner_->handleCar(name); }
-
-   private:
-    PaintShopSm* owner_;
+    void onCar(const std::string& name) override { owner()->handleCar(name); }
+    void onCar() override { owner()->kelCar_.resync(notifier()->car()); }
   };
 
-  explicit PaintShopSm(const Kel::PtrConst<Garage>& garage)
-      : kelGarage_(new KelGarage(this, garage)) {
+  explicit PaintShopSm(const Kel::PtrConst<Garage>& garage) {
+    kelGarage_.is(new KelGarage(this, garage));
     handleInitialized();
   }
-  ~PaintShopSm() override { kelGarage_->notifierIs(nullptr); }
 
   void handleInitialized() {
     initialized_ = true;
@@ -49,22 +53,31 @@ class PaintShopSm : public Kel::PtrInterface {
   }
   void handleCar(const std::string& name) {
     if (!initialized_) return;
-    const auto car = kelGarage_->notifier()->car(name);
-    if (car) {
-      kelCar_.insertNew(name, [&] { return Kel::Ptr<KelCar>(new KelCar(this, car)); });
+    if (const auto car = kelGarage_->notifier()->car(name)) {
+      kelCar_.insertNew(name, car);
     } else {
-      kelCar_.erase(name);
+      kelCarDel(name);
     }
   }
-  void handleColour(const std::string& name) { repainted.push_back(name); }
+  void handleColour(const std::string& name) {
+    repainted.push_back(name);
+    if (onColour) onColour(name);
+  }
 
-  const Kel::OrderedCollection<std::string, Kel::Ptr<KelCar>>& kelCar() const { return kelCar_; }
+  // Out-of-step edits for the resynchronisation test.
+  Kel::NestedReactorCollection<PaintShopSm, std::string, KelCar>& kelCarMutable() {
+    return kelCar_;
+  }
   std::vector<std::string> repainted;
+  std::vector<std::string> journal;
+  std::function<void(const std::string&)> onColour;
+  std::function<void(const std::string&)> onDel;
 
  private:
-  Kel::Ptr<KelGarage> kelGarage_;
-  Kel::OrderedCollection<std::string, Kel::Ptr<KelCar>> kelCar_;
+  Kel::NestedReactorPtr<KelGarage> kelGarage_;
   bool initialized_ = false;
+
+  KEL_NESTED_REACTORS(kelCar, PaintShopSm, KelCar, std::string)
 };
 
 TEST(NestedReactors, ExistingMembers_GetReactorsAtInitialization) {
@@ -98,6 +111,104 @@ TEST(NestedReactors, OwnerDropped_NothingLeftWatching) {
   EXPECT_EQ(garage->notifiees(), 0u);
   EXPECT_EQ(car->notifiees(), 0u);
   EXPECT_EQ(garage->references(), 1u);
+}
+
+TEST(NestedReactors, Hooks_InitAfterInsertDelBeforeRemoval) {
+  Kel::Ptr<Garage> garage(new Garage);
+  Kel::Ptr<PaintShopSm> shop(new PaintShopSm(garage));
+  std::vector<bool> presentAtDel;
+  shop->onDel = [&](const std::string& name) {
+    presentAtDel.push_back(shop->kelCar().contains(name));
+  };
+  garage->carIs("a");
+  garage->carIs("a");
+  garage->carDel("a");
+  EXPECT_EQ(shop->journal, (std::vector<std::string>{"init a", "del a"}));
+  EXPECT_EQ(presentAtDel, std::vector<bool>{true});
+}
+
+TEST(NestedReactors, HandlerDropsOwnersLastReference_OwnerLivesUntilHandlerReturns) {
+  Kel::Ptr<Garage> garage(new Garage);
+  auto car = garage->carIs("a");
+  Kel::Ptr<PaintShopSm> shop(new PaintShopSm(garage));
+  PaintShopSm* raw = shop.ptr();
+  std::vector<std::uint32_t> seen;
+  raw->onColour = [&](const std::string&) {
+    shop = nullptr;
+    seen.push_back(raw->references());
+    seen.push_back(raw->tearingDown() ? 1u : 0u);
+  };
+  car->colourIs("red");
+  EXPECT_EQ(seen, (std::vector<std::uint32_t>{1u, 0u}));  // only the dispatch holds the owner
+  EXPECT_EQ(car->notifiees(), 0u);
+  EXPECT_EQ(garage->notifiees(), 0u);
+}
+
+TEST(NestedReactors, OwnerTornDown_NoDeleteHooksRun) {
+  Kel::Ptr<Garage> garage(new Garage);
+  garage->carIs("a");
+  Kel::Ptr<PaintShopSm> shop(new PaintShopSm(garage));
+  bool hookRan = false;
+  shop->onDel = [&](const std::string&) { hookRan = true; };
+  shop = nullptr;
+  EXPECT_FALSE(hookRan);
+}
+
+TEST(NestedReactors, HandlerDeletesItsOwnReactor_ReactorFinishesAndIsGone) {
+  Kel::Ptr<Garage> garage(new Garage);
+  auto car = garage->carIs("a");
+  Kel::Ptr<PaintShopSm> shop(new PaintShopSm(garage));
+  shop->onColour = [&](const std::string& name) { shop->kelCarDel(name); };
+  car->colourIs("red");
+  EXPECT_TRUE(shop->kelCar().empty());
+  EXPECT_EQ(car->notifiees(), 0u);
+  EXPECT_EQ(shop->journal, (std::vector<std::string>{"init a", "del a"}));
+}
+
+TEST(NestedReactors, EraseFromInsideDeleteHook_RunsHookOnce) {
+  Kel::Ptr<Garage> garage(new Garage);
+  garage->carIs("a");
+  Kel::Ptr<PaintShopSm> shop(new PaintShopSm(garage));
+  shop->onDel = [&](const std::string& name) { shop->kelCarMutable().erase(name); };
+  garage->carDel("a");
+  EXPECT_EQ(shop->journal, (std::vector<std::string>{"init a", "del a"}));
+  EXPECT_TRUE(shop->kelCar().empty());
+}
+
+TEST(NestedReactors, DeleteHookThrows_MemberStillRemovedAndDetached) {
+  Kel::Ptr<Garage> garage(new Garage);
+  auto car = garage->carIs("a");
+  garage->carIs("b");
+  Kel::Ptr<PaintShopSm> shop(new PaintShopSm(garage));
+  shop->onDel = [](const std::string&) { throw std::runtime_error("hook"); };
+  EXPECT_THROW(garage->carDel("a"), std::runtime_error);
+  EXPECT_FALSE(shop->kelCar().contains("a"));
+  EXPECT_TRUE(shop->kelCar().contains("b"));
+  EXPECT_EQ(car->notifiees(), 0u);
+}
+
+TEST(NestedReactors, EraseAll_RunsEachDeleteHookInKeyOrder) {
+  Kel::Ptr<Garage> garage(new Garage);
+  for (const char* name : {"c", "a", "b"}) garage->carIs(name);
+  Kel::Ptr<PaintShopSm> shop(new PaintShopSm(garage));
+  shop->journal.clear();
+  shop->kelCarDelAll();
+  EXPECT_EQ(shop->journal, (std::vector<std::string>{"del a", "del b", "del c"}));
+}
+
+TEST(NestedReactors, WholeCollectionNotification_ResyncCreatesMissingDeletesExtra) {
+  Kel::Ptr<Garage> garage(new Garage);
+  garage->carIs("a");
+  garage->carIs("b");
+  Kel::Ptr<PaintShopSm> shop(new PaintShopSm(garage));
+  shop->kelCarMutable().erase("a");  // out of step, as after changes nobody announced one by one
+  shop->kelCarMutable().insertNew("z", Kel::PtrConst<Car>(new Car("z")));
+  shop->journal.clear();
+  garage->carNotify();
+  std::vector<std::string> keys;
+  for (const auto& [name, reactor] : shop->kelCar()) keys.push_back(name);
+  EXPECT_EQ(keys, (std::vector<std::string>{"a", "b"}));
+  EXPECT_EQ(shop->journal, (std::vector<std::string>{"del z", "init a"}));
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include "framework/Kel/Trace.h"
 #include "framework/Mirra/CorruptionDetectedException.h"
+#include "framework/Mirra/testing/MirraMapBackdoor.h"
 #include "model/Pim/RpHashStatus.h"
 
 namespace {
@@ -130,7 +131,7 @@ TEST(RpHashStatus, CorruptedEntry_ReaderGetsExceptionAndHandlerRecordsMessage) {
   Kel::Ptr<RpHashStatus> table(new RpHashStatus);
   table->rpHashIs(entryFor("239.0.0.0/8", "10.0.0.1"));
   table->rpHashIs(entryFor("232.0.0.0/8", "10.0.0.2"));
-  table->damageForTest(IpGenPrefix("239.0.0.0/8"));
+  Mirra::testing::MirraMapBackdoor::damageValue(table->rpHash(), IpGenPrefix("239.0.0.0/8"));
   Kel::TraceRing::instance().clear();
   try {
     table->rpHash(IpGenPrefix("239.0.0.0/8"));

@@ -1,0 +1,26 @@
+#pragma once
+// Oru::AttrLogSm: the back-pressure signal of the attribute log that carries a reactor's table
+// changes to other processes.
+//
+// The log itself lives outside this library; its host tells this object when the log's output
+// cannot take more changes (attrLogOutCloggedIs(true)) and when it drains again (false). Reactors
+// that write in bulk stop their current slice while isAttrLogOutClogged() is true.
+//
+// Invariants:
+//  1. A new log is not clogged.
+//  2. isAttrLogOutClogged() reports the state the host last set; a derived log may report more.
+
+#include "framework/Kel/Ptr.h"
+
+namespace Oru {
+
+class AttrLogSm : public Kel::PtrInterface {
+ public:
+  virtual bool isAttrLogOutClogged() const { return attrLogOutClogged_; }
+  void attrLogOutCloggedIs(bool clogged) { attrLogOutClogged_ = clogged; }
+
+ private:
+  bool attrLogOutClogged_ = false;
+};
+
+}  // namespace Oru

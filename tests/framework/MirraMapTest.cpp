@@ -1,0 +1,440 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <map>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "framework/Ipkit/IpGenAddr.h"
+#include "framework/Ipkit/IpGenPrefix.h"
+#include "framework/Kel/Trace.h"
+#include "framework/Mirra/CorruptionDetectedException.h"
+#include "framework/Mirra/MirraMap.h"
+#include "framework/Mirra/testing/MirraMapBackdoor.h"
+
+namespace {
+
+using Ipkit::IpGenAddr;
+using Ipkit::IpGenPrefix;
+using Mirra::testing::MirraMapBackdoor;
+
+struct Entry {
+  IpGenPrefix key;
+  std::uint32_t payload = 0;
+  bool operator==(const Entry& other) const { return key == other.key && payload == other.payload; }
+};
+struct EntryKey {
+  const IpGenPrefix& operator()(const Entry& entry) const { return entry.key; }
+};
+using Table = Mirra::MirraMap<IpGenPrefix, Entry, EntryKey>;
+
+IpGenPrefix prefix(const char* text) { return IpGenPrefix(Kel::String(text)); }
+Entry entry(const char* text, std::uint32_t payload) { return Entry{prefix(text), payload}; }
+
+// A random prefix of either family, mostly inside a few /8 and /16 ranges so that keys nest.
+IpGenPrefix randomPrefix(std::mt19937& rng) {
+  if (rng() % 2 == 0) {
+    const std::uint32_t address = 0xe0000000u | (static_cast<std::uint32_t>(rng()) & 0x030fffffu);
+    return IpGenPrefix(IpGenAddr::ip4(address), rng() % 33);
+  }
+  std::array<std::uint8_t, 16> bytes{};
+  bytes[0] = 0xff;
+  bytes[1] = static_cast<std::uint8_t>(rng() % 4);
+  for (std::size_t i = 2; i < 16; ++i) bytes[i] = static_cast<std::uint8_t>(rng() % 3);
+  return IpGenPrefix(IpGenAddr(Ipkit::Ip6Addr(bytes)), rng() % 129);
+}
+
+std::vector<IpGenPrefix> keysOf(const Table& table) {
+  std::vector<IpGenPrefix> keys;
+  for (const Entry& member : table) keys.push_back(member.key);
+  return keys;
+}
+
+std::vector<IpGenPrefix> keysOf(const std::map<IpGenPrefix, std::uint32_t>& oracle) {
+  std::vector<IpGenPrefix> keys;
+  for (const auto& [key, payload] : oracle) keys.push_back(key);
+  return keys;
+}
+
+std::vector<std::string> debugLines() { return Kel::TraceRing::instance().lines("Debug"); }
+
+TEST(MirraMap, RandomInsertsAndErases_IterateInKeyOrderLikeOrderedMap) {
+  std::mt19937 rng(4242u);
+  Table table;
+  std::map<IpGenPrefix, std::uint32_t> oracle;
+  for (int round = 0; round < 40; ++round) {
+    for (int op = 0; op < 150; ++op) {
+      const IpGenPrefix key = randomPrefix(rng);
+      if (rng() % 3 == 0) {
+        EXPECT_EQ(table.erase(key), oracle.erase(key) == 1);
+      } else {
+        const std::uint32_t payload = rng() % 5;
+        const auto found = oracle.find(key);
+        const bool changes = found == oracle.end() || found->second != payload;
+        EXPECT_EQ(table.insert(Entry{key, payload}), changes);
+        oracle[key] = payload;
+      }
+    }
+    ASSERT_EQ(keysOf(table), keysOf(oracle));
+    ASSERT_EQ(table.members(), oracle.size());
+  }
+  for (const auto& [key, payload] : oracle) EXPECT_EQ(table.lookup(key).payload, payload);
+  EXPECT_GT(oracle.size(), 1000u);
+}
+
+TEST(MirraMap, Members_CountsKeysHeld) {
+  Table table;
+  EXPECT_EQ(table.members(), 0u);
+  table.insert(entry("239.0.0.0/8", 1));
+  table.insert(entry("ff05::/16", 2));
+  table.insert(entry("239.0.0.0/8", 3));
+  EXPECT_EQ(table.members(), 2u);
+  table.erase(prefix("239.0.0.0/8"));
+  table.erase(prefix("232.0.0.0/8"));
+  EXPECT_EQ(table.members(), 1u);
+  EXPECT_EQ(table.reader().members(), 1u);
+}
+
+TEST(MirraMap, Iteration_IPv4BeforeIPv6_CoveringPrefixBeforeLonger) {
+  Table table;
+  for (const char* text :
+       {"ff05::/16", "239.1.0.0/16", "239.0.0.0/8", "224.0.0.0/4", "239.0.0.0/16", "ff05::1/128"}) {
+    table.insert(entry(text, 0));
+  }
+  EXPECT_EQ(keysOf(table), (std::vector<IpGenPrefix>{prefix("224.0.0.0/4"), prefix("239.0.0.0/8"),
+                                                     prefix("239.0.0.0/16"), prefix("239.1.0.0/16"),
+                                                     prefix("ff05::/16"), prefix("ff05::1/128")}));
+}
+
+TEST(MirraMap, LowerBound_PresentKey_PositionsOnIt) {
+  Table table;
+  for (const char* text : {"239.0.0.0/8", "239.1.0.0/16", "239.2.0.0/16"})
+    table.insert(entry(text, 7));
+  const auto at = table.lowerBound(prefix("239.1.0.0/16"));
+  ASSERT_NE(at, table.end());
+  EXPECT_EQ(at->key, prefix("239.1.0.0/16"));
+  EXPECT_EQ(at->payload, 7u);
+}
+
+TEST(MirraMap, LowerBound_VanishedKey_PositionsOnNextKey) {
+  Table table;
+  for (const char* text : {"239.0.0.0/8", "239.1.0.0/16", "239.2.0.0/16"})
+    table.insert(entry(text, 7));
+  table.erase(prefix("239.1.0.0/16"));
+  auto at = table.lowerBound(prefix("239.1.0.0/16"));
+  ASSERT_NE(at, table.end());
+  EXPECT_EQ(at->key, prefix("239.2.0.0/16"));
+  ++at;
+  EXPECT_EQ(at, table.end());
+  EXPECT_EQ(table.lowerBound(prefix("239.3.0.0/16")), table.end());
+  EXPECT_EQ(table.lowerBound(prefix("1.0.0.0/8"))->key, prefix("239.0.0.0/8"));
+}
+
+TEST(MirraMap, LowerBoundOfPrefix_WalkWhileContained_VisitsExactlyItsRange) {
+  std::mt19937 rng(99u);
+  Table table;
+  std::set<IpGenPrefix> keys;
+  for (int i = 0; i < 3000; ++i) {
+    const IpGenPrefix key = randomPrefix(rng);
+    table.insert(Entry{key, 0});
+    keys.insert(key);
+  }
+  for (int i = 0; i < 200; ++i) {
+    const IpGenPrefix range = randomPrefix(rng);
+    std::vector<IpGenPrefix> walked;
+    for (auto at = table.lowerBound(range); at != table.end() && range.contains(at->key); ++at) {
+      walked.push_back(at->key);
+    }
+    std::vector<IpGenPrefix> expected;
+    for (const IpGenPrefix& key : keys) {
+      if (range.contains(key)) expected.push_back(key);
+    }
+    ASSERT_EQ(walked, expected) << range;
+  }
+}
+
+TEST(MirraMap, IterationWhileWriterErasesCurrent_ContinuesAtNextKey) {
+  Table table;
+  for (std::uint32_t i = 0; i < 100; ++i) {
+    table.insert(Entry{IpGenPrefix(IpGenAddr::ip4(0xef000000u + i), 32), i});
+  }
+  std::vector<std::uint32_t> seen;
+  for (auto at = table.begin(); at != table.end(); ++at) {
+    seen.push_back(at->payload);
+    if (at->payload % 2 == 0) table.erase(at->key);
+  }
+  ASSERT_EQ(seen.size(), 100u);
+  for (std::uint32_t i = 0; i < 100; ++i) EXPECT_EQ(seen[i], i);
+  EXPECT_EQ(table.members(), 50u);
+}
+
+TEST(MirraMap, IterationWhileWriterInsertsBehindAndAhead_VisitsOnlyThoseAhead) {
+  Table table;
+  for (std::uint32_t i = 0; i < 50; ++i) {
+    table.insert(Entry{IpGenPrefix(IpGenAddr::ip4(0xef000000u + 4 * i), 32), 0});
+  }
+  std::vector<IpGenPrefix> seen;
+  for (auto at = table.begin(); at != table.end(); ++at) {
+    seen.push_back(at->key);
+    const std::uint32_t here = at->key.address().ip4Addr().value();
+    if (here % 4 != 0) continue;  // only original members insert
+    table.insert(Entry{IpGenPrefix(IpGenAddr::ip4(here - 1), 32), 1});  // behind
+    table.insert(Entry{IpGenPrefix(IpGenAddr::ip4(here + 2), 32), 2});  // ahead
+  }
+  std::vector<IpGenPrefix> expected;
+  for (std::uint32_t i = 0; i < 50; ++i) {
+    expected.push_back(IpGenPrefix(IpGenAddr::ip4(0xef000000u + 4 * i), 32));
+    expected.push_back(IpGenPrefix(IpGenAddr::ip4(0xef000000u + 4 * i + 2), 32));
+  }
+  EXPECT_EQ(seen, expected);
+  EXPECT_EQ(table.members(), 150u);
+}
+
+TEST(MirraMap, IterationWhileWriterGrowsTable_EveryStayingMemberOnceInOrder) {
+  Table table;
+  for (std::uint32_t i = 0; i < 10; ++i) {
+    table.insert(Entry{IpGenPrefix(IpGenAddr::ip4(0xef000000u + 1000 * i), 32), 0});
+  }
+  const std::size_t slotsBefore = MirraMapBackdoor::slots(table);
+  std::vector<IpGenPrefix> seen;
+  std::uint32_t added = 0;
+  for (auto at = table.begin(); at != table.end(); ++at) {
+    seen.push_back(at->key);
+    // Far ahead of every original member: grows the table several times over.
+    for (int i = 0; i < 100; ++i, ++added) {
+      table.insert(Entry{IpGenPrefix(IpGenAddr::ip4(0xf0000000u + added), 32), 1});
+    }
+    if (seen.size() == 10) break;
+  }
+  EXPECT_GT(MirraMapBackdoor::slots(table), slotsBefore);
+  std::vector<IpGenPrefix> expected;
+  for (std::uint32_t i = 0; i < 10; ++i) {
+    expected.push_back(IpGenPrefix(IpGenAddr::ip4(0xef000000u + 1000 * i), 32));
+  }
+  EXPECT_EQ(seen, expected);
+}
+
+TEST(MirraMap, IterationUnderRandomWriterChanges_StayingMembersOnceAscending) {
+  std::mt19937 rng(7u);
+  for (int trial = 0; trial < 20; ++trial) {
+    Table table;
+    std::set<IpGenPrefix> initial;
+    for (int i = 0; i < 300; ++i) {
+      const IpGenPrefix key = randomPrefix(rng);
+      table.insert(Entry{key, 0});
+      initial.insert(key);
+    }
+    std::set<IpGenPrefix> touched;  // erased or re-inserted at some point of the walk
+    std::vector<IpGenPrefix> seen;
+    for (auto at = table.begin(); at != table.end(); ++at) {
+      seen.push_back(at->key);
+      for (int op = 0; op < 5; ++op) {
+        const IpGenPrefix key = randomPrefix(rng);
+        touched.insert(key);
+        if (rng() % 2 == 0) {
+          table.erase(key);
+        } else {
+          table.insert(Entry{key, 1});
+        }
+      }
+    }
+    for (std::size_t i = 1; i < seen.size(); ++i) ASSERT_LT(seen[i - 1], seen[i]);
+    const std::set<IpGenPrefix> seenSet(seen.begin(), seen.end());
+    for (const IpGenPrefix& key : initial) {
+      if (touched.count(key) == 0) {
+        ASSERT_EQ(seenSet.count(key), 1u) << key;
+      }
+    }
+  }
+}
+
+class MirraMapCorruption : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    for (std::uint32_t i = 0; i < 8; ++i) {
+      table.insert(Entry{IpGenPrefix(IpGenAddr::ip4(0xef000000u + 256 * i), 24), i});
+    }
+    table.corruptionHandlerIs([this](const std::string& message) { handled.push_back(message); });
+    Kel::TraceRing::instance().clear();
+  }
+  static IpGenPrefix key(std::uint32_t i) {
+    return IpGenPrefix(IpGenAddr::ip4(0xef000000u + 256 * i), 24);
+  }
+  std::string slotText(const IpGenPrefix& damaged) const {
+    return "slot " + std::to_string(MirraMapBackdoor::slotOf(table, damaged)) + " of " +
+           std::to_string(MirraMapBackdoor::slots(table)) + " fails its checksum";
+  }
+  std::string lookupFailure(const Table& attachment, const IpGenPrefix& wanted) {
+    try {
+      attachment.lookup(wanted);
+    } catch (const Mirra::CorruptionDetectedException& e) {
+      return e.what();
+    }
+    return "no exception";
+  }
+
+  Table table;
+  std::vector<std::string> handled;
+};
+
+TEST_F(MirraMapCorruption, DamagedValue_LookupReportsOnceThenThrows) {
+  const std::string message = slotText(key(3));
+  ASSERT_TRUE(MirraMapBackdoor::damageValue(table, key(3)));
+  EXPECT_EQ(lookupFailure(table, key(3)), message);
+  EXPECT_EQ(handled, std::vector<std::string>{message});
+  EXPECT_EQ(debugLines(), std::vector<std::string>{"MirraMap::corruptionDetected() " + message});
+  EXPECT_EQ(table.corruptions(), 1u);
+  EXPECT_EQ(table.lastCorruption(), message);
+  EXPECT_EQ(table.lookup(key(4)).payload, 4u);
+}
+
+TEST_F(MirraMapCorruption, DamagedKeyByte_LookupOfOriginalKeyReportsInsteadOfAbsent) {
+  const std::string message = slotText(key(5));
+  ASSERT_TRUE(MirraMapBackdoor::damageKey(table, key(5), 2));  // 239.0.5.0 -> 239.0.95.0
+  EXPECT_EQ(lookupFailure(table, key(5)), message);
+  EXPECT_THROW(table.contains(key(5)), Mirra::CorruptionDetectedException);
+  EXPECT_EQ(table.corruptions(), 2u);
+}
+
+TEST_F(MirraMapCorruption, UsedStateByteTurnedEmpty_LookupReportsInsteadOfAbsent) {
+  const std::string message = slotText(key(2));
+  ASSERT_TRUE(MirraMapBackdoor::damageState(table, key(2), 0x3c));
+  EXPECT_EQ(lookupFailure(table, key(2)), message);
+  EXPECT_EQ(handled, std::vector<std::string>{message});
+}
+
+TEST_F(MirraMapCorruption, DamagedEmptySlot_LookupsStillAnswerAndGrowthReportsIt) {
+  std::size_t emptySlot = 0;
+  while (!MirraMapBackdoor::emptyAt(table, emptySlot)) ++emptySlot;
+  const std::string message = "slot " + std::to_string(emptySlot) + " of " +
+                              std::to_string(MirraMapBackdoor::slots(table)) +
+                              " fails its checksum";
+  MirraMapBackdoor::damageStateAt(table, emptySlot, 0xa5);
+  // The damaged slot carries no key and no tag of anyone's: every probe passes it.
+  for (std::uint32_t i = 0; i < 8; ++i) EXPECT_EQ(table.lookup(key(i)).payload, i);
+  for (std::uint32_t i = 0; i < 256; ++i) {
+    EXPECT_EQ(table.lookup(IpGenPrefix(IpGenAddr::ip4(0xe8000000u + (i << 8)), 24)), Entry());
+  }
+  EXPECT_TRUE(handled.empty());
+  const std::size_t slotsBefore = MirraMapBackdoor::slots(table);
+  std::uint32_t added = 0;
+  while (MirraMapBackdoor::slots(table) == slotsBefore) {
+    table.insert(Entry{IpGenPrefix(IpGenAddr::ip4(0xe1000000u + added++), 32), 0});
+  }
+  EXPECT_EQ(handled, std::vector<std::string>{message});
+  EXPECT_EQ(table.members(), 8u + added);
+}
+
+TEST_F(MirraMapCorruption, WriterRewritesDamagedKey_ReportsOnceAndRepairs) {
+  const std::string message = slotText(key(3));
+  MirraMapBackdoor::damageValue(table, key(3));
+  EXPECT_TRUE(table.insert(Entry{key(3), 30}));
+  EXPECT_EQ(handled, std::vector<std::string>{message});
+  EXPECT_EQ(table.lookup(key(3)).payload, 30u);
+  EXPECT_EQ(table.members(), 8u);
+  EXPECT_EQ(keysOf(table).size(), 8u);
+  EXPECT_EQ(table.corruptions(), 1u);
+}
+
+TEST_F(MirraMapCorruption, WriterDeletesDamagedKey_ErasedAndCounted) {
+  MirraMapBackdoor::damageValue(table, key(6));
+  EXPECT_TRUE(table.erase(key(6)));
+  EXPECT_EQ(handled.size(), 1u);
+  EXPECT_EQ(table.lookup(key(6)), Entry());
+  EXPECT_EQ(table.members(), 7u);
+  EXPECT_FALSE(table.erase(key(6)));
+  EXPECT_EQ(handled.size(), 1u);
+}
+
+TEST_F(MirraMapCorruption, Growth_SkipsDamagedSlotAndReportsIt) {
+  const std::string message = slotText(key(1));
+  MirraMapBackdoor::damageValue(table, key(1));
+  const std::size_t slotsBefore = MirraMapBackdoor::slots(table);
+  std::uint32_t added = 0;
+  while (MirraMapBackdoor::slots(table) == slotsBefore) {
+    table.insert(Entry{IpGenPrefix(IpGenAddr::ip4(0xe1000000u + added++), 32), 0});
+  }
+  EXPECT_EQ(handled, std::vector<std::string>{message});
+  EXPECT_EQ(table.lookup(key(1)), Entry());
+  EXPECT_EQ(table.members(), 7u + added);
+  EXPECT_EQ(keysOf(table).size(), 7u + added);
+}
+
+TEST_F(MirraMapCorruption, IterationMeetsDamage_ThrowsAfterHandlerAndRestartsOnceRepaired) {
+  for (std::uint32_t i = 0; i < 8; ++i) MirraMapBackdoor::damageValue(table, key(i));
+  std::vector<std::uint32_t> seen;
+  try {
+    for (const Entry& member : table) seen.push_back(member.payload);
+    FAIL() << "the walk met no damage";
+  } catch (const Mirra::CorruptionDetectedException& e) {
+    EXPECT_EQ(handled, std::vector<std::string>{e.what()});
+  }
+  EXPECT_TRUE(seen.empty());
+  table.insert(Entry{key(0), 100});  // the writer's next write drops every damaged slot
+  EXPECT_EQ(handled.size(), 9u);
+  EXPECT_EQ(keysOf(table), std::vector<IpGenPrefix>{key(0)});
+}
+
+TEST_F(MirraMapCorruption, IteratorStepMeetsDamage_IteratorStaysAndWalkResumesAfterRepair) {
+  auto at = table.lowerBound(key(2));
+  MirraMapBackdoor::damageValue(table, key(3));
+  // The step to the next key reads that key's slot, so it meets the damage.
+  EXPECT_THROW(++at, Mirra::CorruptionDetectedException);
+  EXPECT_EQ(at->payload, 2u);
+  EXPECT_EQ(handled.size(), 1u);
+  table.erase(key(3));
+  std::vector<std::uint32_t> resumed;
+  for (auto again = table.lowerBound(at->key); again != table.end(); ++again) {
+    resumed.push_back(again->payload);
+  }
+  EXPECT_EQ(resumed, (std::vector<std::uint32_t>{2, 4, 5, 6, 7}));
+  EXPECT_EQ(handled.size(), 2u);
+}
+
+TEST_F(MirraMapCorruption, ReaderAndWriterAttachments_EachRecordTheirOwnDetections) {
+  const Table reader = table.reader();
+  MirraMapBackdoor::damageValue(table, key(4));
+  const std::string message = slotText(key(4));
+  EXPECT_EQ(lookupFailure(reader, key(4)), message);
+  EXPECT_EQ(reader.corruptions(), 1u);
+  EXPECT_EQ(reader.lastCorruption(), message);
+  EXPECT_EQ(table.corruptions(), 0u);
+  EXPECT_TRUE(handled.empty());  // the handler belongs to the writer attachment
+  EXPECT_EQ(lookupFailure(table, key(4)), message);
+  EXPECT_EQ(table.corruptions(), 1u);
+  EXPECT_EQ(reader.corruptions(), 1u);
+}
+
+TEST_F(MirraMapCorruption, CallerHandsCaughtMessageBack_OneReportPerDetection) {
+  MirraMapBackdoor::damageValue(table, key(0));
+  const std::string message = lookupFailure(table, key(0));
+  table.corruptionDetected(message);
+  EXPECT_EQ(handled.size(), 1u);
+  EXPECT_EQ(debugLines().size(), 1u);
+  table.corruptionDetected("route 10.0.0.0/8 names a missing record");
+  EXPECT_EQ(handled,
+            (std::vector<std::string>{message, "route 10.0.0.0/8 names a missing record"}));
+  EXPECT_EQ(debugLines(),
+            (std::vector<std::string>{
+                "MirraMap::corruptionDetected() " + message,
+                "MirraMap::corruptionDetected() route 10.0.0.0/8 names a missing record"}));
+  EXPECT_EQ(table.corruptions(), 2u);
+}
+
+TEST(MirraMap, ReaderAttachment_RefusesWrites) {
+  Table table;
+  Table reader = table.reader();
+  EXPECT_THROW(reader.insert(entry("239.0.0.0/8", 1)), Kel::RangeException);
+  try {
+    reader.erase(prefix("239.0.0.0/8"));
+    FAIL() << "a reader erased";
+  } catch (const Kel::RangeException& e) {
+    EXPECT_STREQ(e.what(), "MirraMap::erase() on a reader attachment not allowed");
+  }
+}
+
+}  // namespace
