@@ -21,29 +21,8 @@ GroupFilterStatus::GroupFilterStatus(Ipkit::AddressFamily af, Mode pimMode)
 
 Kel::Ptr<Routing::TrieGen> GroupFilterStatus::trieIs(const Kel::Name& name,
                                                      Ipkit::AddressFamily af) {
-  trie_ = Kel::Ptr<Routing::TrieGen>(new Routing::TrieGen(name, af));
-  notify(&NotifieeConst::onTrie);
-  return trie_;
-}
-
-void GroupFilterStatus::trieDel() {
-  if (!trie_) return;
-  trie_ = nullptr;
-  notify(&NotifieeConst::onTrie);
-}
-
-void GroupFilterStatus::changeCountIs(std::uint32_t count) {
-  if (count == changeCount_) return;
-  changeCount_ = count;
-  notify(&NotifieeConst::onChangeCount);
-}
-
-void GroupFilterStatus::changeCountInc(std::uint32_t n) { changeCountIs(changeCount_ + n); }
-
-void GroupFilterStatus::initializedIs(bool initialized) {
-  if (initialized == initialized_) return;
-  initialized_ = initialized;
-  notify(&NotifieeConst::onInitialized);
+  trieIs(Kel::Ptr<Routing::TrieGen>(new Routing::TrieGen(name, af)));
+  return trie();
 }
 
 void GroupFilterStatus::handleInitialized() {
@@ -53,7 +32,7 @@ void GroupFilterStatus::handleInitialized() {
 }
 
 bool GroupFilterStatus::permitGroup(const Ipkit::IpGenPrefix& group) const {
-  const bool found = trie_ && !trie_->longestMatch(group).isNull();
+  const bool found = trie() && !trie()->longestMatch(group).isNull();
   KEL_TRACE(trace(), 8,
             "permitGroup(" << group << "), Mode: " << pimMode()
                            << ", Found: " << (found ? "true" : "false"));

@@ -17,13 +17,13 @@
 //  4. initialized() is the host's flag: nothing here sets it.
 // Traces go to the trace file "PimGroupFilter".
 
-#include <cstdint>
-
 #include "framework/Ipkit/AddressFamily.h"
 #include "framework/Ipkit/IpGenPrefix.h"
+#include "framework/Kel/Attribute.h"
 #include "framework/Kel/Entity.h"
 #include "framework/Kel/Ptr.h"
 #include "framework/Kel/String.h"
+#include "framework/Kel/Types.h"
 #include "framework/Routing/TrieGen.h"
 #include "model/Pim/PimTypes.h"
 
@@ -34,10 +34,15 @@ class GroupFilterStatus : public Kel::Entity {
  public:
   class NotifieeConst : public Kel::Notifiee<GroupFilterStatus> {
    public:
-    virtual void onTrie() {}
-    virtual void onChangeCount() {}
-    virtual void onInitialized() {}
+    KEL_ON(Trie)
+    KEL_ON(ChangeCount)
+    KEL_ON(Initialized)
   };
+
+  KEL_ENTITY_NAME("Routing::Pim::GroupFilterStatus")
+  KEL_SCALAR(trie, Trie, nullptr, Kel::Ptr<Routing::TrieGen>)
+  KEL_COUNTER(changeCount, ChangeCount, 0, U32)
+  KEL_SCALAR(initialized, Initialized, false, bool)
 
   // REQUIRES: pimMode is modePimSm or modePimBidir; af is ipv4 or ipv6.
   GroupFilterStatus(Ipkit::AddressFamily af, Mode pimMode);
@@ -45,16 +50,9 @@ class GroupFilterStatus : public Kel::Entity {
   Ipkit::AddressFamily af() const { return af_; }
   Mode pimMode() const { return pimMode_; }
 
-  const Kel::Ptr<Routing::TrieGen>& trie() const { return trie_; }
+  // A new empty trie of family `af`, replacing the present one.
   Kel::Ptr<Routing::TrieGen> trieIs(const Kel::Name& name, Ipkit::AddressFamily af);
-  void trieDel();
-
-  std::uint32_t changeCount() const { return changeCount_; }
-  void changeCountIs(std::uint32_t count);
-  void changeCountInc(std::uint32_t n);
-
-  bool initialized() const { return initialized_; }
-  void initializedIs(bool initialized);
+  void trieDel() { trieIs(nullptr); }
 
   // Checks the mode and creates the trie for the family.
   void handleInitialized();
@@ -69,9 +67,6 @@ class GroupFilterStatus : public Kel::Entity {
 
   const Ipkit::AddressFamily af_;
   const Mode pimMode_;
-  Kel::Ptr<Routing::TrieGen> trie_;
-  std::uint32_t changeCount_ = 0;
-  bool initialized_ = false;
 };
 
 Kel::Ptr<GroupFilterStatus> groupFilterStatusFactory(Ipkit::AddressFamily af, Mode pimMode);
