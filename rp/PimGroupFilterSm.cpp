@@ -106,8 +106,6 @@ bool GroupFilterSm::doReviewSlice(const RpHashStatus& table, double deadline) {
   const auto& entries = table.rpHash();
   auto entry = reviewBookmark().isNull() ? entries.begin() : entries.lowerBound(reviewBookmark());
   while (entry != entries.end()) {
-    // A reader of the filter may have dropped us meanwhile: nothing more to write then.
-    if (tearingDown()) return true;
     const Ipkit::IpGenPrefix key = entry->key();
     handleRpHash(key);
     // Should the walk meet damage from here on, the retry resumes at this entry.
