@@ -12,8 +12,8 @@
 //     assertion "pimMode() == modePimSm() || pimMode() == modePimBidir()".
 //  2. From construction on, trie() is a trie of family af() named "GroupFilter" (until the host
 //     drops it with trieDel(); without a trie no range covers any group).
-//  3. changeCount() only grows (by the writer, once per handled table change); a reader that
-//     caches permitGroup answers drops them when it changes.
+//  3. The writer adds 1 to changeCount() for every table change it handles; a reader that caches
+//     permitGroup answers drops them whenever changeCount() changes.
 //  4. initialized() is the host's flag: nothing here sets it.
 // Traces go to the trace file "PimGroupFilter".
 
