@@ -83,6 +83,14 @@ class GroupFilterSmTest : public ::testing::TestWithParam<FamilyCase> {
   Kel::Ptr<GroupFilterSm> start(const Kel::Ptr<GroupFilterStatus>& status) {
     return groupFilterSmFactory(table, status, clock);
   }
+  // Switches to stepping time and starts a reactor whose review slices handle `perSlice`
+  // entries each (at least one).
+  Kel::Ptr<GroupFilterSm> startSliced(unsigned perSlice) {
+    Kel::System::steppingTimeIs(kStart, kStep);
+    auto sm = start(bidir);
+    sm->reviewQuantumIs(perSlice * kStep);
+    return sm;
+  }
   // How many times each prefix was handled with the given outcome ("added" or "deleted").
   std::map<IpGenPrefix, int> handled(const std::string& outcome) const {
     std::map<IpGenPrefix, int> counts;
@@ -173,11 +181,9 @@ TEST_P(GroupFilterSmTest, GroupFilterSm_TablePresentAtStart_RangesAddedByTheRevi
 }
 
 TEST_P(GroupFilterSmTest, GroupFilterSm_TableLargerThanOneQuantum_SuspendsWithIncreasingKeys) {
-  Kel::System::steppingTimeIs(kStart, kStep);
   const auto keys = fill(5, 1);
   RpTest::TraceCapture capture(kTraceFile);
-  auto sm = start(bidir);
-  sm->reviewQuantumIs(2 * kStep);
+  auto sm = startSliced(2);
   ASSERT_TRUE(clock->runNext());
   EXPECT_EQ(sm->reviewBookmark(), keys[2]);
   EXPECT_EQ(clock->pendingWakeups(), 1u);
@@ -192,22 +198,18 @@ TEST_P(GroupFilterSmTest, GroupFilterSm_TableLargerThanOneQuantum_SuspendsWithIn
 }
 
 TEST_P(GroupFilterSmTest, GroupFilterSm_QuantumUsedUpOnTheLastEntry_FinishesWithoutSuspending) {
-  Kel::System::steppingTimeIs(kStart, kStep);
   const auto keys = fill(2, 1);
   RpTest::TraceCapture capture(kTraceFile);
-  auto sm = start(bidir);
-  sm->reviewQuantumIs(2 * kStep);
+  auto sm = startSliced(2);
   clock->runDue();
   EXPECT_EQ(traceLines(kTraceFile),
             (Lines{kHandleInitialized, kDoReview, added(keys[0]), added(keys[1]), kFinished}));
 }
 
 TEST_P(GroupFilterSmTest, GroupFilterSm_QuantumShorterThanOneEntry_StillOneEntryPerStep) {
-  Kel::System::steppingTimeIs(kStart, kStep);
   const auto keys = fill(3, 1);
   RpTest::TraceCapture capture(kTraceFile);
-  auto sm = start(bidir);
-  sm->reviewQuantumIs(0.0);
+  auto sm = startSliced(0);
   clock->runDue();
   EXPECT_EQ(traceLines(kTraceFile),
             (Lines{kHandleInitialized, kDoReview, added(keys[0]), suspendingAt(keys[1]), kDoReview,
@@ -215,10 +217,8 @@ TEST_P(GroupFilterSmTest, GroupFilterSm_QuantumShorterThanOneEntry_StillOneEntry
 }
 
 TEST_P(GroupFilterSmTest, GroupFilterSm_EntryRemovedDuringSuspendedReview_RangeRemovedAtOnce) {
-  Kel::System::steppingTimeIs(kStart, kStep);
   const auto keys = fill(4, 1);
-  auto sm = start(bidir);
-  sm->reviewQuantumIs(kStep);
+  auto sm = startSliced(1);
   clock->runNext();
   ASSERT_EQ(sm->reviewBookmark(), keys[1]);
   clock->runNext();
@@ -312,10 +312,8 @@ TEST_P(GroupFilterSmTest, GroupFilterSm_NotInitialized_ReviewDoesNothing) {
 }
 
 TEST_P(GroupFilterSmTest, GroupFilterSm_InitializedAgainDuringReview_ReviewsFromTheFirstKey) {
-  Kel::System::steppingTimeIs(kStart, kStep);
   const auto keys = fill(4, 1);
-  auto sm = start(bidir);
-  sm->reviewQuantumIs(2 * kStep);
+  auto sm = startSliced(2);
   clock->runNext();
   ASSERT_EQ(sm->reviewBookmark(), keys[2]);
   RpTest::TraceCapture capture(kTraceFile);
@@ -454,11 +452,9 @@ TEST_P(GroupFilterSmTest, GroupFilterSm_DroppedByAFilterReaderDuringReview_Slice
 // by the review, the suspension keys follow the table's ascending order, and changes made while
 // the review is suspended are applied by their notifications at once.
 TEST_P(GroupFilterSmTest, GroupFilterSm_ThousandEntriesReviewedInSlices_EachEntryOnce) {
-  Kel::System::steppingTimeIs(kStart, kStep);
   const auto keys = fill(1000, 2);  // odd positions stay free for entries added meanwhile
   RpTest::TraceCapture capture(kTraceFile);
-  auto sm = start(bidir);
-  sm->reviewQuantumIs(64 * kStep);
+  auto sm = startSliced(64);
   ASSERT_TRUE(clock->runNext());
   ASSERT_EQ(sm->reviewBookmark(), keys[64]);
 
@@ -504,11 +500,9 @@ TEST_P(GroupFilterSmTest, GroupFilterSm_ThousandEntriesReviewedInSlices_EachEntr
 }
 
 TEST_P(GroupFilterSmTest, GroupFilterSm_BookmarkKeyDeletedWhileSuspended_ResumesAtNextKey) {
-  Kel::System::steppingTimeIs(kStart, kStep);
   const auto keys = fill(1000, 1);
   RpTest::TraceCapture capture(kTraceFile);
-  auto sm = start(bidir);
-  sm->reviewQuantumIs(64 * kStep);
+  auto sm = startSliced(64);
   ASSERT_TRUE(clock->runNext());
   ASSERT_EQ(sm->reviewBookmark(), keys[64]);
   table->rpHashDel(keys[64]);
