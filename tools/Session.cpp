@@ -218,8 +218,7 @@ struct SessionApply {
     return listing;
   }
 
-  // What a static RP bound to the list serves: the list's rules folded in sequence order, as the
-  // static reactor folds them.
+  // What a static RP bound to the list serves, folded by the library's own list folding.
   Result operator()(const ShowAclStatement& s) const {
     AclListing listing;
     listing.acl = s.acl;
@@ -228,12 +227,8 @@ struct SessionApply {
     listing.configured = true;
     const auto rules = list->currCfg();
     if (!rules) return listing;
-    AclPrefix::AclToPrefix folding;
-    for (const auto& [sequence, id] : rules->ruleBySequence()) {
-      folding.handleRule(rules->ipRuleById(id), false);
-    }
     Ipkit::IpGenPrefixSet permitted;
-    folding.PermittedPrefixes(permitted);
+    AclPrefix::AclToPrefix::listToPrefixes(*rules, permitted);
     listing.prefixes.assign(permitted.begin(), permitted.end());
     return listing;
   }

@@ -97,4 +97,12 @@ void AclToPrefix::ip4RangeToPrefixes(std::uint32_t first, std::uint32_t last,
   }
 }
 
+void AclToPrefix::listToPrefixes(const Acl::AclSubConfig& list, Ipkit::IpGenPrefixSet& out) {
+  AclToPrefix folder;
+  for (const auto& [sequence, id] : list.ruleBySequence()) {
+    folder.handleRule(list.ipRuleById(id), false);
+  }
+  folder.PermittedPrefixes(out);
+}
+
 }  // namespace AclPrefix

@@ -19,6 +19,7 @@
 #include <boost/icl/interval_set.hpp>
 #include <cstdint>
 
+#include "framework/Acl/AclSubConfig.h"
 #include "framework/Acl/IpRuleConfig.h"
 #include "framework/Ipkit/IpGenPrefixSet.h"
 
@@ -45,6 +46,11 @@ class AclToPrefix {
   // Adds to `out` the fewest aligned prefixes that exactly cover the permitted set; `out` is not
   // cleared first, so a caller can gather several lists into one set.
   void PermittedPrefixes(Ipkit::IpGenPrefixSet& out) const;
+
+  // Adds to `out` the group prefixes `list` permits: a new folding of every sequence entry in
+  // ascending order. An entry whose rule is not written folds as the default rule, which denies
+  // everything, so a list never permits more than its written rules say.
+  static void listToPrefixes(const Acl::AclSubConfig& list, Ipkit::IpGenPrefixSet& out);
 
   // Adds to `out` the fewest aligned IPv4 prefixes that exactly cover first..last (both included).
   // REQUIRES: first <= last, else Kel::RangeException and `out` unchanged.

@@ -29,6 +29,7 @@ class ReviewTimer : public Kel::PtrInterface {
  public:
   // A null clock reactor, a fill interval that is not positive or a negative delay raises
   // Kel::RangeException.
+  // REQUIRES: `clock` outlives the timer (its owner holds both).
   ReviewTimer(Kel::Clock::NotifieeConst* clock, float fillInterval, unsigned maxCredits,
               float minDelay, float maxDelay);
 

@@ -245,6 +245,29 @@ TEST(AclToPrefix, PermittedPrefixes_AddsWithoutClearing) {
   EXPECT_EQ(asVector(out), prefixes({"10.0.0.0/8", "232.0.0.0/8"}));
 }
 
+TEST(AclToPrefix, ListToPrefixes_FoldsInSequenceOrderAndAdds) {
+  Kel::Ptr<Acl::AclSubConfig> list(new Acl::AclSubConfig);
+  list->ipRuleByIdIs(Acl::UniqueId(1), permitAny());
+  list->ipRuleByIdIs(Acl::UniqueId(2), deny("224.0.0.0/5"));
+  // Identifiers out of sequence order: the sequence decides, so the deny comes first.
+  list->ruleBySequenceIs(20, Acl::UniqueId(1));
+  list->ruleBySequenceIs(10, Acl::UniqueId(2));
+  Ipkit::IpGenPrefixSet out;
+  out.prefixIs(prefix("239.1.0.0/16"));
+  AclToPrefix::listToPrefixes(*list, out);
+  EXPECT_EQ(asVector(out), prefixes({"232.0.0.0/5", "239.1.0.0/16"}));
+}
+
+TEST(AclToPrefix, ListToPrefixes_UnwrittenRuleDeniesEverything) {
+  Kel::Ptr<Acl::AclSubConfig> list(new Acl::AclSubConfig);
+  list->ipRuleByIdIs(Acl::UniqueId(2), permitAny());
+  list->ruleBySequenceIs(10, Acl::UniqueId(1));
+  list->ruleBySequenceIs(20, Acl::UniqueId(2));
+  Ipkit::IpGenPrefixSet out;
+  AclToPrefix::listToPrefixes(*list, out);
+  EXPECT_TRUE(asVector(out).empty());
+}
+
 TEST(Ip4RangeToPrefixes, Examples_MinimalCover) {
   const auto cover = [](std::uint32_t first, std::uint32_t last) {
     Ipkit::IpGenPrefixSet out;
