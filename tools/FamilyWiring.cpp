@@ -4,21 +4,75 @@ namespace PimrpTool {
 
 using namespace Routing::Pim;
 
+namespace {
+
+std::size_t sourceIndex(HashSource source) { return static_cast<std::size_t>(source); }
+std::size_t kindIndex(HashKind kind) { return static_cast<std::size_t>(kind); }
+
+}  // namespace
+
 FamilyWiring::FamilyWiring(Ipkit::AddressFamily af, const L3::VrfName& vrf,
-                           const Kel::PtrConst<RpConfig>& rpConfig)
+                           const SharedInputs& shared)
     : af_(af),
       staticConfig_(new Static::RpConfig(vrf)),
       aclConfig_(new Acl::AclTypeConfig),
       staticStatus_(new RpCandidateStatus),
-      bsrStatus_(new RpCandidateStatus) {
+      bsrStatus_(new RpCandidateStatus),
+      groups_(new GroupStatus),
+      anyModeTable_(new RpHashStatus),
+      localRpStatus_(new RpLocalStatus) {
   // The bootstrap machinery marks the status it writes, as the static reactor marks its own.
   bsrStatus_->rpSetTypeIs(rpTypeBsr);
   staticReactor_ = Static::rpCandidateSmFactory(staticConfig_, aclConfig_, staticStatus_);
-  for (const Mode mode : {modePimNone, modePimSm, modePimBidir}) {
-    rpHash_[mode] = Kel::Ptr<RpHashStatus>(new RpHashStatus);
-    compute_[mode] =
-        rpHashComputeStatusFactory(staticStatus_, bsrStatus_, rpHash_[mode], mode, rpConfig);
+  for (auto& kinds : tables_) {
+    for (auto& modes : kinds) {
+      for (auto& table : modes) table = Kel::Ptr<RpHashStatus>(new RpHashStatus);
+    }
   }
+  for (const Mode mode : {modePimSm, modePimBidir}) {
+    const std::size_t m = tableModeIndex(mode);
+    for (const HashSource source : {HashSource::staticRp, HashSource::bsr}) {
+      const auto& status = source == HashSource::staticRp ? staticStatus_ : bsrStatus_;
+      reviews_[sourceIndex(source)][m] =
+          rpHashIntermediateSmFactory(af, groups_, status, table(source, HashKind::groups, mode),
+                                      table(source, HashKind::prefixes, mode), shared.clock, mode,
+                                      shared.attrLog, shared.rpConfig);
+    }
+    for (const HashKind kind : {HashKind::groups, HashKind::prefixes}) {
+      merges_[kindIndex(kind)][m] = rpHashSmFactory(
+          mode, table(HashSource::staticRp, kind, mode), table(HashSource::bsr, kind, mode),
+          table(HashSource::final, kind, mode), shared.bitMapConfig);
+    }
+  }
+  compute_[modePimNone] = rpHashComputeStatusFactory(staticStatus_, bsrStatus_, anyModeTable_,
+                                                     modePimNone, shared.rpConfig);
+  for (const Mode mode : {modePimSm, modePimBidir}) {
+    compute_[mode] = rpHashComputeStatusFactory(staticStatus_, bsrStatus_,
+                                                table(HashSource::final, HashKind::groups, mode),
+                                                mode, shared.rpConfig);
+    // Both filters read the bidirectional ranges: a group in one is served in bidir mode, any
+    // other group in sparse mode.
+    const std::size_t m = tableModeIndex(mode);
+    groupFilter_[m] = groupFilterStatusFactory(af, mode);
+    groupFilterSm_[m] = groupFilterSmFactory(
+        table(HashSource::final, HashKind::prefixes, modePimBidir), groupFilter_[m], shared.clock);
+  }
+  localSm_ = rpLocalSmFactory(staticStatus_, bsrStatus_, localRpStatus_);
+  if (af == Ipkit::AddressFamily::ipv4) {
+    shadow4_ = Kel::Ptr<Routing::Shadow::Status>(new Routing::Shadow::Status("uribTrie"));
+  } else {
+    shadow6_ = Kel::Ptr<Routing6::Shadow::Status>(new Routing6::Shadow::Status("urib6Trie"));
+  }
+  shadowIs(true);
+}
+
+const Kel::Ptr<RpHashStatus>& FamilyWiring::table(HashSource source, HashKind kind,
+                                                  Mode mode) const {
+  return tables_[sourceIndex(source)][kindIndex(kind)][tableModeIndex(mode)];
+}
+
+const Kel::Ptr<RpHashIntermediateSm>& FamilyWiring::review(HashSource source, Mode mode) const {
+  return reviews_[sourceIndex(source)][tableModeIndex(mode)];
 }
 
 void FamilyWiring::vrfIs(const L3::VrfName& vrf) {
@@ -28,6 +82,31 @@ void FamilyWiring::vrfIs(const L3::VrfName& vrf) {
   staticReactor_ = nullptr;
   staticConfig_ = Kel::Ptr<Static::RpConfig>(new Static::RpConfig(vrf));
   staticReactor_ = Static::rpCandidateSmFactory(staticConfig_, aclConfig_, staticStatus_);
+}
+
+void FamilyWiring::routeIs(const Ipkit::IpGenPrefix& prefix, std::uint32_t type,
+                           const std::vector<Routing::ShadowFib::ViaEntry>& vias) {
+  if (shadow4_) {
+    shadow4_->routeIs(prefix, type, vias);
+  } else {
+    shadow6_->routeIs(prefix, type, vias);
+  }
+}
+
+void FamilyWiring::routeDel(const Ipkit::IpGenPrefix& prefix) {
+  if (shadow4_) {
+    shadow4_->routeDel(prefix);
+  } else {
+    shadow6_->routeDel(prefix);
+  }
+}
+
+void FamilyWiring::shadowIs(bool attached) {
+  if (shadow4_) {
+    attached ? localSm_->uribShadowIs(shadow4_) : localSm_->uribShadowDel();
+  } else {
+    attached ? localSm_->urib6ShadowIs(shadow6_) : localSm_->urib6ShadowDel();
+  }
 }
 
 }  // namespace PimrpTool

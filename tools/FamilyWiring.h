@@ -4,40 +4,82 @@
 //
 // Per family: the static RP configuration (named after the VRF), the access-list configuration
 // (only the IPv4 one ever holds lists), the static candidate reactor that turns both into the
-// static candidate status, the bootstrap candidate status, and one RP hash compute status for
-// each query mode (any, sparse, bidir), each over its own RP hash table. The RP configuration is
-// shared by both families and handed in.
+// static candidate status, the bootstrap candidate status, and the known groups. For each mode
+// (sparse, bidir) and each source (static, bootstrap) a review reactor writes that source's
+// per-group and per-prefix RP hash tables; for each mode two merge reactors fold the two sources
+// into the final per-group table and the final per-prefix table (the RP mapping). One RP hash
+// compute status per query mode answers queries: sparse over the final per-group sparse table,
+// bidir over the final per-group bidir table, any mode over a table of its own that nothing
+// fills. Two group filters (sparse, bidir) are kept over the final per-prefix bidir table. A local
+// RP reactor watches both candidate statuses and the family's route shadow.
+//
+// The RP configuration, the clock, the attribute log and the allocator's request record are the
+// tool's, shared by both families, and handed in.
 //
 // Invariants:
 //  1. The static candidate reactor always watches the current static configuration and the
 //     access-list configuration; it is the only writer of the static status.
-//  2. The tool writes the bootstrap status itself, as the bootstrap machinery would.
-//  3. The RP hash tables stay empty: nothing fills final tables yet, so every answer is
-//     computed from the candidate statuses.
+//  2. The tool writes the bootstrap status, the known groups and the route shadow itself, as the
+//     bootstrap machinery, the group table and the unicast routing agent would.
+//  3. Every table is written by exactly one reactor; the tool only reads them.
+//  4. The route shadow is attached to the local RP reactor from construction until shadowIs(false).
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
+#include <vector>
 
 #include "framework/Acl/AclTypeConfig.h"
+#include "framework/BitMapper/Config.h"
 #include "framework/Ipkit/AddressFamily.h"
+#include "framework/Ipkit/IpGenPrefix.h"
+#include "framework/Kel/Clock.h"
 #include "framework/Kel/Ptr.h"
 #include "framework/L3/VrfName.h"
+#include "framework/Routing/Shadow/ShadowStatus.h"
+#include "model/Pim/GroupStatus.h"
+#include "model/Pim/PimAttrLogSm.h"
 #include "model/Pim/PimTypes.h"
 #include "model/Pim/RpCandidateStatus.h"
 #include "model/Pim/RpConfig.h"
 #include "model/Pim/RpHashStatus.h"
+#include "model/Pim/RpLocalStatus.h"
 #include "model/Pim/Static/RpConfig.h"
+#include "rp/PimGroupFilter.h"
+#include "rp/PimGroupFilterSm.h"
 #include "rp/PimRpCandidateStaticSm.h"
 #include "rp/PimRpHash.h"
+#include "rp/PimRpHashLocal.h"
+#include "rp/PimRpHashSm.h"
+#include "rp/PimRpHashSmIntermediate.h"
 
 namespace PimrpTool {
+
+// What both families share: one of each for the whole tool.
+struct SharedInputs {
+  Kel::Ptr<Routing::Pim::RpConfig> rpConfig;
+  Kel::Ptr<Kel::Clock> clock;
+  Kel::Ptr<Routing::Pim::PimAttrLogSm> attrLog;
+  Kel::Ptr<BitMapper::Config> bitMapConfig;
+};
+
+// Which RP hash table: a source's own, or the merge of both.
+enum class HashSource { staticRp, bsr, final };
+// One entry per known group, or one per candidate-set prefix.
+enum class HashKind { groups, prefixes };
 
 class FamilyWiring {
  public:
   static constexpr std::size_t kQueryModes = 3;  // any, sparse, bidir: indexed by Mode
+  static constexpr std::size_t kTableModes = 2;  // sparse, bidir: indexed by tableModeIndex
+  static constexpr std::size_t kSources = 2;     // static, bsr
 
-  FamilyWiring(Ipkit::AddressFamily af, const L3::VrfName& vrf,
-               const Kel::PtrConst<Routing::Pim::RpConfig>& rpConfig);
+  // 0 for sparse, 1 for bidir. REQUIRES: mode is modePimSm or modePimBidir.
+  static std::size_t tableModeIndex(Routing::Pim::Mode mode) {
+    return mode == Routing::Pim::modePimBidir ? 1 : 0;
+  }
+
+  FamilyWiring(Ipkit::AddressFamily af, const L3::VrfName& vrf, const SharedInputs& shared);
 
   Ipkit::AddressFamily af() const { return af_; }
 
@@ -50,10 +92,31 @@ class FamilyWiring {
   const Kel::Ptr<Acl::AclTypeConfig>& aclConfig() const { return aclConfig_; }
   const Kel::Ptr<Routing::Pim::RpCandidateStatus>& staticStatus() const { return staticStatus_; }
   const Kel::Ptr<Routing::Pim::RpCandidateStatus>& bsrStatus() const { return bsrStatus_; }
+  const Kel::Ptr<Routing::Pim::GroupStatus>& groups() const { return groups_; }
   // REQUIRES: mode is modePimNone, modePimSm or modePimBidir.
   const Kel::Ptr<Routing::Pim::RpHashComputeStatus>& compute(Routing::Pim::Mode mode) const {
     return compute_[mode];
   }
+  // REQUIRES: mode is modePimSm or modePimBidir.
+  const Kel::Ptr<Routing::Pim::RpHashStatus>& table(HashSource source, HashKind kind,
+                                                    Routing::Pim::Mode mode) const;
+  // REQUIRES: mode is modePimSm or modePimBidir; source is staticRp or bsr.
+  const Kel::Ptr<Routing::Pim::RpHashIntermediateSm>& review(HashSource source,
+                                                             Routing::Pim::Mode mode) const;
+  // REQUIRES: mode is modePimSm or modePimBidir.
+  const Kel::Ptr<Routing::Pim::GroupFilterStatus>& groupFilter(Routing::Pim::Mode mode) const {
+    return groupFilter_[tableModeIndex(mode)];
+  }
+  const Kel::Ptr<Routing::Pim::RpLocalStatus>& localRpStatus() const { return localRpStatus_; }
+
+  // Installs or replaces a unicast route in the family's shadow.
+  // REQUIRES: prefix of this family; every via's next hop of this family.
+  void routeIs(const Ipkit::IpGenPrefix& prefix, std::uint32_t type,
+               const std::vector<Routing::ShadowFib::ViaEntry>& vias);
+  void routeDel(const Ipkit::IpGenPrefix& prefix);
+  // Attaches (true) or detaches the route shadow from the local RP reactor; attaching again runs
+  // the reactor's full re-evaluation.
+  void shadowIs(bool attached);
 
  private:
   const Ipkit::AddressFamily af_;
@@ -61,9 +124,24 @@ class FamilyWiring {
   const Kel::Ptr<Acl::AclTypeConfig> aclConfig_;
   const Kel::Ptr<Routing::Pim::RpCandidateStatus> staticStatus_;
   const Kel::Ptr<Routing::Pim::RpCandidateStatus> bsrStatus_;
+  const Kel::Ptr<Routing::Pim::GroupStatus> groups_;
   Kel::Ptr<Routing::Pim::Static::RpCandidateSm> staticReactor_;
-  std::array<Kel::Ptr<Routing::Pim::RpHashStatus>, kQueryModes> rpHash_;
+  // [source: static, bsr, final][kind: groups, prefixes][mode: sparse, bidir]
+  std::array<std::array<std::array<Kel::Ptr<Routing::Pim::RpHashStatus>, kTableModes>, 2>, 3>
+      tables_;
+  // [source: static, bsr][mode]
+  std::array<std::array<Kel::Ptr<Routing::Pim::RpHashIntermediateSm>, kTableModes>, kSources>
+      reviews_;
+  // [kind][mode]
+  std::array<std::array<Kel::Ptr<Routing::Pim::RpHashSm>, kTableModes>, 2> merges_;
+  Kel::Ptr<Routing::Pim::RpHashStatus> anyModeTable_;
   std::array<Kel::Ptr<Routing::Pim::RpHashComputeStatus>, kQueryModes> compute_;
+  std::array<Kel::Ptr<Routing::Pim::GroupFilterStatus>, kTableModes> groupFilter_;
+  std::array<Kel::Ptr<Routing::Pim::GroupFilterSm>, kTableModes> groupFilterSm_;
+  const Kel::Ptr<Routing::Pim::RpLocalStatus> localRpStatus_;
+  Kel::Ptr<Routing::Shadow::Status> shadow4_;   // IPv4 family only
+  Kel::Ptr<Routing6::Shadow::Status> shadow6_;  // IPv6 family only
+  Kel::Ptr<Routing::Pim::RpLocalSm> localSm_;
 };
 
 }  // namespace PimrpTool

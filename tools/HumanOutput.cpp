@@ -25,6 +25,15 @@ std::vector<std::string> candidateCells(const RpCandidateInfo& info) {
           info.override() ? "yes" : "no", modeWord(info.mode())};
 }
 
+// The five values of a table entry; a placeholder entry (no RP) shows a dash for its address.
+std::vector<std::string> entryCells(const RpCandidateInfo& info) {
+  return {
+      info.address().af() == Ipkit::AddressFamily::ipunknown ? "-" : info.address().valueToStrep(),
+      valueCell(info.priority(), Routing::Pim::kRpPriorityNone),
+      valueCell(info.hashMaskLen(), Routing::Pim::kRpHashMaskLenNone),
+      info.override() ? "yes" : "no", modeWord(info.mode())};
+}
+
 std::vector<std::string> withLead(std::string lead, std::vector<std::string> cells) {
   cells.insert(cells.begin(), std::move(lead));
   return cells;
@@ -93,6 +102,64 @@ class HumanOutput : public Output {
     }
   }
 
+  void print(const RpHashListing& listing) {
+    out_ << "rp-hash " << tableSourceWord(listing.source) << ' ' << tableKindWord(listing.kind)
+         << " mode " << modeWord(listing.mode);
+    if (listing.af) out_ << ' ' << familyWord(*listing.af);
+    if (listing.entries.empty()) {
+      out_ << ": none\n";
+      return;
+    }
+    out_ << '\n';
+    TextTable table(withLead("prefix", kCandidateColumns));
+    for (const auto& entry : listing.entries) {
+      table.rowIs(withLead(entry.key().valueToStrep(), entryCells(entry.info())));
+    }
+    table.print(out_, "  ");
+  }
+
+  void print(const LocalRpListing& listing) {
+    if (listing.rps.empty()) {
+      out_ << "local rp: none\n";
+      return;
+    }
+    out_ << "local rp\n";
+    TextTable table({"address", "interface"});
+    for (const auto& rp : listing.rps) table.rowIs({rp.address.valueToStrep(), rp.interface});
+    table.print(out_, "  ");
+  }
+
+  void print(const GroupFilterAnswer& answer) {
+    out_ << "group " << answer.group << ": sparse " << (answer.sparse ? "yes" : "no") << ", bidir "
+         << (answer.bidir ? "yes" : "no") << '\n';
+  }
+
+  void print(const AllocRequestTally& tally) {
+    out_ << "alloc requests " << tally.alloc << ", dealloc requests " << tally.dealloc << '\n';
+    if (tally.rps.empty()) return;
+    TextTable table({"rp", "alloc", "dealloc"});
+    for (const auto& rp : tally.rps) {
+      table.rowIs(
+          {rp.address.valueToStrep(), std::to_string(rp.alloc), std::to_string(rp.dealloc)});
+    }
+    table.print(out_, "  ");
+  }
+
+  void print(const ReviewListing& listing) {
+    out_ << "review\n";
+    TextTable table(
+        {"family", "source", "mode", "queued", "processed", "yielded", "bookmark", "pending"});
+    for (const auto& row : listing.reviews) {
+      table.rowIs(
+          {familyWord(row.af), tableSourceWord(row.source), modeWord(row.mode),
+           std::to_string(row.queued), std::to_string(row.groupsProcessed),
+           std::to_string(row.yieldBeforeFinishing),
+           row.bookmark.af() == Ipkit::AddressFamily::ipunknown ? "-" : row.bookmark.valueToStrep(),
+           row.reviewPending ? "yes" : "no"});
+    }
+    table.print(out_, "  ");
+  }
+
   std::ostream& out_;
   unsigned shown_ = 0;
 };
@@ -112,6 +179,26 @@ std::string modeWord(Routing::Pim::Mode mode) {
 
 std::string queryModeWord(Routing::Pim::Mode mode) {
   return mode == Routing::Pim::modePimNone ? "any" : modeWord(mode);
+}
+
+std::string tableSourceWord(TableSource source) {
+  switch (source) {
+    case TableSource::staticRp:
+      return "static";
+    case TableSource::bsr:
+      return "bsr";
+    case TableSource::final:
+      break;
+  }
+  return "final";
+}
+
+std::string tableKindWord(TableKind kind) {
+  return kind == TableKind::groups ? "groups" : "prefixes";
+}
+
+std::string familyWord(Ipkit::AddressFamily af) {
+  return af == Ipkit::AddressFamily::ipv6 ? "ipv6" : "ipv4";
 }
 
 std::unique_ptr<Output> humanOutputFactory(std::ostream& out) {

@@ -67,6 +67,59 @@ class JsonOutput : public Output {
                 {"ignored", std::move(ignored)}};
   }
 
+  static Json toJson(const RpHashListing& listing) {
+    Json entries = Json::array();
+    for (const auto& entry : listing.entries) {
+      Json row = Json{{"prefix", entry.key().valueToStrep()}};
+      row.update(infoJson(entry.info()));
+      entries.push_back(std::move(row));
+    }
+    return Json{{"table", tableSourceWord(listing.source)},
+                {"kind", tableKindWord(listing.kind)},
+                {"mode", modeWord(listing.mode)},
+                {"family", listing.af ? familyWord(*listing.af) : "any"},
+                {"entries", std::move(entries)}};
+  }
+
+  static Json toJson(const LocalRpListing& listing) {
+    Json rps = Json::array();
+    for (const auto& rp : listing.rps) {
+      rps.push_back(Json{{"address", rp.address.valueToStrep()}, {"interface", rp.interface}});
+    }
+    return Json{{"localRp", std::move(rps)}};
+  }
+
+  static Json toJson(const GroupFilterAnswer& answer) {
+    return Json{
+        {"group", answer.group.valueToStrep()}, {"sparse", answer.sparse}, {"bidir", answer.bidir}};
+  }
+
+  static Json toJson(const AllocRequestTally& tally) {
+    Json rps = Json::array();
+    for (const auto& rp : tally.rps) {
+      rps.push_back(Json{
+          {"address", rp.address.valueToStrep()}, {"alloc", rp.alloc}, {"dealloc", rp.dealloc}});
+    }
+    return Json{{"allocRequests", tally.alloc},
+                {"deallocRequests", tally.dealloc},
+                {"rps", std::move(rps)}};
+  }
+
+  static Json toJson(const ReviewListing& listing) {
+    Json reviews = Json::array();
+    for (const auto& row : listing.reviews) {
+      reviews.push_back(Json{{"family", familyWord(row.af)},
+                             {"source", tableSourceWord(row.source)},
+                             {"mode", modeWord(row.mode)},
+                             {"queued", row.queued},
+                             {"groupsProcessed", row.groupsProcessed},
+                             {"yieldBeforeFinishing", row.yieldBeforeFinishing},
+                             {"bookmark", addressJson(row.bookmark)},
+                             {"reviewPending", row.reviewPending}});
+    }
+    return Json{{"reviews", std::move(reviews)}};
+  }
+
   std::ostream& out_;
 };
 

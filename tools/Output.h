@@ -24,5 +24,11 @@ std::unique_ptr<Output> jsonOutputFactory(std::ostream& out);
 std::string modeWord(Routing::Pim::Mode mode);
 // The mode of a query: "any" for no mode.
 std::string queryModeWord(Routing::Pim::Mode mode);
+// "final", "static" or "bsr".
+std::string tableSourceWord(TableSource source);
+// "groups" or "prefixes".
+std::string tableKindWord(TableKind kind);
+// "ipv4" or "ipv6".
+std::string familyWord(Ipkit::AddressFamily af);
 
 }  // namespace PimrpTool

@@ -10,10 +10,12 @@
 #include <vector>
 
 #include "framework/Acl/IpRuleConfig.h"
+#include "framework/Ipkit/AddressFamily.h"
 #include "framework/Ipkit/IpGenAddr.h"
 #include "framework/Ipkit/IpGenPrefix.h"
 #include "model/Pim/PimTypes.h"
 #include "model/Pim/RpCandidateInfo.h"
+#include "model/Pim/RpHash.h"
 #include "tools/Statement.h"
 
 namespace PimrpTool {
@@ -58,6 +60,64 @@ struct AclListing {
   std::vector<IgnoredRule> ignored;
 };
 
-using ShowResult = std::variant<RpAnswer, CandidateListing, AclListing>;
+// show rp-hash: one table's entries in key order, IPv4 first.
+struct RpHashListing {
+  TableSource source = TableSource::final;
+  TableKind kind = TableKind::groups;
+  Routing::Pim::Mode mode = Routing::Pim::modePimSm;
+  std::optional<Ipkit::AddressFamily> af;  // absent: both families
+  std::vector<Routing::Pim::RpHash> entries;
+};
+
+struct LocalRpRow {
+  Ipkit::IpGenAddr address;
+  std::string interface;
+};
+
+// show local-rp: the local RP tables of both families, ascending by address.
+struct LocalRpListing {
+  std::vector<LocalRpRow> rps;
+};
+
+// show group-filter: whether each filter admits the group.
+struct GroupFilterAnswer {
+  Ipkit::IpGenAddr group;
+  bool sparse = false;
+  bool bidir = false;
+};
+
+struct AllocRequestRow {
+  Ipkit::IpGenAddr address;
+  std::uint64_t alloc = 0;
+  std::uint64_t dealloc = 0;
+};
+
+// show alloc-requests: the allocator's request counters and its request record tallied per RP
+// address, ascending.
+struct AllocRequestTally {
+  std::uint64_t alloc = 0;
+  std::uint64_t dealloc = 0;
+  std::vector<AllocRequestRow> rps;
+};
+
+struct ReviewRow {
+  Ipkit::AddressFamily af = Ipkit::AddressFamily::ipv4;
+  TableSource source = TableSource::staticRp;
+  Routing::Pim::Mode mode = Routing::Pim::modePimSm;
+  std::uint64_t queued = 0;
+  std::uint64_t groupsProcessed = 0;
+  std::uint64_t yieldBeforeFinishing = 0;
+  Ipkit::IpGenAddr bookmark;  // unknown family: none
+  bool reviewPending = false;
+};
+
+// show review: the eight reviews, IPv4 first, static before bsr, sparse before bidir.
+struct ReviewListing {
+  std::vector<ReviewRow> reviews;
+};
+
+using ShowResult =
+    std::variant<RpAnswer, CandidateListing, AclListing, RpHashListing, LocalRpListing,
+                 GroupFilterAnswer, AllocRequestTally, ReviewListing>;
 
 }  // namespace PimrpTool

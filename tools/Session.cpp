@@ -1,6 +1,8 @@
 #include "tools/Session.h"
 
 #include <algorithm>
+#include <map>
+#include <vector>
 
 #include "framework/Acl/AclToPrefix.h"
 #include "framework/Ipkit/IpGenPrefixSet.h"
@@ -218,7 +220,7 @@ struct SessionApply {
   }
 
   Result operator()(const RpHashAlgorithmStatement& s) const {
-    session.rpConfig_->rpHashAlgorithmIs(s.algorithm);
+    session.shared_.rpConfig->rpHashAlgorithmIs(s.algorithm);
     return std::nullopt;
   }
 
@@ -253,6 +255,149 @@ struct SessionApply {
     return listing;
   }
 
+  // Every address of the range, in ascending order; a range holds at most 2^20 of them, so the
+  // varying bits lie in the last 32-bit word.
+  template <class Visit>
+  static void forEachAddress(const Ipkit::IpGenPrefix& range, Visit visit) {
+    const unsigned bits = range.af() == Ipkit::AddressFamily::ipv4 ? 32 : 128;
+    const std::uint64_t count = std::uint64_t{1} << (bits - range.len());
+    auto bytes = range.address().bytes();
+    const std::size_t last = range.af() == Ipkit::AddressFamily::ipv4 ? 0 : 12;
+    const std::uint32_t base = (std::uint32_t{bytes[last]} << 24) |
+                               (std::uint32_t{bytes[last + 1]} << 16) |
+                               (std::uint32_t{bytes[last + 2]} << 8) | bytes[last + 3];
+    for (std::uint64_t index = 0; index < count; ++index) {
+      const std::uint32_t word = base + static_cast<std::uint32_t>(index);
+      for (std::size_t byte = 0; byte < 4; ++byte) {
+        bytes[last + byte] = static_cast<std::uint8_t>(word >> (24 - 8 * byte));
+      }
+      visit(range.af() == Ipkit::AddressFamily::ipv4 ? Ipkit::IpGenAddr::ip4(word)
+                                                     : Ipkit::IpGenAddr(Ipkit::Ip6Addr(bytes)));
+    }
+  }
+
+  Result operator()(const GroupStatement& s) const {
+    const auto& groups = session.family(s.group.value.af()).groups();
+    forEachAddress(s.group.value,
+                   [&](const Ipkit::IpGenAddr& group) { groups->groupIs(group, true); });
+    return std::nullopt;
+  }
+
+  Result operator()(const NoGroupStatement& s) const {
+    const auto& groups = session.family(s.group.value.af()).groups();
+    forEachAddress(s.group.value, [&](const Ipkit::IpGenAddr& group) { groups->groupDel(group); });
+    return std::nullopt;
+  }
+
+  Result operator()(const RouteStatement& s) const {
+    std::vector<Routing::ShadowFib::ViaEntry> vias;
+    if (s.via) vias.push_back({s.via->value, Ipkit::IntfId(s.interface)});
+    session.family(s.prefix.value.af())
+        .routeIs(s.prefix.value, static_cast<std::uint32_t>(s.type.value), vias);
+    return std::nullopt;
+  }
+
+  Result operator()(const NoRouteStatement& s) const {
+    session.family(s.prefix.value.af()).routeDel(s.prefix.value);
+    return std::nullopt;
+  }
+
+  Result operator()(const ShadowStatement& s) const {
+    session.family(s.af).shadowIs(s.attached);
+    return std::nullopt;
+  }
+
+  Result operator()(const AttrLogStatement& s) const {
+    session.shared_.attrLog->attrLogOutCloggedIs(s.clogged);
+    return std::nullopt;
+  }
+
+  Result operator()(const RunStatement& s) const {
+    if (!s.seconds) {
+      session.settle();
+      return std::nullopt;
+    }
+    const double seconds = static_cast<double>(s.seconds->value) / 1e6;
+    session.shared_.clock->runUntil(Kel::System::currentTime() + seconds);
+    return std::nullopt;
+  }
+
+  Result operator()(const ClockStatement& s) const {
+    session.clockSettles_ = s.settle;
+    return std::nullopt;
+  }
+
+  static HashSource hashSourceOf(TableSource source) {
+    switch (source) {
+      case TableSource::staticRp:
+        return HashSource::staticRp;
+      case TableSource::bsr:
+        return HashSource::bsr;
+      case TableSource::final:
+        break;
+    }
+    return HashSource::final;
+  }
+
+  Result operator()(const ShowRpHashStatement& s) const {
+    RpHashListing listing{s.source, s.kind, s.mode, s.af, {}};
+    const HashKind kind = s.kind == TableKind::groups ? HashKind::groups : HashKind::prefixes;
+    for (const FamilyWiring* family : {&session.ipv4_, &session.ipv6_}) {
+      if (s.af && *s.af != family->af()) continue;
+      const auto& table = family->table(hashSourceOf(s.source), kind, s.mode);
+      for (const RpHash& entry : table->rpHash()) listing.entries.push_back(entry);
+    }
+    return listing;
+  }
+
+  Result operator()(const ShowLocalRpStatement&) const {
+    LocalRpListing listing;
+    for (const FamilyWiring* family : {&session.ipv4_, &session.ipv6_}) {
+      for (const auto& [address, info] : family->localRpStatus()->localRpSet()) {
+        listing.rps.push_back({address, info->intfId().name()});
+      }
+    }
+    return listing;
+  }
+
+  Result operator()(const ShowGroupFilterStatement& s) const {
+    const FamilyWiring& family = session.family(s.group.value.af());
+    const auto host = Ipkit::IpGenPrefix::hostPrefix(s.group.value);
+    return GroupFilterAnswer{s.group.value, family.groupFilter(modePimSm)->permitGroup(host),
+                             family.groupFilter(modePimBidir)->permitGroup(host)};
+  }
+
+  // The allocator keeps one reference per request: the record tallied per address gives what it
+  // holds for each.
+  Result operator()(const ShowAllocRequestsStatement&) const {
+    const auto& config = session.shared_.bitMapConfig;
+    AllocRequestTally tally{config->allocRequestCount(), config->deallocRequestCount(), {}};
+    std::map<Ipkit::IpGenAddr, AllocRequestRow> rows;
+    for (const auto& request : config->requests()) {
+      AllocRequestRow& row = rows[request.key.addr()];
+      row.address = request.key.addr();
+      ++(request.kind == BitMapper::Config::RequestKind::alloc ? row.alloc : row.dealloc);
+    }
+    for (const auto& [address, row] : rows) tally.rps.push_back(row);
+    return tally;
+  }
+
+  Result operator()(const ShowReviewStatement&) const {
+    ReviewListing listing;
+    for (const FamilyWiring* family : {&session.ipv4_, &session.ipv6_}) {
+      for (const TableSource source : {TableSource::staticRp, TableSource::bsr}) {
+        for (const Mode mode : {modePimSm, modePimBidir}) {
+          const auto& review = family->review(hashSourceOf(source), mode);
+          const auto& timer = review->reviewTimer();
+          listing.reviews.push_back({family->af(), source, mode, review->changedGroup().size(),
+                                     review->groupsProcessed(), review->yieldBeforeFinishingCount(),
+                                     review->bookmark(), timer && timer->reviewPending()});
+        }
+      }
+    }
+    return listing;
+  }
+
   // What a static RP bound to the list serves, folded by the library's own list folding.
   Result operator()(const ShowAclStatement& s) const {
     AclListing listing;
@@ -279,14 +424,27 @@ struct SessionApply {
   }
 };
 
+namespace {
+
+// The tool runs the library in virtual time from 0: time moves only when the session says so.
+SharedInputs sharedInputsFromTimeZero() {
+  Kel::System::virtualTimeIs(0);
+  return SharedInputs{Kel::Ptr<RpConfig>(new RpConfig), Kel::Ptr<Kel::Clock>(new Kel::Clock),
+                      Kel::Ptr<PimAttrLogSm>(new PimAttrLogSm),
+                      Kel::Ptr<BitMapper::Config>(new BitMapper::Config)};
+}
+
+}  // namespace
+
 Session::Session()
-    : rpConfig_(new RpConfig),
-      ipv4_(Ipkit::AddressFamily::ipv4, vrf_, rpConfig_),
-      ipv6_(Ipkit::AddressFamily::ipv6, vrf_, rpConfig_) {}
+    : shared_(sharedInputsFromTimeZero()),
+      ipv4_(Ipkit::AddressFamily::ipv4, vrf_, shared_),
+      ipv6_(Ipkit::AddressFamily::ipv6, vrf_, shared_) {}
 
 std::optional<ShowResult> Session::apply(const Statement& statement, Commit commit) {
   // A run ends at anything but one more rule statement of its list.
   if (commit == Commit::eachStatement || !isRuleStatement(statement)) this->commit();
+  if (clockSettles_ && isShowStatement(statement)) settle();
   return std::visit(SessionApply{*this, commit}, statement);
 }
 
@@ -307,6 +465,11 @@ Kel::Ptr<Acl::AclSubConfig> Session::runRulesOf(const std::string& acl, bool cre
     }
   }
   return runRules_;
+}
+
+void Session::settle() {
+  while (shared_.clock->runNext()) {
+  }
 }
 
 void Session::commit() {

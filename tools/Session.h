@@ -44,10 +44,14 @@ class Session {
   // REQUIRES: the statement was accepted by the Validator that judged every statement before it.
   std::optional<ShowResult> apply(const Statement& statement,
                                   Commit commit = Commit::eachStatement);
+  // Runs the clock until no wake-up is pending, moving virtual time to each one it delivers.
+  void settle();
+
   // Makes the rules collected by the current run the list's current rules; nothing without a run.
   void commit();
 
-  const Kel::Ptr<Routing::Pim::RpConfig>& rpConfig() const { return rpConfig_; }
+  const Kel::Ptr<Routing::Pim::RpConfig>& rpConfig() const { return shared_.rpConfig; }
+  const SharedInputs& shared() const { return shared_; }
   // REQUIRES: af is ipv4 or ipv6.
   FamilyWiring& family(Ipkit::AddressFamily af) {
     return af == Ipkit::AddressFamily::ipv4 ? ipv4_ : ipv6_;
@@ -61,7 +65,8 @@ class Session {
   // from the list's current rules; null when `create` is false and the list has no rules.
   Kel::Ptr<Acl::AclSubConfig> runRulesOf(const std::string& acl, bool create);
 
-  Kel::Ptr<Routing::Pim::RpConfig> rpConfig_;
+  // Declared first: the families' reactors hold on to these and go before them.
+  SharedInputs shared_;
   L3::VrfName vrf_;
   FamilyWiring ipv4_;
   FamilyWiring ipv6_;
@@ -70,6 +75,8 @@ class Session {
   std::uint64_t nextRuleId_ = 1;
   // The run being collected: the list's name and its next rules; null rules when none.
   std::string runAcl_;
+  // Whether a show first settles the clock (clock settle) or only run moves time (clock manual).
+  bool clockSettles_ = true;
   Kel::Ptr<Acl::AclSubConfig> runRules_;
 };
 

@@ -16,9 +16,11 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <variant>
 
 #include "framework/Acl/IpRuleConfig.h"
+#include "framework/Ipkit/AddressFamily.h"
 #include "framework/Ipkit/IpGenAddr.h"
 #include "framework/Ipkit/IpGenPrefix.h"
 #include "model/Pim/PimTypes.h"
@@ -119,6 +121,51 @@ struct RpHashAlgorithmStatement {
   Routing::Pim::RpHashAlgorithm algorithm = Routing::Pim::rpHashAlgorithmRfc7761;
 };
 
+// A known group, or every address of a range of groups; `group` is a host prefix when one
+// address was written.
+struct GroupStatement {
+  Prefix group;
+};
+
+struct NoGroupStatement {
+  Prefix group;
+};
+
+// A unicast route: `route PREFIX type N [via ADDR interface NAME]`, or the `route PREFIX local
+// NAME` shorthand, which reads as type 1 via the prefix's own address.
+struct RouteStatement {
+  Prefix prefix;
+  Number type;
+  std::optional<Address> via;
+  std::string interface;  // with via
+  bool local = false;     // written with the shorthand
+};
+
+struct NoRouteStatement {
+  Prefix prefix;
+};
+
+struct ShadowStatement {
+  Ipkit::AddressFamily af = Ipkit::AddressFamily::ipv4;
+  bool attached = true;
+};
+
+struct AttrLogStatement {
+  bool clogged = false;
+};
+
+// A number of seconds as written: digits with an optional fraction of at most six digits, read in
+// microseconds.
+using Seconds = Spelled<std::uint64_t>;
+
+struct RunStatement {
+  std::optional<Seconds> seconds;  // absent: until no wake-up is pending
+};
+
+struct ClockStatement {
+  bool settle = true;
+};
+
 struct ShowRpStatement {
   Address group;
   Routing::Pim::Mode mode = Routing::Pim::modePimNone;  // none: any mode
@@ -135,10 +182,49 @@ struct ShowAclStatement {
   std::string acl;
 };
 
-using Statement = std::variant<VrfStatement, RpGroupStatement, RpAclStatement, RpModeStatement,
-                               NoRpGroupStatement, NoRpAclStatement, NoRpStatement,
-                               AclRuleStatement, NoAclRuleStatement, NoAclStatement, BsrRpStatement,
-                               NoBsrRpStatement, RpHashAlgorithmStatement, ShowRpStatement,
-                               ShowCandidatesStatement, ShowAclStatement>;
+enum class TableSource { final, staticRp, bsr };
+enum class TableKind { groups, prefixes };
+
+struct ShowRpHashStatement {
+  TableSource source = TableSource::final;
+  TableKind kind = TableKind::groups;
+  Routing::Pim::Mode mode = Routing::Pim::modePimSm;
+  std::optional<Ipkit::AddressFamily> af;  // absent: both families
+};
+
+struct ShowLocalRpStatement {};
+
+struct ShowGroupFilterStatement {
+  Address group;
+};
+
+struct ShowAllocRequestsStatement {};
+
+struct ShowReviewStatement {};
+
+using Statement =
+    std::variant<VrfStatement, RpGroupStatement, RpAclStatement, RpModeStatement,
+                 NoRpGroupStatement, NoRpAclStatement, NoRpStatement, AclRuleStatement,
+                 NoAclRuleStatement, NoAclStatement, BsrRpStatement, NoBsrRpStatement,
+                 RpHashAlgorithmStatement, GroupStatement, NoGroupStatement, RouteStatement,
+                 NoRouteStatement, ShadowStatement, AttrLogStatement, RunStatement, ClockStatement,
+                 ShowRpStatement, ShowCandidatesStatement, ShowAclStatement, ShowRpHashStatement,
+                 ShowLocalRpStatement, ShowGroupFilterStatement, ShowAllocRequestsStatement,
+                 ShowReviewStatement>;
+
+// Whether the statement only asks (a show).
+inline bool isShowStatement(const Statement& statement) {
+  return std::visit(
+      [](const auto& s) {
+        using S = std::decay_t<decltype(s)>;
+        return std::is_same_v<S, ShowRpStatement> || std::is_same_v<S, ShowCandidatesStatement> ||
+               std::is_same_v<S, ShowAclStatement> || std::is_same_v<S, ShowRpHashStatement> ||
+               std::is_same_v<S, ShowLocalRpStatement> ||
+               std::is_same_v<S, ShowGroupFilterStatement> ||
+               std::is_same_v<S, ShowAllocRequestsStatement> ||
+               std::is_same_v<S, ShowReviewStatement>;
+      },
+      statement);
+}
 
 }  // namespace PimrpTool

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "framework/Ipkit/IntfIdStored.h"
 #include "tools/StatementError.h"
 #include "tools/ValueWords.h"
 #include "tools/Words.h"
@@ -191,6 +192,117 @@ Statement parseShowAcl(WordCursor& cursor) {
   return query;
 }
 
+Statement parseGroup(WordCursor& cursor) {
+  GroupStatement group{takeAddressOrPrefix(cursor, "group address or range")};
+  cursor.expectEnd();
+  return group;
+}
+
+Statement parseNoGroup(WordCursor& cursor) {
+  NoGroupStatement group{takeAddressOrPrefix(cursor, "group address or range")};
+  cursor.expectEnd();
+  return group;
+}
+
+std::string takeInterfaceName(WordCursor& cursor) {
+  return takeName(cursor, "interface name", Ipkit::IntfIdStored::kMaxName);
+}
+
+Statement parseRoute(WordCursor& cursor) {
+  RouteStatement route;
+  route.prefix = takePrefix(cursor, "route prefix");
+  if (takeChoice(cursor, {"type", "local"}) == "local") {
+    route.local = true;
+    route.type = Number{1, "1"};
+    route.via = Address{route.prefix.value.address(), route.prefix.word};
+    route.interface = takeInterfaceName(cursor);
+    cursor.expectEnd();
+    return route;
+  }
+  route.type = takeNumber(cursor, "route type");
+  if (cursor.atEnd()) return route;
+  takeChoice(cursor, {"via"});
+  route.via = takeAddress(cursor, "next hop address");
+  takeChoice(cursor, {"interface"});
+  route.interface = takeInterfaceName(cursor);
+  cursor.expectEnd();
+  return route;
+}
+
+Statement parseNoRoute(WordCursor& cursor) {
+  NoRouteStatement route{takePrefix(cursor, "route prefix")};
+  cursor.expectEnd();
+  return route;
+}
+
+Ipkit::AddressFamily takeFamily(WordCursor& cursor) {
+  return takeChoice(cursor, {"ipv4", "ipv6"}) == "ipv4" ? Ipkit::AddressFamily::ipv4
+                                                        : Ipkit::AddressFamily::ipv6;
+}
+
+Statement parseShadow(WordCursor& cursor) {
+  ShadowStatement shadow;
+  shadow.af = takeFamily(cursor);
+  shadow.attached = takeChoice(cursor, {"attach", "detach"}) == "attach";
+  cursor.expectEnd();
+  return shadow;
+}
+
+Statement parseAttrLog(WordCursor& cursor) {
+  AttrLogStatement log{takeChoice(cursor, {"clogged", "clear"}) == "clogged"};
+  cursor.expectEnd();
+  return log;
+}
+
+Statement parseRun(WordCursor& cursor) {
+  RunStatement run;
+  if (!cursor.atEnd()) run.seconds = takeSeconds(cursor, "number of seconds");
+  cursor.expectEnd();
+  return run;
+}
+
+Statement parseClock(WordCursor& cursor) {
+  ClockStatement clock{takeChoice(cursor, {"manual", "settle"}) == "settle"};
+  cursor.expectEnd();
+  return clock;
+}
+
+Statement parseShowRpHash(WordCursor& cursor) {
+  ShowRpHashStatement query;
+  const std::string source = takeChoice(cursor, {"final", "static", "bsr"});
+  query.source = source == "final"    ? TableSource::final
+                 : source == "static" ? TableSource::staticRp
+                                      : TableSource::bsr;
+  query.kind = takeChoice(cursor, {"groups", "prefixes"}) == "groups" ? TableKind::groups
+                                                                      : TableKind::prefixes;
+  takeChoice(cursor, {"mode"});
+  query.mode = takeMode(cursor);
+  if (!cursor.atEnd()) query.af = takeFamily(cursor);
+  cursor.expectEnd();
+  return query;
+}
+
+Statement parseShowLocalRp(WordCursor& cursor) {
+  cursor.expectEnd();
+  return ShowLocalRpStatement{};
+}
+
+Statement parseShowGroupFilter(WordCursor& cursor) {
+  ShowGroupFilterStatement query{takeAddress(cursor, "group address")};
+  cursor.expectEnd();
+  return query;
+}
+
+Statement parseShowAllocRequests(WordCursor& cursor) {
+  cursor.expectEnd();
+  return ShowAllocRequestsStatement{};
+}
+
+Statement parseShowReview(WordCursor& cursor) {
+  cursor.expectEnd();
+  return ShowReviewStatement{};
+}
+
 struct StatementForm {
   std::vector<std::string> keywords;
   Statement (*parse)(WordCursor&);
@@ -209,6 +321,19 @@ const std::vector<StatementForm>& forms() {
       {{"show", "rp"}, parseShowRp},
       {{"show", "candidates"}, parseShowCandidates},
       {{"show", "acl"}, parseShowAcl},
+      {{"group"}, parseGroup},
+      {{"no", "group"}, parseNoGroup},
+      {{"route"}, parseRoute},
+      {{"no", "route"}, parseNoRoute},
+      {{"shadow"}, parseShadow},
+      {{"attr-log"}, parseAttrLog},
+      {{"run"}, parseRun},
+      {{"clock"}, parseClock},
+      {{"show", "rp-hash"}, parseShowRpHash},
+      {{"show", "local-rp"}, parseShowLocalRp},
+      {{"show", "group-filter"}, parseShowGroupFilter},
+      {{"show", "alloc-requests"}, parseShowAllocRequests},
+      {{"show", "review"}, parseShowReview},
   };
   return table;
 }

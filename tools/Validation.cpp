@@ -106,6 +106,52 @@ void checkOptions(const BindingOptions& options, AddressFamily groupFamily) {
   }
 }
 
+// The most groups one group statement may name: a /12 of IPv4, a /108 of IPv6.
+constexpr unsigned kMaxGroupBits = 20;
+constexpr std::uint64_t kMaxGroups = 1ull << kMaxGroupBits;
+constexpr std::uint64_t kMaxRouteType = 4294967295ull;
+constexpr std::uint64_t kMaxRunSeconds = 86400;
+constexpr std::uint64_t kMicrosPerSecond = 1000000;
+
+void checkGroupCount(const Prefix& group) {
+  const unsigned bits = group.value.af() == AddressFamily::ipv4 ? 32 : 128;
+  if (bits - group.value.len() <= kMaxGroupBits) return;
+  throw StatementError("group range " + quoted(group.word) + " holds more than " +
+                       std::to_string(kMaxGroups) + " groups");
+}
+
+void checkKnownGroups(const Prefix& group) {
+  checkGroupRange(group);
+  checkGroupCount(group);
+}
+
+void checkRoute(const RouteStatement& s) {
+  if (s.prefix.value.address().isMulticast()) {
+    throw StatementError("route prefix " + quoted(s.prefix.word) + " is not a unicast prefix");
+  }
+  checkRange(s.type, "route type", 0, kMaxRouteType);
+  if (!s.via || s.local) return;
+  const std::string why = notUnicastReason(s.via->value);
+  if (!why.empty()) {
+    throw StatementError("next hop " + quoted(s.via->word) + " is not a unicast address: " + why);
+  }
+  if (s.via->value.af() != s.prefix.value.af()) {
+    throw StatementError("next hop " + quoted(s.via->word) + " and route prefix " +
+                         quoted(s.prefix.word) + " are of different families");
+  }
+}
+
+void checkRunSeconds(const Seconds& seconds) {
+  if (seconds.value <= kMaxRunSeconds * kMicrosPerSecond) return;
+  throw StatementError("number of seconds " + quoted(seconds.word) + " out of range 0.." +
+                       std::to_string(kMaxRunSeconds));
+}
+
+void checkMulticastGroup(const Address& group) {
+  if (group.value.isMulticast()) return;
+  throw StatementError("group " + quoted(group.word) + " is not a multicast address");
+}
+
 // One overload per statement; a statement without one does not compile.
 struct StatementChecks {
   bool& rpAddressSeen;
@@ -157,10 +203,27 @@ struct StatementChecks {
   }
   void operator()(const NoBsrRpStatement& s) const { checkRpForGroup(s.rp, s.group); }
   void operator()(const RpHashAlgorithmStatement&) const {}
-  void operator()(const ShowRpStatement& s) const {
-    if (!s.group.value.isMulticast()) {
-      throw StatementError("group " + quoted(s.group.word) + " is not a multicast address");
+  void operator()(const GroupStatement& s) const { checkKnownGroups(s.group); }
+  void operator()(const NoGroupStatement& s) const { checkKnownGroups(s.group); }
+  void operator()(const RouteStatement& s) const { checkRoute(s); }
+  void operator()(const NoRouteStatement& s) const {
+    if (s.prefix.value.address().isMulticast()) {
+      throw StatementError("route prefix " + quoted(s.prefix.word) + " is not a unicast prefix");
     }
+  }
+  void operator()(const ShadowStatement&) const {}
+  void operator()(const AttrLogStatement&) const {}
+  void operator()(const RunStatement& s) const {
+    if (s.seconds) checkRunSeconds(*s.seconds);
+  }
+  void operator()(const ClockStatement&) const {}
+  void operator()(const ShowRpHashStatement&) const {}
+  void operator()(const ShowLocalRpStatement&) const {}
+  void operator()(const ShowGroupFilterStatement& s) const { checkMulticastGroup(s.group); }
+  void operator()(const ShowAllocRequestsStatement&) const {}
+  void operator()(const ShowReviewStatement&) const {}
+  void operator()(const ShowRpStatement& s) const {
+    checkMulticastGroup(s.group);
     if (!s.join) return;
     checkRpAddress(*s.join);
     if (s.join->value.af() != s.group.value.af()) {

@@ -66,6 +66,35 @@ Prefix takePrefix(WordCursor& cursor, const std::string& what) {
   return prefix;
 }
 
+Prefix takeAddressOrPrefix(WordCursor& cursor, const std::string& what) {
+  if (!cursor.atEnd() && cursor.peek().find('/') != std::string::npos) {
+    return takePrefix(cursor, what);
+  }
+  const Address address = takeAddress(cursor, what);
+  return Prefix{Ipkit::IpGenPrefix::hostPrefix(address.value), address.word};
+}
+
+Seconds takeSeconds(WordCursor& cursor, const std::string& what) {
+  constexpr std::size_t kFractionDigits = 6;
+  Seconds seconds;
+  seconds.word = cursor.take(what);
+  const std::size_t point = seconds.word.find('.');
+  const std::string whole = seconds.word.substr(0, point);
+  const std::string fraction = point == std::string::npos ? "" : seconds.word.substr(point + 1);
+  const bool digitsOnly = (whole + fraction).find_first_not_of("0123456789") == std::string::npos;
+  if (!digitsOnly || whole.empty() || (point != std::string::npos && fraction.empty()) ||
+      fraction.size() > kFractionDigits) {
+    throw StatementError("invalid " + what + " " + quoted(seconds.word) +
+                         ": not a decimal number of seconds with at most 6 decimals");
+  }
+  const std::string micros = whole + fraction + std::string(kFractionDigits - fraction.size(), '0');
+  for (const char c : micros) {
+    seconds.value =
+        std::min(seconds.value * 10 + static_cast<std::uint64_t>(c - '0'), kNumberCeiling);
+  }
+  return seconds;
+}
+
 Number takeNumber(WordCursor& cursor, const std::string& what) {
   Number number;
   number.word = cursor.take(what);

@@ -36,6 +36,11 @@ std::string takeChoice(WordCursor& cursor, Choices choices);
 Address takeAddress(WordCursor& cursor, const std::string& what);
 // ADDRESS/LENGTH with no host bits set.
 Prefix takePrefix(WordCursor& cursor, const std::string& what);
+// An address (read as its host prefix) or ADDRESS/LENGTH with no host bits set.
+Prefix takeAddressOrPrefix(WordCursor& cursor, const std::string& what);
+// Decimal digits with an optional fraction of at most six digits, read in microseconds; the value
+// saturates as numbers do.
+Seconds takeSeconds(WordCursor& cursor, const std::string& what);
 // Decimal digits only; the value saturates far above any range of the language.
 Number takeNumber(WordCursor& cursor, const std::string& what);
 // Letters, digits, '_', '-' and '.', at most maxLength of them.

@@ -152,13 +152,15 @@ TEST(StatementParser, Numbers_KeepTheirWordAndSaturate) {
 TEST(StatementParser, Keywords_AreLowerCase) {
   EXPECT_EQ(refusalOf("RP-ADDRESS 10.0.0.1 group 239.0.0.0/8"), "unknown statement 'RP-ADDRESS'");
   EXPECT_EQ(refusalOf("show RP 239.1.1.1"),
-            "expected 'rp', 'candidates' or 'acl' after 'show', got 'RP'");
+            "expected 'rp', 'candidates', 'acl', 'rp-hash', 'local-rp', 'group-filter', "
+            "'alloc-requests' or 'review' after 'show', got 'RP'");
 }
 
 TEST(StatementParser, MissingAndExtraWords_AreNamed) {
   EXPECT_EQ(refusalOf("rp-address 10.0.0.1 group"),
             "missing group range after 'rp-address 10.0.0.1 group'");
-  EXPECT_EQ(refusalOf("no"), "missing 'rp-address', 'acl' or 'bsr-rp' after 'no'");
+  EXPECT_EQ(refusalOf("no"),
+            "missing 'rp-address', 'acl', 'bsr-rp', 'group' or 'route' after 'no'");
   EXPECT_EQ(refusalOf("show candidates static now"),
             "unexpected 'now' after 'show candidates static'");
   EXPECT_EQ(refusalOf("rp-address 10.0.0.1 group 239.0.0.0/8 priority 1 priority 2"),
