@@ -63,6 +63,27 @@ class HumanOutput : public Output {
     table.rowIs(withLead("static", candidateCells(answer.staticSelection)));
     table.rowIs(withLead("bsr", candidateCells(answer.bsrSelection)));
     table.print(out_, "  ");
+    if (answer.staticDetail) print("static", *answer.staticDetail);
+    if (answer.bsrDetail) print("bsr", *answer.bsrDetail);
+  }
+
+  void print(const char* source, const SourceDetail& detail) {
+    out_ << "  " << source << ": ";
+    if (!detail.range) {
+      out_ << "no range covers the group\n";
+      return;
+    }
+    out_ << "range " << *detail.range << ", decided by "
+         << (detail.rule.empty() ? "nothing (no candidate with a mode)" : detail.rule) << '\n';
+    TextTable table({"rp", "priority", "hashmask", "mode", "hash"});
+    for (const auto& candidate : detail.candidates) {
+      const auto& info = candidate.info;
+      table.rowIs({info.address().valueToStrep(),
+                   valueCell(info.priority(), Routing::Pim::kRpPriorityNone),
+                   valueCell(info.hashMaskLen(), Routing::Pim::kRpHashMaskLenNone),
+                   modeWord(info.mode()), candidate.hash ? std::to_string(*candidate.hash) : "-"});
+    }
+    table.print(out_, "    ");
   }
 
   void print(const CandidateListing& listing) {

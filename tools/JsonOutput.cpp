@@ -34,11 +34,28 @@ class JsonOutput : public Output {
 
  private:
   static Json toJson(const RpAnswer& answer) {
-    return Json{{"group", answer.group.valueToStrep()},
-                {"mode", queryModeWord(answer.queryMode)},
-                {"rp", addressJson(answer.rp)},
-                {"static", infoJson(answer.staticSelection)},
-                {"bsr", infoJson(answer.bsrSelection)}};
+    Json json{{"group", answer.group.valueToStrep()},
+              {"mode", queryModeWord(answer.queryMode)},
+              {"rp", addressJson(answer.rp)},
+              {"static", infoJson(answer.staticSelection)},
+              {"bsr", infoJson(answer.bsrSelection)}};
+    if (answer.staticDetail && answer.bsrDetail) {
+      json["detail"] = Json{{"static", detailJson(*answer.staticDetail)},
+                            {"bsr", detailJson(*answer.bsrDetail)}};
+    }
+    return json;
+  }
+
+  static Json detailJson(const SourceDetail& detail) {
+    Json candidates = Json::array();
+    for (const auto& candidate : detail.candidates) {
+      Json row = infoJson(candidate.info);
+      row["hash"] = candidate.hash ? Json(*candidate.hash) : Json(nullptr);
+      candidates.push_back(std::move(row));
+    }
+    return Json{{"range", detail.range ? Json(detail.range->valueToStrep()) : Json(nullptr)},
+                {"rule", detail.rule.empty() ? Json(nullptr) : Json(detail.rule)},
+                {"candidates", std::move(candidates)}};
   }
 
   static Json toJson(const CandidateListing& listing) {

@@ -20,6 +20,21 @@
 
 namespace PimrpTool {
 
+// One candidate of the range a source matched, with its hash value for the group (none when
+// its hash mask length is not set).
+struct CandidateDetail {
+  Routing::Pim::RpCandidateInfo info;
+  std::optional<std::uint32_t> hash;
+};
+
+// How one source chose: the longest range covering the group, its candidates in address order,
+// and the step of the selection that left one candidate ("" when none was chosen).
+struct SourceDetail {
+  std::optional<Ipkit::IpGenPrefix> range;
+  std::vector<CandidateDetail> candidates;
+  std::string rule;
+};
+
 // show rp: rpHashCompute's answer and each source's own selection.
 struct RpAnswer {
   Ipkit::IpGenAddr group;
@@ -28,6 +43,9 @@ struct RpAnswer {
   Ipkit::IpGenAddr rp;  // unknown family: no RP
   Routing::Pim::RpCandidateInfo staticSelection;
   Routing::Pim::RpCandidateInfo bsrSelection;
+  // With detail: how each source chose.
+  std::optional<SourceDetail> staticDetail;
+  std::optional<SourceDetail> bsrDetail;
 };
 
 // One candidate set: its prefix and its candidates in ascending address order, each as the five

@@ -35,6 +35,66 @@ void appendSets(const RpCandidateStatus& status, std::vector<CandidateSetRows>& 
   }
 }
 
+// Which step of the selection left one candidate, told from the candidates the source matched:
+// bidirectional candidates beat sparse ones, then (modulo algorithm) the group's index, else the
+// lowest priority value, the highest hash, the highest address.
+std::string ruleThatDecided(const std::vector<CandidateDetail>& candidates,
+                            RpHashAlgorithm algorithm) {
+  std::vector<const CandidateDetail*> bidir, sparse;
+  for (const auto& candidate : candidates) {
+    if (candidate.info.mode() == modePimBidir) bidir.push_back(&candidate);
+    if (candidate.info.mode() == modePimSm) sparse.push_back(&candidate);
+  }
+  const auto& contest = bidir.empty() ? sparse : bidir;
+  if (contest.empty()) return "";
+  if (contest.size() == 1)
+    return !bidir.empty() && !sparse.empty() ? "bidir preferred" : "single candidate";
+  if (algorithm == rpHashAlgorithmModulo) return "modulo index";
+  RpPriority best = kRpPriorityNone;
+  for (const auto* candidate : contest) best = std::min(best, candidate->info.priority());
+  std::vector<const CandidateDetail*> top;
+  for (const auto* candidate : contest) {
+    if (candidate->info.priority() == best) top.push_back(candidate);
+  }
+  if (top.size() == 1) return "priority";
+  std::uint32_t highest = 0;
+  std::size_t atHighest = 0;
+  for (const auto* candidate : top) {
+    const std::uint32_t hash = candidate->hash.value_or(0);
+    if (atHighest == 0 || hash > highest) {
+      highest = hash;
+      atHighest = 1;
+    } else if (hash == highest) {
+      ++atHighest;
+    }
+  }
+  return atHighest == 1 ? "hash" : "highest address";
+}
+
+// The range `compute` matches for the group, its candidates with their hash values, and the rule.
+SourceDetail detailOf(RpCompute& compute, const Ipkit::IpGenAddr& group,
+                      RpHashAlgorithm algorithm) {
+  SourceDetail detail;
+  const auto set = compute.doLongestPrefixGroupMatch(Ipkit::IpGenPrefix::hostPrefix(group));
+  if (!set) return detail;
+  detail.range = set->prefix();
+  const unsigned maxMask = group.af() == Ipkit::AddressFamily::ipv4 ? 32 : 128;
+  for (const auto& [address, candidate] : set->rp()) {
+    CandidateDetail row{infoOf(*candidate), std::nullopt};
+    if (candidate->hashMaskLen() <= maxMask && candidate->hashMaskLen() != kRpHashMaskLenNone) {
+      row.hash =
+          compute.doComputeHashMask(candidate->pimMode(), group, candidate->hashMaskLen(), address);
+    }
+    detail.candidates.push_back(row);
+  }
+  std::sort(detail.candidates.begin(), detail.candidates.end(),
+            [](const CandidateDetail& a, const CandidateDetail& b) {
+              return a.info.address() < b.info.address();
+            });
+  detail.rule = ruleThatDecided(detail.candidates, algorithm);
+  return detail;
+}
+
 bool isRuleStatement(const Statement& statement) {
   return std::holds_alternative<AclRuleStatement>(statement) ||
          std::holds_alternative<NoAclRuleStatement>(statement);
@@ -236,6 +296,15 @@ struct SessionApply {
     }
     if (compute->bsrCompute()) {
       answer.bsrSelection = compute->bsrCompute()->doComputeRp(s.group.value);
+    }
+    if (s.detail) {
+      const RpHashAlgorithm algorithm = session.shared_.rpConfig->rpHashAlgorithm();
+      answer.staticDetail = compute->staticCompute()
+                                ? detailOf(*compute->staticCompute(), s.group.value, algorithm)
+                                : SourceDetail{};
+      answer.bsrDetail = compute->bsrCompute()
+                             ? detailOf(*compute->bsrCompute(), s.group.value, algorithm)
+                             : SourceDetail{};
     }
     return answer;
   }

@@ -170,6 +170,7 @@ struct ShowRpStatement {
   Address group;
   Routing::Pim::Mode mode = Routing::Pim::modePimNone;  // none: any mode
   std::optional<Address> join;
+  bool detail = false;  // also explain each source's choice
 };
 
 enum class CandidateSource { staticConfig, bootstrap };

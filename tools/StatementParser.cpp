@@ -166,8 +166,11 @@ Statement parseShowRp(WordCursor& cursor) {
   query.group = takeAddress(cursor, "group address");
   bool modeSeen = false;
   while (!cursor.atEnd()) {
-    const std::string option = takeChoice(cursor, {"mode", "join"});
-    if (option == "mode") {
+    const std::string option = takeChoice(cursor, {"mode", "join", "detail"});
+    if (option == "detail") {
+      requireFirst(query.detail, option);
+      query.detail = true;
+    } else if (option == "mode") {
       requireFirst(modeSeen, option);
       modeSeen = true;
       query.mode = takeMode(cursor);
