@@ -38,9 +38,21 @@ show rp ff0e::1:1
 # Without the bootstrap candidate, the hash picks among the static ones; the modulo rule
 # picks candidate (group mod count) instead.
 no bsr-rp 239.0.0.0/8 10.1.0.1
-show rp 239.1.1.2
+show rp 239.1.1.2 detail
 rp-hash-algorithm modulo
 show rp 239.1.1.2
+rp-hash-algorithm rfc7761
+
+# The pipeline: the router knows some groups; the library reviews them and programs the final
+# RP mapping, which groups it serves in bidir mode, and which RPs are its own.
+group 239.1.1.0/30
+group 238.1.1.1
+show rp-hash final groups mode sparse ipv4
+show rp-hash final prefixes mode bidir
+show group-filter 238.1.1.1
+# A host route of type 1 makes 10.0.0.5 an address of this router: a local RP.
+route 10.0.0.5/32 local Loopback0
+show local-rp
 )";
 }
 

@@ -8,8 +8,9 @@
 namespace PimrpTool {
 
 const std::vector<std::string>& libraryTraceFiles() {
-  static const std::vector<std::string> names = {"PimCrpGrpTrieBuilderSm", "PimRpCandidateStaticSm",
-                                                 "PimRpCompute"};
+  static const std::vector<std::string> names = {"PimCrpGrpTrieBuilderSm", "PimGroupFilter",
+                                                 "PimGroupFilterSm",       "PimRpCandidateStaticSm",
+                                                 "PimRpCompute",           "PimRpHashSm"};
   return names;
 }
 
