@@ -2,15 +2,16 @@
 // Mirra::MirraMap<K, V, KeyOf>: a single-writer table of fixed-size values, ordered by key, laid
 // out so that it can live in memory shared with other processes.
 //
-// Today the table lives in process memory: attachments made with reader() share one slot array
-// through the process heap. Its layout is already the shared one: one flat array of slots that
-// refer to each other by 32-bit slot index only, with no pointer into process memory, and keys and
-// values copied in and out as plain bytes.
+// Today the table lives in process memory: attachments made with reader() share its arrays through
+// the process heap, and nothing here maps shared memory yet. Its layout is already the shared one:
+// flat arrays whose entries refer to each other by 32-bit slot index only, with no pointer into
+// process memory, and keys and values copied in and out as plain bytes.
 //
-// Each slot is at once a hash-table cell (open addressing, linear probing: constant-time lookup)
-// and a node of a balanced search tree (a treap whose left/right links are slot indices) that
-// orders the members by K's `<`. Each slot carries a checksum over all its other bytes (state,
-// tree links, key, value).
+// Members sit in a dense array of slots, each a node of a balanced search tree (a treap whose
+// left/right links are slot indices) that orders the members by K's `<`, and each carrying a
+// checksum over all its other bytes (state, tree links, key, value). Beside it, a compact hash
+// index (open addressing, linear probing: constant-time lookup) maps a key's hash tag to its slot;
+// every index entry carries its own check over the slot number, the tag and its position.
 //
 // Invariants:
 //  1. K and V are trivially copyable and of fixed size, with ==; a value's key is KeyOf()(value).
@@ -18,21 +19,23 @@
 //     attachments made with reader() see every change at once and never write.
 //  3. Lookup never fails for a missing key: it returns a default-constructed V, which callers
 //     treat as the absence marker. members() is the number of keys held.
-//  4. Corruption: a lookup verifies the slot it answers from, every slot that carries the key or
-//     its hash tag (so a damaged key, tag or state byte of the key's own slot is reported rather
-//     than read as "absent"), and the empty slot that ends its probe (so a member whose state byte
-//     was turned to "empty" does not cut the probe short unnoticed). A damaged slot of another
-//     key is passed over. Positioning and iteration verify every tree slot they pass.
+//  4. Corruption: a lookup verifies every index entry it probes, including the empty one that
+//     ends the probe, and every slot whose tag matches, so a damaged key or state byte of the
+//     key's own slot, or a damaged index entry on its way, is reported rather than read as
+//     "absent". A damaged slot of another key is not read. Positioning and iteration verify every
+//     tree slot they pass.
 //     A read that finds damage reports it (see corruptionDetected) and throws
-//     CorruptionDetectedException; it changes nothing. The writer's insert or erase that meets
-//     damage instead reports every damaged slot, rebuilds the table without them, and then does
-//     its work: it never throws for corruption. Growth (a rebuild) likewise drops and reports
-//     damaged slots; nothing damaged is ever copied.
+//     CorruptionDetectedException; it changes nothing, so a walk that ended there can be started
+//     again (it meets the same damage until the writer has dropped it). The writer's insert or
+//     erase that meets damage instead reports every damaged slot and index entry, rebuilds the
+//     table without them, and then does its work: it never throws for corruption. Growth (a
+//     rebuild) likewise drops and reports damaged slots; nothing damaged is ever copied.
 //  5. Iteration is in ascending key order. An iterator holds a copy of the member it stands on and
 //     advances to the smallest key greater than that copy's key in the table as it is then. So a
 //     writer may change the table between steps: erasing the current member, inserting behind or
 //     ahead of it, growing. A member that stays in the table from the start of a walk to its end
 //     is visited exactly once; one inserted ahead of the position is visited, one behind it is not.
+//     Each step costs a descent from the root (O(log n)), verified as in 4.
 //  6. Each attachment keeps its own record of what it detected: corruptions(), lastCorruption().
 
 #include <cstddef>
@@ -67,36 +70,55 @@ class MirraMap {
   using SlotIndex = std::uint32_t;
   static constexpr SlotIndex kNoSlot = 0xffffffffu;
 
+  // Index entries that name no slot.
+  static constexpr SlotIndex kEmptyEntry = 0xffffffffu;
+  static constexpr SlotIndex kErasedEntry = 0xfffffffeu;
+
   // Distinct bit patterns, so that a stray write to the state byte is not another valid state.
   enum class SlotState : std::uint8_t { empty = 0x3c, used = 0xa5, erased = 0x5a };
 
-  struct Slot {
+  // A slot that fits a cache line gets one of its own, so a lookup reads one line per slot.
+  static constexpr std::size_t kSlotHeader = 16;
+  static constexpr std::size_t kSlotAlignment =
+      kSlotHeader + sizeof(V) <= 64 ? 64 : (alignof(V) > 4 ? alignof(V) : 4);
+
+  struct alignas(kSlotAlignment) Slot {
     std::uint32_t checksum;
     SlotState state;
     std::uint8_t padding[3];  // named, so that every byte the checksum covers is written
-    std::uint32_t tag;        // bits of the key's hash: probes pass other keys without reading them
     SlotIndex left;
     SlotIndex right;
     V value;
   };
   static_assert(std::is_trivially_copyable_v<Slot>, "slots are plain bytes");
 
-  // What would sit in the shared segment: the slot array, the tree root and the counters.
+  struct IndexEntry {
+    SlotIndex slot;       // kEmptyEntry, kErasedEntry or the member's slot
+    std::uint16_t tag;    // bits of the key's hash: probes pass other keys without reading them
+    std::uint16_t check;  // over slot, tag and the entry's own position
+  };
+
+  // What would sit in the shared segment: the slots, the index, the tree root and the counters.
+  // Slots [0, filled) have been handed out since the last rebuild; erased ones wait for it.
   struct Storage {
     std::vector<Slot> slots;
+    std::vector<IndexEntry> index;  // twice as many entries as slots, a power of two
     SlotIndex root = kNoSlot;
-    // Every empty slot holds the same bytes, and so does every erased one: a probe checks those
-    // by comparing the checksum alone.
-    std::uint32_t emptyChecksum = 0;
-    std::uint32_t erasedChecksum = 0;
+    std::size_t filled = 0;
     std::size_t used = 0;
-    std::size_t erased = 0;
     bool ready = false;
     bool advertised = false;
   };
 
   // What a check found wrong, and where.
-  enum class Fault : std::uint8_t { none, checksum, linkOutside, notMember, endlessWalk };
+  enum class Fault : std::uint8_t {
+    none,
+    checksum,
+    indexEntry,
+    linkOutside,
+    notMember,
+    endlessWalk
+  };
   struct Damage {
     Fault fault = Fault::none;
     SlotIndex slot = kNoSlot;
@@ -121,12 +143,12 @@ class MirraMap {
   V lookup(const K& key) const {
     const Probe probe = probeFor(key);
     if (probe.damage.found()) reportAndThrow(probe.damage);
-    return probe.found == kNoSlot ? V() : valueAt(probe.found);
+    return probe.slot == kNoSlot ? V() : valueAt(probe.slot);
   }
   bool contains(const K& key) const {
     const Probe probe = probeFor(key);
     if (probe.damage.found()) reportAndThrow(probe.damage);
-    return probe.found != kNoSlot;
+    return probe.slot != kNoSlot;
   }
   std::size_t members() const { return storage_->used; }
 
@@ -138,7 +160,7 @@ class MirraMap {
     try {
       return insertIntact(value);
     } catch (const WriterMetDamage&) {
-      rebuild(storage_->slots.size(), nullptr);
+      rebuild(storage_->slots.size());
       return insertIntact(value);
     }
   }
@@ -257,31 +279,46 @@ class MirraMap {
 
   static constexpr std::size_t kInitialSlots = 16;  // a power of two; growth doubles it
 
-  // Where a key is, where it could go, or what stopped the search.
+  // Where a key is (its index entry and slot), which index entry it could take, or what stopped
+  // the search.
   struct Probe {
-    SlotIndex found = kNoSlot;
-    SlotIndex free = kNoSlot;
+    std::size_t entry = 0;
+    SlotIndex slot = kNoSlot;
+    std::size_t freeEntry = kNoEntry;
     Damage damage;
   };
+  static constexpr std::size_t kNoEntry = static_cast<std::size_t>(-1);
 
   MirraMap(std::shared_ptr<Storage> storage, AttachMode mode)
       : storage_(std::move(storage)), mode_(mode) {}
 
   static std::shared_ptr<Storage> freshStorage() {
     auto storage = std::make_shared<Storage>();
-    resetSlots(*storage, kInitialSlots);
+    resetStorage(*storage, kInitialSlots);
     return storage;
   }
-  static void resetSlots(Storage& storage, std::size_t size) {
-    storage.slots.assign(size, Slot{});
+  static void resetStorage(Storage& storage, std::size_t slots) {
+    storage.slots.assign(slots, Slot{});
     for (auto& slot : storage.slots) clear(slot, SlotState::empty);
-    storage.emptyChecksum = storage.slots.front().checksum;
-    Slot erased{};
-    clear(erased, SlotState::erased);
-    storage.erasedChecksum = erased.checksum;
+    storage.index.assign(slots * 2, IndexEntry{});
+    for (std::size_t at = 0; at < storage.index.size(); ++at) {
+      storage.index[at] = entryFor(kEmptyEntry, 0, at);
+    }
     storage.root = kNoSlot;
+    storage.filled = 0;
     storage.used = 0;
-    storage.erased = 0;
+  }
+
+  // Each 16-bit word of slot and tag is weighted by an odd number, which is invertible modulo
+  // 2^16: any change confined to one word, so any single damaged byte, changes the check. The
+  // position enters too, so an entry copied to another place does not pass.
+  static std::uint16_t checkOf(SlotIndex slot, std::uint16_t tag, std::size_t position) {
+    const std::uint64_t sum = (slot & 0xffffu) * 0x9e37u + (slot >> 16) * 0x79b9u + tag * 0x7f4bu +
+                              position * 0xc2b3u + 0x5bd1u;
+    return static_cast<std::uint16_t>(sum);
+  }
+  static IndexEntry entryFor(SlotIndex slot, std::uint16_t tag, std::size_t position) {
+    return IndexEntry{slot, tag, checkOf(slot, tag, position)};
   }
 
   static std::uint32_t checksumOf(const Slot& slot) {
@@ -310,47 +347,53 @@ class MirraMap {
 
   const Slot& slotAt(SlotIndex index) const { return storage_->slots[index]; }
   Slot& slotAt(SlotIndex index) { return storage_->slots[index]; }
-  V valueAt(SlotIndex index) const {
-    V value;
-    std::memcpy(static_cast<void*>(&value), &slotAt(index).value, sizeof(V));
-    return value;
-  }
+  V valueAt(SlotIndex index) const { return slotAt(index).value; }
   const K& keyAt(SlotIndex index) const { return KeyOf()(slotAt(index).value); }
 
-  static std::uint32_t tagOf(std::size_t hash) {
-    return static_cast<std::uint32_t>(hash) ^ static_cast<std::uint32_t>(hash >> 32);
+  // The bits that do not pick the home entry.
+  static std::uint16_t tagOf(std::size_t hash) {
+    return static_cast<std::uint16_t>(static_cast<std::uint64_t>(hash) >> 48);
   }
 
-  // Linear probing from key's home slot (see invariant 4 for what it verifies).
+  // Linear probing of the index from key's home entry (see invariant 4 for what it verifies).
   Probe probeFor(const K& key) const {
     Probe probe;
     const Storage& storage = *storage_;
     const std::size_t hash = Hash()(key);
-    const std::uint32_t tag = tagOf(hash);
-    const std::size_t mask = storage.slots.size() - 1;
+    const std::uint16_t tag = tagOf(hash);
+    const std::size_t mask = storage.index.size() - 1;
     std::size_t at = hash & mask;
     for (std::size_t probes = 0; probes <= mask; ++probes, at = (at + 1) & mask) {
-      const Slot& slot = storage.slots[at];
-      if (slot.state == SlotState::empty) {
-        if (slot.checksum != storage.emptyChecksum) {
-          probe.damage = Damage{Fault::checksum, static_cast<SlotIndex>(at)};
-        } else if (probe.free == kNoSlot) {
-          probe.free = static_cast<SlotIndex>(at);
-        }
+      const IndexEntry& entry = storage.index[at];
+      if (entry.check != checkOf(entry.slot, entry.tag, at)) {
+        probe.damage = Damage{Fault::indexEntry, static_cast<SlotIndex>(at)};
         return probe;
       }
-      if (slot.state == SlotState::erased && slot.checksum == storage.erasedChecksum) {
-        if (probe.free == kNoSlot) probe.free = static_cast<SlotIndex>(at);
+      if (entry.slot == kEmptyEntry) {
+        if (probe.freeEntry == kNoEntry) probe.freeEntry = at;
+        return probe;
+      }
+      if (entry.slot == kErasedEntry) {
+        if (probe.freeEntry == kNoEntry) probe.freeEntry = at;
         continue;
       }
-      const bool keys = KeyOf()(slot.value) == key;
-      if (slot.tag != tag && !keys) continue;
-      if (!intact(slot)) {
-        probe.damage = Damage{Fault::checksum, static_cast<SlotIndex>(at)};
+      if (entry.tag != tag) continue;
+      if (entry.slot >= storage.filled) {
+        probe.damage = Damage{Fault::linkOutside, entry.slot};
         return probe;
       }
-      if (keys && slot.state == SlotState::used) {
-        probe.found = static_cast<SlotIndex>(at);
+      const Slot& slot = storage.slots[entry.slot];
+      if (!intact(slot)) {
+        probe.damage = Damage{Fault::checksum, entry.slot};
+        return probe;
+      }
+      if (slot.state != SlotState::used) {
+        probe.damage = Damage{Fault::notMember, entry.slot};
+        return probe;
+      }
+      if (KeyOf()(slot.value) == key) {
+        probe.entry = at;
+        probe.slot = entry.slot;
         return probe;
       }
     }
@@ -364,7 +407,7 @@ class MirraMap {
   // first whose key is > key; kNoSlot when there is none. Each tree slot on the way is verified;
   // damage is left in *damage.
   SlotIndex descend(Bound bound, const K& key, Damage* damage) const {
-    const std::size_t size = storage_->slots.size();
+    const std::size_t size = storage_->filled;
     SlotIndex best = kNoSlot;
     SlotIndex at = storage_->root;
     for (std::size_t steps = 0; at != kNoSlot; ++steps) {
@@ -406,12 +449,16 @@ class MirraMap {
     return at;
   }
 
-  std::string describe(const Damage& damage) const {
+  std::string describe(const Damage& damage) const { return describeIn(*storage_, damage); }
+  static std::string describeIn(const Storage& storage, const Damage& damage) {
     const std::string where =
-        "slot " + std::to_string(damage.slot) + " of " + std::to_string(storage_->slots.size());
+        "slot " + std::to_string(damage.slot) + " of " + std::to_string(storage.slots.size());
     switch (damage.fault) {
       case Fault::checksum:
         return where + " fails its checksum";
+      case Fault::indexEntry:
+        return "index entry " + std::to_string(damage.slot) + " of " +
+               std::to_string(storage.index.size()) + " fails its check";
       case Fault::linkOutside:
         return "a tree link names " + where;
       case Fault::notMember:
@@ -448,63 +495,64 @@ class MirraMap {
   // Writer side. Every slot whose links or key the writer is about to rely on is verified first;
   // finding damage throws WriterMetDamage, and the caller rebuilds and starts over.
   void requireIntact(SlotIndex index) const {
-    if (index >= storage_->slots.size() || !intact(slotAt(index))) throw WriterMetDamage();
+    if (index >= storage_->filled || !intact(slotAt(index))) throw WriterMetDamage();
   }
 
   bool insertIntact(const V& value) {
     const K& key = KeyOf()(value);
     Probe probe = probeFor(key);
     if (probe.damage.found()) throw WriterMetDamage();
-    if (probe.found != kNoSlot) {
-      Slot& slot = slotAt(probe.found);
-      if (valueAt(probe.found) == value) return false;
-      storeValue(slot, value);
+    if (probe.slot != kNoSlot) {
+      if (valueAt(probe.slot) == value) return false;
+      storeValue(slotAt(probe.slot), value);
       return true;
     }
-    if ((storage_->used + storage_->erased + 1) * 2 > storage_->slots.size()) {
+    if (storage_->filled == storage_->slots.size()) {
       const std::size_t size = storage_->slots.size();
-      rebuild((storage_->used + 1) * 4 > size ? size * 2 : size, nullptr);
+      rebuild((storage_->used + 1) * 2 > size ? size * 2 : size);
       probe = probeFor(key);
-      if (probe.damage.found() || probe.free == kNoSlot) throw WriterMetDamage();
+      if (probe.damage.found() || probe.freeEntry == kNoEntry) throw WriterMetDamage();
     }
     // The path the new member takes down the tree is checked before anything changes, so a
     // damaged path leaves the table as it was.
     Damage damage;
     descend(Bound::atOrAfter, key, &damage);
     if (damage.found()) throw WriterMetDamage();
+    place(value, hashTagOf(key), probe.freeEntry);
+    return true;
+  }
 
-    const SlotIndex at = probe.free;
+  // Puts value into the next unused slot, its index entry at `entry` and its node into the tree.
+  void place(const V& value, std::uint16_t tag, std::size_t entry) {
+    const SlotIndex at = static_cast<SlotIndex>(storage_->filled++);
     Slot& slot = slotAt(at);
-    if (slot.state == SlotState::erased) --storage_->erased;
     clear(slot, SlotState::used);
-    slot.tag = tagOf(Hash()(key));
     storeValue(slot, value);
+    storage_->index[entry] = entryFor(at, tag, entry);
     storage_->root = linkUnder(storage_->root, at);
     ++storage_->used;
-    return true;
   }
 
   bool eraseIntact(const K& key) {
     const Probe probe = probeFor(key);
     if (probe.damage.found()) throw WriterMetDamage();
-    if (probe.found == kNoSlot) return false;
+    if (probe.slot == kNoSlot) return false;
     storage_->root = unlinkUnder(storage_->root, key);
-    clear(slotAt(probe.found), SlotState::erased);
+    clear(slotAt(probe.slot), SlotState::erased);
+    storage_->index[probe.entry] = entryFor(kErasedEntry, 0, probe.entry);
     --storage_->used;
-    ++storage_->erased;
     return true;
   }
 
-  // The treap's heap order (higher sits nearer the root) comes from a second mix of the hash tag,
+  static std::uint16_t hashTagOf(const K& key) { return tagOf(Hash()(key)); }
+
+  // The treap's heap order (higher sits nearer the root) comes from a second mix of the hash,
   // so that it does not follow the bits that pick the home slot.
   std::uint32_t priorityAt(SlotIndex index) const {
-    std::uint32_t mixed = slotAt(index).tag;
-    mixed ^= mixed >> 16;
-    mixed *= 0x85ebca6bu;
-    mixed ^= mixed >> 13;
-    mixed *= 0xc2b2ae35u;
-    mixed ^= mixed >> 16;
-    return mixed;
+    std::uint64_t mixed = static_cast<std::uint64_t>(Hash()(keyAt(index)));
+    mixed *= 0xd6e8feb86659fd93ull;
+    mixed ^= mixed >> 32;
+    return static_cast<std::uint32_t>(mixed);
   }
 
   void linkLeft(SlotIndex parent, SlotIndex child) {
@@ -583,29 +631,31 @@ class MirraMap {
   }
 
   // Rebuilds the table into `size` slots from the intact members, reporting and dropping every
-  // damaged slot; tree links of the old slots are not trusted. When watchKey is given,
-  // *droppedWatchKey tells whether a dropped slot's key bytes named it.
-  void rebuild(std::size_t size, const K* watchKey, bool* droppedWatchKey = nullptr) {
-    std::vector<Slot> old = std::move(storage_->slots);
-    resetSlots(*storage_, size);
-    for (std::size_t index = 0; index < old.size(); ++index) {
-      const Slot& slot = old[index];
+  // damaged slot and index entry; the old tree links and index are not trusted. When watchKey is
+  // given, *droppedWatchKey tells whether a dropped slot's key bytes named it.
+  void rebuild(std::size_t size, const K* watchKey = nullptr, bool* droppedWatchKey = nullptr) {
+    Storage old;
+    old.slots = std::move(storage_->slots);
+    old.index = std::move(storage_->index);
+    old.filled = storage_->filled;
+    for (std::size_t at = 0; at < old.index.size(); ++at) {
+      const IndexEntry& entry = old.index[at];
+      if (entry.check != checkOf(entry.slot, entry.tag, at)) {
+        report(describeIn(old, Damage{Fault::indexEntry, static_cast<SlotIndex>(at)}));
+      }
+    }
+    resetStorage(*storage_, size);
+    for (std::size_t index = 0; index < old.filled; ++index) {
+      const Slot& slot = old.slots[index];
       if (!intact(slot)) {
-        report("slot " + std::to_string(index) + " of " + std::to_string(old.size()) +
-               " fails its checksum");
+        report(describeIn(old, Damage{Fault::checksum, static_cast<SlotIndex>(index)}));
         if (watchKey && KeyOf()(slot.value) == *watchKey) *droppedWatchKey = true;
         continue;
       }
       if (slot.state != SlotState::used) continue;
       const Probe probe = probeFor(KeyOf()(slot.value));
-      if (probe.found != kNoSlot) continue;  // a second copy of a key can only be stray bytes
-      const SlotIndex at = probe.free;
-      Slot& fresh = slotAt(at);
-      clear(fresh, SlotState::used);
-      fresh.tag = slot.tag;
-      storeValue(fresh, slot.value);
-      storage_->root = linkUnder(storage_->root, at);
-      ++storage_->used;
+      if (probe.slot != kNoSlot) continue;  // a second copy of a key can only be stray bytes
+      place(slot.value, hashTagOf(KeyOf()(slot.value)), probe.freeEntry);
     }
   }
 

@@ -6,8 +6,12 @@
 //     shared memory; today they live in process memory.
 //  2. The default value (empty key, unknown address, priority 256, hash mask length 128, no
 //     override, mode 0) is the tables' absence marker: a lookup of a missing prefix returns it.
-//  3. The five fields after `key` are exactly those of an RpCandidateInfo.
+//  3. Besides its key, an entry holds exactly the five fields of an RpCandidateInfo (address,
+//     priority, hash mask length, override, mode; constructor order).
 
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
 #include <ostream>
 #include <type_traits>
 
@@ -23,20 +27,20 @@ class RpHash {
  public:
   RpHash() = default;
   RpHash(const Ipkit::IpGenPrefix& key, const RpCandidateInfo& info)
-      : key_(key),
-        address_(info.address()),
-        priority_(info.priority()),
+      : priority_(info.priority()),
         hashMaskLen_(info.hashMaskLen()),
-        override_(info.override()),
-        mode_(info.mode()) {}
+        mode_(info.mode()),
+        key_(key),
+        address_(info.address()),
+        override_(info.override()) {}
   RpHash(const Ipkit::IpGenPrefix& key, const Ipkit::IpGenAddr& address, RpPriority priority,
          RpHashMaskLen hashMaskLen, bool override, Mode mode)
-      : key_(key),
-        address_(address),
-        priority_(priority),
+      : priority_(priority),
         hashMaskLen_(hashMaskLen),
-        override_(override),
-        mode_(mode) {}
+        mode_(mode),
+        key_(key),
+        address_(address),
+        override_(override) {}
 
   const Ipkit::IpGenPrefix& key() const { return key_; }
   const Ipkit::IpGenAddr& address() const { return address_; }
@@ -57,15 +61,18 @@ class RpHash {
   bool operator!=(const RpHash& other) const { return !(*this == other); }
 
  private:
-  Ipkit::IpGenPrefix key_;
-  Ipkit::IpGenAddr address_;
+  // The 32-bit fields come first so that the entry packs into 48 bytes with no padding, and a
+  // table slot with its 16-byte header fills one cache line.
   RpPriority priority_ = kRpPriorityNone;
   RpHashMaskLen hashMaskLen_ = kRpHashMaskLenNone;
-  bool override_ = false;
   Mode mode_ = modePimNone;
+  Ipkit::IpGenPrefix key_;
+  Ipkit::IpGenAddr address_;
+  bool override_ = false;
 };
 
 static_assert(std::is_trivially_copyable_v<RpHash>, "RpHash lives in shared tables");
+static_assert(sizeof(RpHash) == 48, "RpHash packs without padding");
 
 // "RpHash(239.0.0.0/8 -> 10.0.0.1, priority 10, hashMaskLen 30, override False, modePimSm)".
 std::ostream& operator<<(std::ostream& out, const RpHash& entry);
@@ -73,6 +80,24 @@ std::ostream& operator<<(std::ostream& out, const RpHash& entry);
 // The table key of an entry.
 struct RpHashKey {
   const Ipkit::IpGenPrefix& operator()(const RpHash& entry) const { return entry.key(); }
+};
+
+// The tables' hash of a key: every lookup pays for it, so it is one multiply per half of the
+// address bytes and one for family and length (so that nested prefixes differ), then a fold of
+// the high product bits, which depend on every input bit, into the low ones that pick the home
+// entry.
+struct RpHashKeyHash {
+  std::size_t operator()(const Ipkit::IpGenPrefix& key) const {
+    std::uint64_t low;
+    std::uint64_t high;
+    std::memcpy(&low, key.address().bytes().data(), 8);
+    std::memcpy(&high, key.address().bytes().data() + 8, 8);
+    const std::uint64_t shape = (static_cast<std::uint64_t>(key.af()) << 8) | key.len();
+    std::uint64_t mixed = low * 0x9e3779b97f4a7c15ull + shape * 0x165667b19e3779f9ull;
+    mixed ^= high * 0xc2b2ae3d27d4eb4full;
+    mixed ^= mixed >> 32;
+    return static_cast<std::size_t>(mixed);
+  }
 };
 
 }  // namespace Pim

@@ -32,7 +32,7 @@ namespace Pim {
 
 class RpHashStatus : public Kel::Entity {
  public:
-  using Table = Mirra::MirraMap<Ipkit::IpGenPrefix, RpHash, RpHashKey>;
+  using Table = Mirra::MirraMap<Ipkit::IpGenPrefix, RpHash, RpHashKey, RpHashKeyHash>;
 
   class NotifieeConst : public Kel::Notifiee<RpHashStatus> {
    public:

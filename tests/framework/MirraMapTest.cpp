@@ -307,26 +307,34 @@ TEST_F(MirraMapCorruption, UsedStateByteTurnedEmpty_LookupReportsInsteadOfAbsent
   EXPECT_EQ(handled, std::vector<std::string>{message});
 }
 
-TEST_F(MirraMapCorruption, DamagedEmptySlot_LookupsStillAnswerAndGrowthReportsIt) {
-  std::size_t emptySlot = 0;
-  while (!MirraMapBackdoor::emptyAt(table, emptySlot)) ++emptySlot;
-  const std::string message = "slot " + std::to_string(emptySlot) + " of " +
-                              std::to_string(MirraMapBackdoor::slots(table)) +
-                              " fails its checksum";
-  MirraMapBackdoor::damageStateAt(table, emptySlot, 0xa5);
-  // The damaged slot carries no key and no tag of anyone's: every probe passes it.
-  for (std::uint32_t i = 0; i < 8; ++i) EXPECT_EQ(table.lookup(key(i)).payload, i);
-  for (std::uint32_t i = 0; i < 256; ++i) {
-    EXPECT_EQ(table.lookup(IpGenPrefix(IpGenAddr::ip4(0xe8000000u + (i << 8)), 24)), Entry());
-  }
+TEST_F(MirraMapCorruption, DamagedErasedSlot_LookupsStillAnswerAndGrowthReportsIt) {
+  const long erasedSlot = MirraMapBackdoor::slotOf(table, key(7));
+  table.erase(key(7));
+  MirraMapBackdoor::damageStateAt(table, static_cast<std::size_t>(erasedSlot), 0xa5);
+  for (std::uint32_t i = 0; i < 7; ++i) EXPECT_EQ(table.lookup(key(i)).payload, i);
+  EXPECT_EQ(table.lookup(key(7)), Entry());
+  EXPECT_EQ(keysOf(table).size(), 7u);
   EXPECT_TRUE(handled.empty());
   const std::size_t slotsBefore = MirraMapBackdoor::slots(table);
   std::uint32_t added = 0;
   while (MirraMapBackdoor::slots(table) == slotsBefore) {
     table.insert(Entry{IpGenPrefix(IpGenAddr::ip4(0xe1000000u + added++), 32), 0});
   }
-  EXPECT_EQ(handled, std::vector<std::string>{message});
-  EXPECT_EQ(table.members(), 8u + added);
+  EXPECT_EQ(handled, std::vector<std::string>{"slot " + std::to_string(erasedSlot) + " of " +
+                                              std::to_string(slotsBefore) + " fails its checksum"});
+  EXPECT_EQ(table.members(), 7u + added);
+}
+
+TEST_F(MirraMapCorruption, DamagedIndexEntry_LookupOfItsKeyReportsAndWriterRepairs) {
+  const std::string message = "index entry " +
+                              std::to_string(MirraMapBackdoor::entryOf(table, key(2))) + " of " +
+                              std::to_string(MirraMapBackdoor::entries(table)) + " fails its check";
+  ASSERT_TRUE(MirraMapBackdoor::damageEntry(table, key(2)));
+  EXPECT_EQ(lookupFailure(table, key(2)), message);
+  EXPECT_TRUE(table.insert(Entry{key(2), 20}));
+  EXPECT_EQ(handled, (std::vector<std::string>{message, message}));
+  EXPECT_EQ(table.lookup(key(2)).payload, 20u);
+  EXPECT_EQ(table.members(), 8u);
 }
 
 TEST_F(MirraMapCorruption, WriterRewritesDamagedKey_ReportsOnceAndRepairs) {

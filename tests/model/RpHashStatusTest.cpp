@@ -149,6 +149,98 @@ TEST(RpHashStatus, CorruptedEntry_ReaderGetsExceptionAndHandlerRecordsMessage) {
   EXPECT_EQ(table->rpHash(IpGenPrefix("232.0.0.0/8")).address(), IpGenAddr("10.0.0.2"));
 }
 
+TEST(RpHashStatus, Iteration_AscendingPrefixOrderIPv4BeforeIPv6) {
+  Kel::Ptr<RpHashStatus> table(new RpHashStatus);
+  for (const char* prefix : {"ff3e::/32", "239.1.0.0/16", "232.0.0.0/8", "239.0.0.0/8"}) {
+    table->rpHashIs(entryFor(prefix, "10.0.0.1"));
+  }
+  std::vector<std::string> keys;
+  for (const RpHash& entry : table->rpHash()) keys.push_back(entry.key().valueToStrep());
+  EXPECT_EQ(keys,
+            (std::vector<std::string>{"232.0.0.0/8", "239.0.0.0/8", "239.1.0.0/16", "ff3e::/32"}));
+}
+
+TEST(RpHashStatus, RpHashFrom_VanishedBookmarkResumesAtNextKey) {
+  Kel::Ptr<RpHashStatus> table(new RpHashStatus);
+  for (const char* prefix : {"232.0.0.0/8", "239.0.0.0/8", "239.1.0.0/16"}) {
+    table->rpHashIs(entryFor(prefix, "10.0.0.1"));
+  }
+  const IpGenPrefix bookmark("239.0.0.0/8");
+  EXPECT_EQ(table->rpHashFrom(bookmark)->key(), bookmark);
+  table->rpHashDel(bookmark);
+  EXPECT_EQ(table->rpHashFrom(bookmark)->key(), IpGenPrefix("239.1.0.0/16"));
+  EXPECT_EQ(table->rpHashFrom(IpGenPrefix("239.2.0.0/16")), table->rpHash().end());
+}
+
+TEST(RpHashStatus, ForEachRpHashWithin_VisitsThePrefixAndWhatItContainsOnly) {
+  Kel::Ptr<RpHashStatus> table(new RpHashStatus);
+  for (const char* prefix : {"224.0.0.0/4", "239.0.0.0/8", "239.0.0.0/16", "239.1.2.3/32",
+                             "239.255.0.0/16", "240.0.0.0/8", "ff3e::/32"}) {
+    table->rpHashIs(entryFor(prefix, "10.0.0.1"));
+  }
+  std::vector<std::string> keys;
+  table->forEachRpHashWithin(IpGenPrefix("239.0.0.0/8"), [&](const RpHash& entry) {
+    keys.push_back(entry.key().valueToStrep());
+  });
+  EXPECT_EQ(keys, (std::vector<std::string>{"239.0.0.0/8", "239.0.0.0/16", "239.1.2.3/32",
+                                            "239.255.0.0/16"}));
+}
+
+TEST(RpHashStatus, ForEachRpHashWithin_VisitorDeletesEachEntry_WalkCompletes) {
+  Kel::Ptr<RpHashStatus> table(new RpHashStatus);
+  for (unsigned i = 0; i < 200; ++i) {
+    table->rpHashIs(RpHash(IpGenPrefix::hostPrefix(IpGenAddr::ip4(0xef000000u + i)),
+                           IpGenAddr("10.0.0.1"), 10, 30, false, modePimSm));
+  }
+  table->rpHashIs(entryFor("239.0.1.0/24", "10.0.0.1"));
+  std::size_t visited = 0;
+  table->forEachRpHashWithin(IpGenPrefix("239.0.0.0/24"), [&](const RpHash& entry) {
+    ++visited;
+    table->rpHashDel(entry.key());
+  });
+  EXPECT_EQ(visited, 200u);
+  EXPECT_EQ(table->rpHashs(), 1u);
+}
+
+TEST(RpHashStatus, WriterRewritesCorruptedEntry_NotifiesAndReadsAgain) {
+  Kel::Ptr<RpHashStatus> table(new RpHashStatus);
+  table->rpHashIs(entryFor("239.0.0.0/8", "10.0.0.1"));
+  Mirra::testing::MirraMapBackdoor::damageValue(table->rpHash(), IpGenPrefix("239.0.0.0/8"));
+  Watcher watcher;
+  watcher.notifierIs(table);
+  table->rpHashIs(entryFor("239.0.0.0/8", "10.0.0.1"));
+  EXPECT_EQ(watcher.keys, std::vector<std::string>{"239.0.0.0/8"});
+  EXPECT_EQ(table->corruptions(), 1u);
+  EXPECT_EQ(table->rpHash(IpGenPrefix("239.0.0.0/8")), entryFor("239.0.0.0/8", "10.0.0.1"));
+  watcher.notifierIs(nullptr);
+}
+
+TEST(RpHashStatus, ReaderAttachmentDetects_RecordsItselfNotTheWriter) {
+  Kel::Ptr<RpHashStatus> table(new RpHashStatus);
+  table->rpHashIs(entryFor("239.0.0.0/8", "10.0.0.1"));
+  const auto reader = table->reader();
+  Mirra::testing::MirraMapBackdoor::damageValue(table->rpHash(), IpGenPrefix("239.0.0.0/8"));
+  EXPECT_THROW(reader.lookup(IpGenPrefix("239.0.0.0/8")), Mirra::CorruptionDetectedException);
+  EXPECT_EQ(reader.corruptions(), 1u);
+  EXPECT_EQ(table->corruptions(), 0u);
+  EXPECT_EQ(table->lastCorruption(), "");
+}
+
+TEST(RpHashStatus, CaughtCorruptionHandedBack_ReportedOnce) {
+  Kel::Ptr<RpHashStatus> table(new RpHashStatus);
+  table->rpHashIs(entryFor("239.0.0.0/8", "10.0.0.1"));
+  Mirra::testing::MirraMapBackdoor::damageValue(table->rpHash(), IpGenPrefix("239.0.0.0/8"));
+  Kel::TraceRing::instance().clear();
+  try {
+    table->rpHash(IpGenPrefix("239.0.0.0/8"));
+    FAIL() << "corruption went unnoticed";
+  } catch (const Mirra::CorruptionDetectedException& e) {
+    table->corruptionDetected(e.what());
+  }
+  EXPECT_EQ(table->corruptions(), 1u);
+  EXPECT_EQ(Kel::TraceRing::instance().lines("Debug").size(), 1u);
+}
+
 TEST(MirraMap, ReadyAndAdvertise_DebugMessagesAsWritten) {
   RpHashStatus::Table table;
   Kel::TraceRing::instance().clear();

@@ -64,14 +64,34 @@ class MirraMapBackdoor {
     std::memcpy(&map.storage_->slots[index].state, &byte, 1);
   }
 
-  // The number of slots in the array, and whether slot `index` is empty.
+  // The number of slots in the array.
   template <class Map>
   static std::size_t slots(const Map& map) {
     return map.storage_->slots.size();
   }
+
+  // The position of key's index entry, or -1 when key is absent; no verification.
+  template <class Map, class K>
+  static long entryOf(const Map& map, const K& key) {
+    const long slot = slotOf(map, key);
+    const auto& index = map.storage_->index;
+    for (std::size_t at = 0; slot >= 0 && at < index.size(); ++at) {
+      if (index[at].slot == static_cast<std::uint32_t>(slot)) return static_cast<long>(at);
+    }
+    return -1;
+  }
+  // The number of entries in the index.
   template <class Map>
-  static bool emptyAt(const Map& map, std::size_t index) {
-    return map.storage_->slots[index].state == Map::SlotState::empty;
+  static std::size_t entries(const Map& map) {
+    return map.storage_->index.size();
+  }
+  // Flips bits of the hash tag in key's index entry. Returns false when key is absent.
+  template <class Map, class K>
+  static bool damageEntry(const Map& map, const K& key) {
+    const long at = entryOf(map, key);
+    if (at < 0) return false;
+    map.storage_->index[static_cast<std::size_t>(at)].tag ^= 0x5a00u;
+    return true;
   }
 
  private:
