@@ -23,6 +23,18 @@ prefix=$scratch/prefix
 "$cmake" --install "$build_dir" --prefix "$prefix" >/dev/null
 "$prefix/bin/pimrp" --version
 
+# Installed headers include one another by their paths from the project root; each must be there.
+unresolved=0
+while IFS= read -r -d '' header; do
+  while IFS= read -r included; do
+    if [[ ! -f $prefix/include/pimrp/$included ]]; then
+      echo "${header#"$prefix/"} includes \"$included\", which is not installed" >&2
+      unresolved=$((unresolved + 1))
+    fi
+  done < <(sed -n 's/^[[:space:]]*#[[:space:]]*include[[:space:]]*"\([^"]*\)".*/\1/p' "$header")
+done < <(find "$prefix/include/pimrp" -name '*.h' -print0)
+((unresolved == 0)) || exit 1
+
 "$cmake" -S "$consumer_source" -B "$scratch/build" \
   -DCMAKE_PREFIX_PATH="$prefix" \
   -DCMAKE_CXX_COMPILER="$cxx_compiler" \
