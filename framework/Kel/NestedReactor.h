@@ -66,6 +66,9 @@ class NestedReactorBase {
  private:
   template <class, class, class>
   friend class NestedReactorCollection;
+  // A reactor nested in a nested reactor reads its owner's root owner.
+  template <class, class>
+  friend class NestedReactor;
 
   bool deleting_ = false;
 };
