@@ -55,8 +55,9 @@ void Clock::deliver(std::map<Slot, NotifieeConst*>::iterator next) const {
   schedule_.erase(next);
   reactor->timeMin_ = kNever;
   ++reactor->wakeupsDelivered_;
-  // The reactor may drop its own last reference from inside onTime.
-  Ptr<NotifieeBase> keepAlive = reactor->references() > 0 ? Ptr<NotifieeBase>(reactor) : nullptr;
+  // The reactor may drop its own last reference, or its owner's, from inside onTime: held like
+  // any dispatch holds its reactors (Entity.h invariant 3).
+  const ReactorHold hold(*reactor);
   if (reactor->isRegisteredNotifiee()) reactor->onTime();
 }
 

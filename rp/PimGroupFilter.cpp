@@ -1,0 +1,47 @@
+#include "rp/PimGroupFilter.h"
+
+#include "framework/Kel/Assert.h"
+#include "framework/Kel/Trace.h"
+
+namespace Routing {
+namespace Pim {
+namespace {
+
+const Kel::TraceFile& trace() {
+  static const Kel::TraceFile& file = Kel::TraceFile::named("PimGroupFilter");
+  return file;
+}
+
+}  // namespace
+
+GroupFilterStatus::GroupFilterStatus(Ipkit::AddressFamily af, Mode pimMode)
+    : af_(af), pimMode_(pimMode) {
+  handleInitialized();
+}
+
+Kel::Ptr<Routing::TrieGen> GroupFilterStatus::trieIs(const Kel::Name& name,
+                                                     Ipkit::AddressFamily af) {
+  trieIs(Kel::Ptr<Routing::TrieGen>(new Routing::TrieGen(name, af)));
+  return trie();
+}
+
+void GroupFilterStatus::handleInitialized() {
+  KEL_TRACE(trace(), 8, "handleInitialized(" << af() << ")");
+  KEL_ASSERT(trace(), pimMode() == modePimSm() || pimMode() == modePimBidir());
+  trieIs("GroupFilter", af());
+}
+
+bool GroupFilterStatus::permitGroup(const Ipkit::IpGenPrefix& group) const {
+  const bool found = trie() && !trie()->longestMatch(group).isNull();
+  KEL_TRACE(trace(), 8,
+            "permitGroup(" << group << "), Mode: " << pimMode()
+                           << ", Found: " << (found ? "true" : "false"));
+  return (pimMode() == modePimSm()) != found;
+}
+
+Kel::Ptr<GroupFilterStatus> groupFilterStatusFactory(Ipkit::AddressFamily af, Mode pimMode) {
+  return Kel::Ptr<GroupFilterStatus>(new GroupFilterStatus(af, pimMode));
+}
+
+}  // namespace Pim
+}  // namespace Routing
