@@ -31,8 +31,8 @@ TEST(TraceOption, BadRequests_QuoteTheText) {
   EXPECT_EQ(refusalOf("PimRpCompute=10"), "level '10' out of range 0..9");
   EXPECT_EQ(refusalOf("PimRpCompute="), "level '' out of range 0..9");
   EXPECT_EQ(refusalOf("Nope=1"),
-            "unknown trace file 'Nope' (known: all PimCrpGrpTrieBuilderSm PimRpCandidateStaticSm "
-            "PimRpCompute)");
+            "unknown trace file 'Nope' (known: all PimCrpGrpTrieBuilderSm PimGroupFilter "
+            "PimGroupFilterSm PimRpCandidateStaticSm PimRpCompute PimRpHashSm)");
 }
 
 TEST(TraceOption, All_ReachesTraceFilesNotYetUsed) {
