@@ -63,7 +63,7 @@ RpLocalSm::KelCrpStatus<source>::KelCrpStatus(RpLocalSm* owner,
 
 template <RpLocalSm::CrpSource source>
 void RpLocalSm::KelCrpStatus<source>::onCrpSet(const Ipkit::IpGenPrefix& prefix) {
-  auto& reactors = owner()->crpSetReactors<source>();
+  auto& reactors = owner()->template crpSetReactors<source>();
   const Kel::PtrConst<RpCandidateSet> set = notifier()->crpSet(prefix);
   const Kel::Ptr<KelCrpSet<source>> present = reactors.find(prefix);
   // A set replaced by another object under the same prefix needs a reactor on the new one.
@@ -74,7 +74,7 @@ void RpLocalSm::KelCrpStatus<source>::onCrpSet(const Ipkit::IpGenPrefix& prefix)
 
 template <RpLocalSm::CrpSource source>
 void RpLocalSm::KelCrpStatus<source>::onCrpSet() {
-  owner()->crpSetReactors<source>().resync(notifier()->crpSet());
+  owner()->template crpSetReactors<source>().resync(notifier()->crpSet());
 }
 
 template class RpLocalSm::KelCrpStatus<RpLocalSm::CrpSource::staticRp>;
