@@ -413,3 +413,61 @@ TEST_F(SessionTest, ConfigurationStatements_AnswerNothing) {
 }
 
 }  // namespace
+
+namespace {
+
+TEST_F(SessionTest, Wiring_ComputeOfAModeReadsTheFinalPerGroupTableOfThatMode) {
+  for (const auto af : {AddressFamily::ipv4, AddressFamily::ipv6}) {
+    FamilyWiring& family = session.family(af);
+    for (const Mode mode : {modePimSm, modePimBidir}) {
+      EXPECT_EQ(family.compute(mode)->rpHashStatus(),
+                family.table(HashSource::final, HashKind::groups, mode));
+      for (const HashSource source : {HashSource::staticRp, HashSource::bsr}) {
+        EXPECT_EQ(family.review(source, mode)->rpHashStatus(),
+                  family.table(source, HashKind::groups, mode));
+        EXPECT_EQ(family.review(source, mode)->rpPrefixHashStatus(),
+                  family.table(source, HashKind::prefixes, mode));
+        EXPECT_EQ(family.review(source, mode)->groupMrt(), family.groups());
+      }
+    }
+  }
+}
+
+TEST_F(SessionTest, GroupRange_KnowsEveryAddressAndNoGroupForgetsThem) {
+  apply("group 239.1.1.0/30");
+  apply("group ff05::1:0/127");
+  const auto& groups4 = session.family(AddressFamily::ipv4).groups()->group();
+  EXPECT_EQ(groups4.size(), 4u);
+  EXPECT_NE(groups4.findStored(IpGenAddr("239.1.1.3")), nullptr);
+  EXPECT_NE(
+      session.family(AddressFamily::ipv6).groups()->group().findStored(IpGenAddr("ff05::1:1")),
+      nullptr);
+  apply("no group 239.1.1.2/31");
+  EXPECT_EQ(groups4.size(), 2u);
+  EXPECT_EQ(groups4.findStored(IpGenAddr("239.1.1.3")), nullptr);
+}
+
+TEST_F(SessionTest, ClockManual_ShowsSeeUnreviewedGroupsUntilRun) {
+  apply("clock manual");
+  apply("rp-address 10.0.0.1 group 239.0.0.0/8");
+  apply("group 239.1.1.1");
+  const auto& table =
+      session.family(AddressFamily::ipv4).table(HashSource::final, HashKind::groups, modePimSm);
+  apply("show review");
+  EXPECT_EQ(table->rpHashs(), 0u);
+  apply("run");
+  EXPECT_EQ(table->rpHashs(), 1u);
+  EXPECT_EQ(table->rpHash(IpGenPrefix("239.1.1.1/32")).address(), IpGenAddr("10.0.0.1"));
+}
+
+TEST_F(SessionTest, RouteLocal_MakesTheRpLocalAndNoRouteTakesItAway) {
+  apply("rp-address 10.0.0.1 group 239.0.0.0/8");
+  apply("route 10.0.0.1/32 local Ethernet1");
+  const auto& local = session.family(AddressFamily::ipv4).localRpStatus()->localRpSet();
+  ASSERT_NE(local.findStored(IpGenAddr("10.0.0.1")), nullptr);
+  EXPECT_EQ((*local.findStored(IpGenAddr("10.0.0.1")))->intfId(), Ipkit::IntfId("Ethernet1"));
+  apply("no route 10.0.0.1/32");
+  EXPECT_EQ(local.findStored(IpGenAddr("10.0.0.1")), nullptr);
+}
+
+}  // namespace
