@@ -4,9 +4,7 @@
 // crash, hang, sanitizer report or leak is a finding, and so is a library refusal of a statement
 // the checks accepted.
 //
-// Known-group statements are the one cost that grows with a single line (a /12 names 1,048,576
-// groups, each reviewed eight times); this target skips those naming more than kMaxFuzzGroups so
-// that an input's time stays bounded by its length.
+// Known-group statements naming more than 256 groups are skipped (FuzzLimits.h).
 
 #include <cstddef>
 #include <cstdint>
@@ -18,6 +16,7 @@
 #include <variant>
 
 #include "framework/Kel/Exception.h"
+#include "fuzz/FuzzLimits.h"
 #include "tools/Interpreter.h"
 #include "tools/Output.h"
 #include "tools/Session.h"
@@ -27,27 +26,11 @@
 
 namespace {
 
-constexpr unsigned kMaxFuzzGroupBits = 8;
-
 class NullBuffer : public std::streambuf {
  protected:
   int overflow(int c) override { return c; }
   std::streamsize xsputn(const char*, std::streamsize count) override { return count; }
 };
-
-unsigned hostBits(const Ipkit::IpGenPrefix& prefix) {
-  return (prefix.af() == Ipkit::AddressFamily::ipv4 ? 32 : 128) - prefix.len();
-}
-
-bool tooManyGroups(const PimrpTool::Statement& statement) {
-  if (const auto* s = std::get_if<PimrpTool::GroupStatement>(&statement)) {
-    return hostBits(s->group.value) > kMaxFuzzGroupBits;
-  }
-  if (const auto* s = std::get_if<PimrpTool::NoGroupStatement>(&statement)) {
-    return hostBits(s->group.value) > kMaxFuzzGroupBits;
-  }
-  return false;
-}
 
 // Applies one statement; a library refusal of an accepted statement is a finding.
 void apply(PimrpTool::Session& session, PimrpTool::Output& output,
@@ -101,7 +84,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (line.size() > PimrpTool::kMaxLineLength) break;
     try {
       const auto statement = PimrpTool::parseStatement(line);
-      if (!statement || tooManyGroups(*statement)) continue;
+      if (!statement || PimrpFuzz::namesTooManyGroups(*statement)) continue;
       validator.check(*statement);
       apply(session, *output, *statement);
     } catch (const PimrpTool::StatementError&) {
