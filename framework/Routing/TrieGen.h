@@ -22,6 +22,10 @@
 //     trie no longer fits in cache. The table always agrees with the nodes: a change at depth
 //     d <= kStrideBits rewrites the 2^(kStrideBits - d) entries under it (a fixed bound, not a
 //     scan of routes). The table takes 512 KiB; below kStrideOffNodes nodes it is dropped again.
+//  7. changedRoute is an announcement, not part of the routes: whoever owns the routes sets it to
+//     each route it has added, replaced or withdrawn, once the change is complete everywhere the
+//     owner keeps routes, and every such call notifies onChangedRoute() (the same prefix twice
+//     included: each call reports a separate change). The trie never sets it itself.
 
 #include <cstddef>
 #include <cstdint>
@@ -29,13 +33,20 @@
 
 #include "framework/Ipkit/AddressFamily.h"
 #include "framework/Ipkit/IpGenPrefix.h"
+#include "framework/Kel/Attribute.h"
+#include "framework/Kel/Entity.h"
 #include "framework/Kel/Ptr.h"
 #include "framework/Kel/String.h"
 
 namespace Routing {
 
-class TrieGen : public Kel::PtrInterface {
+class TrieGen : public Kel::Entity {
  public:
+  class NotifieeConst : public Kel::Notifiee<TrieGen> {
+   public:
+    KEL_ON(ChangedRoute)
+  };
+
   // REQUIRES: af is ipv4 or ipv6.
   TrieGen(const Kel::Name& name, Ipkit::AddressFamily af);
 
@@ -55,6 +66,17 @@ class TrieGen : public Kel::PtrInterface {
   // The value stored for exactly this prefix, 0 when it has no route (or is of another family).
   std::uint32_t route(const Ipkit::IpGenPrefix& prefix) const;
   bool hasRoute(const Ipkit::IpGenPrefix& prefix) const;
+
+  // The last route announced as changed (invariant 7); the empty prefix before the first. Not a
+  // declared scalar: a declared scalar stays silent when given the prefix it holds, while here
+  // each call is an event of its own (a route added and then withdrawn is announced twice).
+  const Ipkit::IpGenPrefix& changedRoute() const { return changedRoute_; }
+  // REQUIRES: prefix.af() == af().
+  void changedRouteIs(const Ipkit::IpGenPrefix& prefix) {
+    keyOf(prefix);  // refuses another family like every other write
+    changedRoute_ = prefix;
+    notify(&NotifieeConst::onChangedRoute);
+  }
 
   std::size_t nodes() const { return nodes_.size() - freeNodes_; }
   std::size_t routes() const { return routes_; }
@@ -130,6 +152,7 @@ class TrieGen : public Kel::PtrInterface {
   std::size_t freeNodes_ = 0;
   std::size_t routes_ = 0;
   std::vector<Slot> stride_;  // empty while the trie is small
+  Ipkit::IpGenPrefix changedRoute_;
 };
 
 }  // namespace Routing

@@ -1,0 +1,31 @@
+#pragma once
+// Routing::Pim::RpLocalInfo: one candidate RP address that is an address of this router, with the
+// interface on which it is local. Written by RpLocalSm only.
+
+#include "framework/Ipkit/IntfId.h"
+#include "framework/Ipkit/IpGenAddr.h"
+#include "framework/Kel/Attribute.h"
+#include "framework/Kel/Entity.h"
+
+namespace Routing {
+namespace Pim {
+
+class RpLocalInfo : public Kel::Entity {
+ public:
+  class NotifieeConst : public Kel::Notifiee<RpLocalInfo> {
+   public:
+    KEL_ON(IntfId)
+  };
+
+  explicit RpLocalInfo(const Ipkit::IpGenAddr& address) : address_(address) {}
+
+  const Ipkit::IpGenAddr& address() const { return address_; }
+
+  KEL_SCALAR(intfId, IntfId, Ipkit::IntfId(), Ipkit::IntfId)
+
+ private:
+  const Ipkit::IpGenAddr address_;
+};
+
+}  // namespace Pim
+}  // namespace Routing
