@@ -73,7 +73,7 @@ class IpGenPrefix {
   [[noreturn]] static void refuseLength(const IpGenAddr& addr, unsigned len);
 
   int compare(const IpGenPrefix& other) const {
-    if (addr_ != other.addr_) return addr_ < other.addr_ ? -1 : 1;
+    if (const int byAddress = addr_.compare(other.addr_)) return byAddress;
     if (len_ != other.len_) return len_ < other.len_ ? -1 : 1;
     return 0;
   }
