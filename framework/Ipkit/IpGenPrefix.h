@@ -44,8 +44,16 @@ class IpGenPrefix {
   explicit IpGenPrefix(const Kel::String& text);
   IpGenPrefix(Kel::String::const_iterator first, Kel::String::const_iterator last);
 
-  // REQUIRES: addr is not the unknown address.
-  static IpGenPrefix hostPrefix(const IpGenAddr& addr);
+  // REQUIRES: addr is not the unknown address (else as the constructor refuses it).
+  // Inline and without clearing bytes one at a time: a host address has no host bits (IPv4
+  // addresses keep bytes 4..15 zero), and every table lookup of a group builds one.
+  static IpGenPrefix hostPrefix(const IpGenAddr& addr) {
+    if (addr.af() == AddressFamily::ipunknown) refuseLength(addr, 128u);
+    IpGenPrefix host;
+    host.addr_ = addr;
+    host.len_ = static_cast<std::uint8_t>(addr.af() == AddressFamily::ipv4 ? 32u : 128u);
+    return host;
+  }
 
   AddressFamily af() const { return addr_.af(); }
   const IpGenAddr& address() const { return addr_; }
