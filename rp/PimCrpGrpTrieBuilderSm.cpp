@@ -7,10 +7,7 @@ namespace Routing {
 namespace Pim {
 namespace {
 
-const Kel::TraceFile& trace() {
-  static const Kel::TraceFile& file = Kel::TraceFile::named("PimCrpGrpTrieBuilderSm");
-  return file;
-}
+KEL_TRACE_FILE(trace, "PimCrpGrpTrieBuilderSm")
 
 }  // namespace
 

@@ -69,41 +69,16 @@ Kel::Ptr<RpCandidateSm::KelAcl> RpCandidateSm::aclIs(
   return acl_.insertNew(aclConfig->name(), aclConfig).first;
 }
 
-Kel::Ptr<RpStaticAcl> RpCandidateSm::rpStaticAclIs(const Kel::Name& name) {
-  const auto inserted =
-      rpStaticAcl_.insertNew(name, [&] { return Kel::Ptr<RpStaticAcl>(new RpStaticAcl(name)); });
-  const Kel::Ptr<RpStaticAcl>& rpStaticAcl = inserted.first;
-  if (!inserted.second) return rpStaticAcl;
-  KEL_TRACE(trace(), 8, vrfTag() << "Created RpStaticAcl object for acl " << name);
+void RpCandidateSm::rpStaticAclCreated(const Kel::Ptr<RpStaticAcl>& rpStaticAcl) {
+  KEL_TRACE(trace(), 8,
+            vrfTag() << "Created RpStaticAcl object for acl " << rpStaticAcl->aclName());
   rpStaticAclSmIs(rpStaticAcl)->initializeIs(true);
-  return rpStaticAcl;
-}
-
-void RpCandidateSm::rpStaticAclDel(const Kel::Name& name) {
-  rpStaticAclSmDel(name);
-  rpStaticAcl_.erase(name);
-}
-
-void RpCandidateSm::rpStaticAclDelAll() {
-  while (!rpStaticAcl_.empty()) rpStaticAclDel((*rpStaticAcl_.begin()).first);
 }
 
 Kel::Ptr<RpCandidateSm::KelRpStaticAclSm> RpCandidateSm::rpStaticAclSmIs(
     const Kel::Ptr<RpStaticAcl>& rpStaticAcl) {
   Kel::requireEntity(rpStaticAcl, kClassName, "rpStaticAclSm");
   return rpStaticAclSm_.insertNew(rpStaticAcl->aclName(), rpStaticAcl).first;
-}
-
-Kel::Ptr<PrefixRefCount> RpCandidateSm::pfxRefCountIs(const Ipkit::IpGenAddr& address) {
-  return pfxRefCount_
-      .insertNew(address, [&] { return Kel::Ptr<PrefixRefCount>(new PrefixRefCount(address)); })
-      .first;
-}
-
-void RpCandidateSm::pfxRefCountDel(const Ipkit::IpGenAddr& address) { pfxRefCount_.erase(address); }
-
-void RpCandidateSm::pfxRefCountDelAll() {
-  pfxRefCount_.eraseAll([](const Ipkit::IpGenAddr&) {});
 }
 
 void RpCandidateSm::handleInitialize() {
@@ -155,11 +130,6 @@ Kel::PtrConst<RpEntry> RpCandidateSm::doRpEntryOf(const Ipkit::IpGenAddr& addres
     if (reactor->notifier()) return reactor->notifier();
   }
   return rpConfig_->rpTable(address);
-}
-
-Kel::Ptr<RpStaticAcl> RpCandidateSm::doRpStaticAclMutable(const Kel::Name& name) const {
-  const auto* stored = rpStaticAcl_.findStored(name);
-  return stored ? *stored : nullptr;
 }
 
 void RpCandidateSm::doRefCountIs(const Ipkit::IpGenAddr& rp, const Ipkit::IpGenPrefix& prefix) {

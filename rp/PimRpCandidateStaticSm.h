@@ -45,6 +45,7 @@
 #include "framework/Ipkit/IpGenAddr.h"
 #include "framework/Ipkit/IpGenPrefix.h"
 #include "framework/Ipkit/IpGenPrefixSet.h"
+#include "framework/Kel/Attribute.h"
 #include "framework/Kel/Collection.h"
 #include "framework/Kel/Entity.h"
 #include "framework/Kel/NestedReactor.h"
@@ -144,6 +145,11 @@ class RpCandidateSm : public Kel::ReactorOwner {
     void doGroupRemove(const Ipkit::IpGenPrefix& prefix);
     void doAclAdd(const Kel::String& name);
     void doAclRemove(const Kel::String& name);
+    // The one piece behind handleGroup(prefix) and handleAcl(name): adds `key` when the entry's
+    // collection `held` holds it, removes it otherwise; nothing once the reactor is detached.
+    template <class Key, class Held>
+    void doFollowKey(const Key& key, const Held& (RpEntry::*held)() const,
+                     void (KelRpEntry::*add)(const Key&), void (KelRpEntry::*remove)(const Key&));
     // The group-add writes of all three values (invariant 3).
     void doWriteGroupValues(const RpEntry& config, RpCandidate& candidate,
                             const Ipkit::IpGenPrefix& prefix) const;
@@ -261,16 +267,11 @@ class RpCandidateSm : public Kel::ReactorOwner {
   // A null list is refused.
   Kel::Ptr<KelAcl> aclIs(const Kel::PtrConst<Acl::AclConfig>& aclConfig);
 
-  const RpStaticAclCollection& rpStaticAcl() const { return rpStaticAcl_; }
-  Kel::PtrConst<RpStaticAcl> rpStaticAcl(const Kel::Name& name) const {
-    return rpStaticAcl_.find(name);
-  }
-  // Returns the RpStaticAcl of `name`, creating it and its reactor when absent; a new one is
-  // filled from the access-list configuration at once (its reactor's initialize goes to true).
-  Kel::Ptr<RpStaticAcl> rpStaticAclIs(const Kel::Name& name);
-  // Deletes the entity and its reactor.
-  void rpStaticAclDel(const Kel::Name& name);
-  void rpStaticAclDelAll();
+  // rpStaticAcl(), rpStaticAcl(name), rpStaticAclMutable(name), rpStaticAclDel(name) (deletes
+  // the entity and its reactor), rpStaticAclDelAll(), and rpStaticAclIs(name), which returns the
+  // RpStaticAcl of `name`, creating it and its reactor when absent; a new one is filled from the
+  // access-list configuration at once (its reactor's initialize goes to true).
+  KEL_OWNED_COLLECTION_HOOKED(rpStaticAcl, RpStaticAclCollection)
 
   // rpStaticAclSm(), rpStaticAclSm(name), rpStaticAclSmDel(name), rpStaticAclSmDelAll().
   KEL_NESTED_REACTORS(rpStaticAclSm, RpCandidateSm, KelRpStaticAclSm, Kel::Name)
@@ -278,14 +279,10 @@ class RpCandidateSm : public Kel::ReactorOwner {
   // reactor starts with initialize false (rpStaticAclIs sets it). A null entity is refused.
   Kel::Ptr<KelRpStaticAclSm> rpStaticAclSmIs(const Kel::Ptr<RpStaticAcl>& rpStaticAcl);
 
-  const PfxRefCountCollection& pfxRefCount() const { return pfxRefCount_; }
-  Kel::PtrConst<PrefixRefCount> pfxRefCount(const Ipkit::IpGenAddr& address) const {
-    return pfxRefCount_.find(address);
-  }
-  // Returns the counts of one RP, creating them when absent.
-  Kel::Ptr<PrefixRefCount> pfxRefCountIs(const Ipkit::IpGenAddr& address);
-  void pfxRefCountDel(const Ipkit::IpGenAddr& address);
-  void pfxRefCountDelAll();
+  // The counts of each RP: pfxRefCount(), pfxRefCount(address), pfxRefCountIs(address)
+  // (created when absent), pfxRefCountMutable(address), pfxRefCountDel(address),
+  // pfxRefCountDelAll().
+  KEL_OWNED_COLLECTION(pfxRefCount, PfxRefCountCollection)
 
   // Once: marks the status static and, over a status that survived a previous reactor, rebuilds
   // the list objects and deletes the candidates no longer configured.
@@ -311,8 +308,9 @@ class RpCandidateSm : public Kel::ReactorOwner {
   // The entry of RP `address` as its reactor sees it (it may already have left rpTable), or the
   // one in rpTable, or null.
   Kel::PtrConst<RpEntry> doRpEntryOf(const Ipkit::IpGenAddr& address) const;
-  // The owner's own handle on an RpStaticAcl, or null.
-  Kel::Ptr<RpStaticAcl> doRpStaticAclMutable(const Kel::Name& name) const;
+  // A new RpStaticAcl brings its reactor, which fills it; its deletion takes the reactor along.
+  void rpStaticAclCreated(const Kel::Ptr<RpStaticAcl>& rpStaticAcl);
+  void rpStaticAclDeleting(const Kel::Name& name) { rpStaticAclSmDel(name); }
   // Creates R's counts when absent, with a zero counter for `prefix`.
   void doRefCountIs(const Ipkit::IpGenAddr& rp, const Ipkit::IpGenPrefix& prefix);
   // Creates the set of `prefix` and R's candidate in it when absent; a new candidate gets the
@@ -326,8 +324,6 @@ class RpCandidateSm : public Kel::ReactorOwner {
   void doCandidateRelease(const Ipkit::IpGenAddr& rp, const Ipkit::IpGenPrefix& prefix);
   // Whether R's configuration still gives it `prefix`, explicitly or through a list.
   bool doServes(const RpEntry& entry, const Ipkit::IpGenPrefix& prefix) const;
-  // The prefixes `subConfig`'s rules permit, folded in sequence order, added to `out`.
-  static void doPermittedPrefixes(const Acl::AclSubConfig& subConfig, Ipkit::IpGenPrefixSet& out);
 
   const Kel::PtrConst<RpConfig> rpConfig_;
   const Kel::PtrConst<Acl::AclTypeConfig> aclConfig_;
@@ -341,8 +337,6 @@ class RpCandidateSm : public Kel::ReactorOwner {
 
   Kel::NestedReactorPtr<KelRpConfig> kelRpConfig_;
   Kel::NestedReactorPtr<KelAclConfig> kelAclConfig_;
-  RpStaticAclCollection rpStaticAcl_;
-  PfxRefCountCollection pfxRefCount_;
 };
 
 Kel::Ptr<RpCandidateSm> rpCandidateSmFactory(const Kel::PtrConst<RpConfig>& rpConfig,

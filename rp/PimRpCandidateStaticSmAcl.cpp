@@ -2,6 +2,7 @@
 // a list's permitted set into the static status, for every RP that uses the list, with the
 // reference counts deciding when a candidate really goes.
 
+#include "framework/Acl/AclToPrefix.h"
 #include "framework/Kel/Assert.h"
 #include "rp/PimRpCandidateStaticSm.h"
 
@@ -39,7 +40,7 @@ void RpCandidateSm::KelRpStaticAclSm::handleInitialize() {
   const auto subConfig = aclConfig->currCfg();
   if (!subConfig) return;
   Ipkit::IpGenPrefixSet permitted;
-  doPermittedPrefixes(*subConfig, permitted);
+  AclPrefix::AclToPrefix::listToPrefixes(*subConfig, permitted);
   for (const auto& prefix : permitted) {
     // Each new entry notifies this reactor, which gives the prefix to the list's RPs.
     rpStaticAcl_->grpPrefixIs(prefix, true);

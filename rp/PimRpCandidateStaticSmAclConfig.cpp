@@ -9,17 +9,6 @@ namespace Routing {
 namespace Pim {
 namespace Static {
 
-void RpCandidateSm::doPermittedPrefixes(const Acl::AclSubConfig& subConfig,
-                                        Ipkit::IpGenPrefixSet& out) {
-  AclPrefix::AclToPrefix folder;
-  for (const auto& [sequence, id] : subConfig.ruleBySequence()) {
-    // Every sequence entry is folded. One whose rule is not written reads as the default rule,
-    // which denies everything: a list must never permit more than its written rules say.
-    folder.handleRule(subConfig.ipRuleById(id), false);
-  }
-  folder.PermittedPrefixes(out);
-}
-
 void RpCandidateSm::handleAclConfig() {
   KEL_TRACE(trace(), 9, vrfTag() << __PRETTY_FUNCTION__);
   for (const auto& [name, rpStaticAcl] : rpStaticAcl_) {
@@ -30,7 +19,7 @@ void RpCandidateSm::handleAclConfig() {
 
 void RpCandidateSm::handleAclConfig(const Kel::Name& name) {
   KEL_TRACE(trace(), 9, vrfTag() << __PRETTY_FUNCTION__ << " ( " << name << " )");
-  const auto rpStaticAcl = doRpStaticAclMutable(name);
+  const auto rpStaticAcl = rpStaticAclMutable(name);
   if (!rpStaticAcl) return;
   const auto reactor = rpStaticAclSm(name);
   if (aclConfig_->acl(name)) {
@@ -91,14 +80,14 @@ void RpCandidateSm::KelAcl::handleCfg() {
 
 void RpCandidateSm::KelAcl::handleRule() {
   KEL_TRACE(trace(), 9, owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
-  const auto rpStaticAcl = owner()->doRpStaticAclMutable(name_);
+  const auto rpStaticAcl = owner()->rpStaticAclMutable(name_);
   // Without a current sub-configuration the list keeps what it permitted: a sub-configuration
   // being replaced must not take every prefix from its RPs and give them back a moment later.
   const auto subConfig = notifier() ? notifier()->currCfg() : nullptr;
   if (!rpStaticAcl || !subConfig) return;
 
   Ipkit::IpGenPrefixSet permitted;
-  doPermittedPrefixes(*subConfig, permitted);
+  AclPrefix::AclToPrefix::listToPrefixes(*subConfig, permitted);
   for (const auto& [prefix, present] : rpStaticAcl->grpPrefix()) {
     if (!permitted.prefix(prefix)) rpStaticAcl->grpPrefixDel(prefix);
   }

@@ -89,14 +89,7 @@ void RpCandidateSm::KelRpEntry::handleGroup() {
 void RpCandidateSm::KelRpEntry::handleGroup(const Ipkit::IpGenPrefix& prefix) {
   KEL_TRACE(trace(), 9,
             owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
-  const auto config = entry();
-  if (!config) return;
-  // Presence of the key decides; the stored flag is not consulted.
-  if (config->group().contains(prefix)) {
-    doGroupAdd(prefix);
-  } else {
-    doGroupRemove(prefix);
-  }
+  doFollowKey(prefix, &RpEntry::group, &KelRpEntry::doGroupAdd, &KelRpEntry::doGroupRemove);
 }
 
 void RpCandidateSm::KelRpEntry::handleAcl() {
@@ -110,13 +103,20 @@ void RpCandidateSm::KelRpEntry::handleAcl(const Kel::String& name) {
   KEL_TRACE(
       trace(), 9,
       owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << this->name() << " ( " << name << " )");
+  doFollowKey(name, &RpEntry::acl, &KelRpEntry::doAclAdd, &KelRpEntry::doAclRemove);
+}
+
+template <class Key, class Held>
+void RpCandidateSm::KelRpEntry::doFollowKey(const Key& key, const Held& (RpEntry::*held)() const,
+                                            void (KelRpEntry::*add)(const Key&),
+                                            void (KelRpEntry::*remove)(const Key&)) {
   const auto config = entry();
   if (!config) return;
-  // Presence of the key decides, as for groups: a present key is added again, whatever its flag.
-  if (config->acl().contains(name)) {
-    doAclAdd(name);
+  // Presence of the key decides; the stored flag is not consulted: a present key is added again.
+  if (((*config).*held)().contains(key)) {
+    (this->*add)(key);
   } else {
-    doAclRemove(name);
+    (this->*remove)(key);
   }
 }
 
@@ -180,7 +180,7 @@ void RpCandidateSm::KelRpEntry::doAclRemove(const Kel::String& name) {
   KEL_TRACE(
       trace(), 9,
       owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << this->name() << " ( " << name << " )");
-  const auto rpStaticAcl = owner()->doRpStaticAclMutable(name);
+  const auto rpStaticAcl = owner()->rpStaticAclMutable(name);
   // Not counted for this RP, so there is nothing of the list's to give back.
   if (!rpStaticAcl || !rpStaticAcl->rpAddr().contains(rpAddr_)) return;
   for (const auto& [prefix, permitted] : rpStaticAcl->grpPrefix()) {

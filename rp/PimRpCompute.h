@@ -18,11 +18,10 @@
 //  4. Not reentrant: a selection must not start from inside another (the scratch is shared).
 // Traces go to the trace file "PimRpCompute".
 
-#include <vector>
-
 #include "framework/Ipkit/AddressFamily.h"
 #include "framework/Ipkit/IpGenAddr.h"
 #include "framework/Ipkit/IpGenPrefix.h"
+#include "framework/Kel/Attribute.h"
 #include "framework/Kel/Collection.h"
 #include "framework/Kel/Entity.h"
 #include "framework/Kel/String.h"
@@ -49,9 +48,8 @@ class RpCompute : public Kel::Entity {
   const Kel::PtrConst<RpCandidateStatus>& crp() const { return crp_; }
   const Kel::PtrConst<RpConfig>& rpConfig() const { return rpConfig_; }
 
-  const Kel::Ptr<Routing::TrieGen>& grpTrie() const { return grpTrie_; }
-  Kel::Ptr<Routing::TrieGen> grpTrieIs(const Kel::Name& name, Ipkit::AddressFamily af);
-  void grpTrieDel() { grpTrie_ = nullptr; }
+  // grpTrie(), grpTrieIs(name, af) (created when absent, else the one held), grpTrieDel().
+  KEL_OWNED(grpTrie, Kel::create<Routing::TrieGen>, Kel::Ptr<Routing::TrieGen>)
 
   // The RP of one group: doComputeRpFromPrefix of its host prefix.
   RpCandidateInfo doComputeRp(const Ipkit::IpGenAddr& groupAddr);
@@ -74,44 +72,21 @@ class RpCompute : public Kel::Entity {
   // REQUIRES: hashMaskSet holds a candidate.
   Ipkit::IpGenAddr doHighestIpRpMatch(const Kel::PtrConst<RpHashMaskSet>& hashMaskSet);
 
-  const RpPrioritySetCollection& rpPrioritySet() const { return rpPrioritySet_; }
-  Kel::PtrConst<RpPrioritySet> rpPrioritySet(RpPriority priority) const {
-    return rpPrioritySet_.find(priority);
-  }
-  Kel::Ptr<RpPrioritySet> rpPrioritySetIs(RpPriority priority);
-  void rpPrioritySetDel(RpPriority priority) { rpPrioritySet_.erase(priority); }
-  // Empties the collection; sets nobody else holds are kept, emptied, for reuse.
-  void rpPrioritySetDelAll();
+  // The per-selection scratch: rpPrioritySet(), rpPrioritySet(priority),
+  // rpPrioritySetIs(priority), rpPrioritySetDel(priority), rpPrioritySetDelAll() (sets nobody
+  // else holds are kept, emptied, for the next selection), and the same for rpHashMaskSet.
+  KEL_SCRATCH_COLLECTION(rpPrioritySet, RpPrioritySetCollection)
+  KEL_SCRATCH_COLLECTION(rpHashMaskSet, RpHashMaskSetCollection)
   U32 rpPrioritySets() const { return static_cast<U32>(rpPrioritySet_.size()); }
-
-  const RpHashMaskSetCollection& rpHashMaskSet() const { return rpHashMaskSet_; }
-  Kel::PtrConst<RpHashMaskSet> rpHashMaskSet(U32 hashMask) const {
-    return rpHashMaskSet_.find(hashMask);
-  }
-  Kel::Ptr<RpHashMaskSet> rpHashMaskSetIs(U32 hashMask);
-  void rpHashMaskSetDel(U32 hashMask) { rpHashMaskSet_.erase(hashMask); }
-  // Empties the collection; sets nobody else holds are kept, emptied, for reuse.
-  void rpHashMaskSetDelAll();
   U32 rpHashMaskSets() const { return static_cast<U32>(rpHashMaskSet_.size()); }
 
-  const Kel::Ptr<CrpSet>& bidirRpSet() const { return bidirRpSet_; }
-  Kel::Ptr<CrpSet> bidirRpSetIs();
-  void bidirRpSetDel() { bidirRpSet_ = nullptr; }
-  const Kel::Ptr<CrpSet>& pimsmRpSet() const { return pimsmRpSet_; }
-  Kel::Ptr<CrpSet> pimsmRpSetIs();
-  void pimsmRpSetDel() { pimsmRpSet_ = nullptr; }
+  // The two mode sets: created by the first selection that matches a prefix, then kept.
+  KEL_OWNED(bidirRpSet, Kel::create<CrpSet>, Kel::Ptr<CrpSet>)
+  KEL_OWNED(pimsmRpSet, Kel::create<CrpSet>, Kel::Ptr<CrpSet>)
 
  private:
   const Kel::PtrConst<RpCandidateStatus> crp_;
-  Kel::Ptr<Routing::TrieGen> grpTrie_;
   const Kel::PtrConst<RpConfig> rpConfig_;
-  RpPrioritySetCollection rpPrioritySet_;
-  RpHashMaskSetCollection rpHashMaskSet_;
-  Kel::Ptr<CrpSet> bidirRpSet_;
-  Kel::Ptr<CrpSet> pimsmRpSet_;
-  // Emptied scratch sets for the next selection: once warm, a selection allocates none.
-  std::vector<Kel::Ptr<RpPrioritySet>> sparePrioritySets_;
-  std::vector<Kel::Ptr<RpHashMaskSet>> spareHashMaskSets_;
 };
 
 Kel::Ptr<RpCompute> rpComputeFactory(const Kel::PtrConst<RpCandidateStatus>& crp,

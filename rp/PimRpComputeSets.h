@@ -52,6 +52,8 @@ template <class V>
 class NamedRefSet : public CandidateRefSet {
  public:
   explicit NamedRefSet(V value) : value_(value) {}
+  // Empties the set before it waits for its next use.
+  void recycle() { rpDelAll(); }
   // REQUIRES: empty, and held by nobody but the caller.
   void reuseFor(V value) { value_ = value; }
 

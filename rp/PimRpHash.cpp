@@ -7,10 +7,7 @@ namespace Routing {
 namespace Pim {
 namespace {
 
-const Kel::TraceFile& trace() {
-  static const Kel::TraceFile& file = Kel::TraceFile::named("PimRpCompute");
-  return file;
-}
+KEL_TRACE_FILE(trace, "PimRpCompute")
 
 bool modeServed(Mode served, Mode candidate) {
   return served == modePimNone || served == candidate;
@@ -45,56 +42,38 @@ void RpHashComputeStatus::handleBsrCompute() {
   bsrTrieBuilderIs(bsrRpSet_, bsrComputeIs(bsrRpSet_, rpConfig_));
 }
 
-Kel::Ptr<RpCompute> RpHashComputeStatus::staticComputeIs(
-    const Kel::PtrConst<RpCandidateStatus>& crp, const Kel::PtrConst<RpConfig>& rpConfig) {
-  staticCompute_ = rpComputeFactory(crp, rpConfig);
-  return staticCompute_;
-}
-
-Kel::Ptr<GrpPrefixTrieBuilderSm> RpHashComputeStatus::staticTrieBuilderIs(
-    const Kel::PtrConst<RpCandidateStatus>& crpStatus, const Kel::Ptr<RpCompute>& compute) {
-  staticTrieBuilder_ = grpPrefixTrieBuilderSmFactory(crpStatus, compute);
-  return staticTrieBuilder_;
-}
-
-Kel::Ptr<RpCompute> RpHashComputeStatus::bsrComputeIs(const Kel::PtrConst<RpCandidateStatus>& crp,
-                                                      const Kel::PtrConst<RpConfig>& rpConfig) {
-  bsrCompute_ = rpComputeFactory(crp, rpConfig);
-  return bsrCompute_;
-}
-
-Kel::Ptr<GrpPrefixTrieBuilderSm> RpHashComputeStatus::bsrTrieBuilderIs(
-    const Kel::PtrConst<RpCandidateStatus>& crpStatus, const Kel::Ptr<RpCompute>& compute) {
-  bsrTrieBuilder_ = grpPrefixTrieBuilderSmFactory(crpStatus, compute);
-  return bsrTrieBuilder_;
-}
-
 Ipkit::IpGenAddr RpHashComputeStatus::rpHashCompute(const Ipkit::IpGenAddr& groupAddr,
                                                     const Ipkit::IpGenAddr& rpFromJoin) const {
   KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__ << "( " << groupAddr << " )");
-  Ipkit::IpGenAddr answer;
   // A group of unknown family has no table entry and no candidate; only the join can answer.
-  if (groupAddr.af() != Ipkit::ipunknown()) {
-    const RpHash entry =
-        rpHashStatus_ ? rpHashStatus_->rpHash(Ipkit::IpGenPrefix::hostPrefix(groupAddr)) : RpHash();
-    if (entry != RpHash()) {
-      answer = entry.address();
-      KEL_TRACE(trace(), 5, "Found RP " << answer << " in RpHash");
-    } else {
-      const RpCandidateInfo staticInfo =
-          staticCompute_ ? staticCompute_->doComputeRp(groupAddr) : RpCandidateInfo();
-      const RpCandidateInfo bsrInfo =
-          bsrRpSet_ && bsrCompute_ ? bsrCompute_->doComputeRp(groupAddr) : RpCandidateInfo();
-      const bool bsrHasNone = bsrInfo.address().af() == Ipkit::ipunknown();
-      if ((staticInfo.override() || bsrHasNone) && modeServed(pimMode_, staticInfo.mode())) {
-        answer = staticInfo.address();
-      } else if (modeServed(pimMode_, bsrInfo.mode())) {
-        answer = bsrInfo.address();
-      }
-      KEL_TRACE(trace(), 5, "Computed RP " << answer);
+  if (groupAddr.af() == Ipkit::ipunknown()) return doJoinAnswer(rpFromJoin);
+  if (rpHashStatus_) {
+    // The table hit is the path the agent takes most: one lookup, one test of what it found.
+    // A present entry carries its own key; the absence marker's key is null.
+    const RpHash entry = rpHashStatus_->rpHash(Ipkit::IpGenPrefix::hostPrefix(groupAddr));
+    if (!entry.key().isNull()) {
+      KEL_TRACE(trace(), 5, "Found RP " << entry.address() << " in RpHash");
+      if (entry.address().af() != Ipkit::ipunknown()) return entry.address();
+      return doJoinAnswer(rpFromJoin);
     }
   }
+  const RpCandidateInfo staticInfo =
+      staticCompute() ? staticCompute()->doComputeRp(groupAddr) : RpCandidateInfo();
+  const RpCandidateInfo bsrInfo =
+      bsrRpSet_ && bsrCompute() ? bsrCompute()->doComputeRp(groupAddr) : RpCandidateInfo();
+  const bool bsrHasNone = bsrInfo.address().af() == Ipkit::ipunknown();
+  Ipkit::IpGenAddr answer;
+  if ((staticInfo.override() || bsrHasNone) && modeServed(pimMode_, staticInfo.mode())) {
+    answer = staticInfo.address();
+  } else if (modeServed(pimMode_, bsrInfo.mode())) {
+    answer = bsrInfo.address();
+  }
+  KEL_TRACE(trace(), 5, "Computed RP " << answer);
   if (answer.af() != Ipkit::ipunknown()) return answer;
+  return doJoinAnswer(rpFromJoin);
+}
+
+Ipkit::IpGenAddr RpHashComputeStatus::doJoinAnswer(const Ipkit::IpGenAddr& rpFromJoin) const {
   KEL_TRACE(trace(), 5, "No RP in RpHash or computation. Returning Rp from join value");
   return rpFromJoin;
 }

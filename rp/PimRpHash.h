@@ -15,6 +15,7 @@
 // Traces go to the trace file "PimRpCompute".
 
 #include "framework/Ipkit/IpGenAddr.h"
+#include "framework/Kel/Attribute.h"
 #include "framework/Kel/Entity.h"
 #include "model/Pim/PimTypes.h"
 #include "model/Pim/RpCandidateStatus.h"
@@ -47,34 +48,23 @@ class RpHashComputeStatus : public Kel::Entity {
   Mode pimMode() const { return pimMode_; }
   const Kel::PtrConst<RpConfig>& rpConfig() const { return rpConfig_; }
 
-  const Kel::Ptr<RpCompute>& staticCompute() const { return staticCompute_; }
-  Kel::Ptr<RpCompute> staticComputeIs(const Kel::PtrConst<RpCandidateStatus>& crp,
-                                      const Kel::PtrConst<RpConfig>& rpConfig);
-  void staticComputeDel() { staticCompute_ = nullptr; }
-  const Kel::Ptr<GrpPrefixTrieBuilderSm>& staticTrieBuilder() const { return staticTrieBuilder_; }
-  Kel::Ptr<GrpPrefixTrieBuilderSm> staticTrieBuilderIs(
-      const Kel::PtrConst<RpCandidateStatus>& crpStatus, const Kel::Ptr<RpCompute>& compute);
-  void staticTrieBuilderDel() { staticTrieBuilder_ = nullptr; }
-
-  const Kel::Ptr<RpCompute>& bsrCompute() const { return bsrCompute_; }
-  Kel::Ptr<RpCompute> bsrComputeIs(const Kel::PtrConst<RpCandidateStatus>& crp,
-                                   const Kel::PtrConst<RpConfig>& rpConfig);
-  void bsrComputeDel() { bsrCompute_ = nullptr; }
-  const Kel::Ptr<GrpPrefixTrieBuilderSm>& bsrTrieBuilder() const { return bsrTrieBuilder_; }
-  Kel::Ptr<GrpPrefixTrieBuilderSm> bsrTrieBuilderIs(
-      const Kel::PtrConst<RpCandidateStatus>& crpStatus, const Kel::Ptr<RpCompute>& compute);
-  void bsrTrieBuilderDel() { bsrTrieBuilder_ = nullptr; }
+  // Each source's compute and trie builder: staticCompute(), staticComputeIs(crp, rpConfig)
+  // (created when absent, else the one held), staticComputeDel(); the same for
+  // staticTrieBuilderIs(crpStatus, compute), bsrCompute and bsrTrieBuilder.
+  KEL_OWNED(staticCompute, rpComputeFactory, Kel::Ptr<RpCompute>)
+  KEL_OWNED(staticTrieBuilder, grpPrefixTrieBuilderSmFactory, Kel::Ptr<GrpPrefixTrieBuilderSm>)
+  KEL_OWNED(bsrCompute, rpComputeFactory, Kel::Ptr<RpCompute>)
+  KEL_OWNED(bsrTrieBuilder, grpPrefixTrieBuilderSmFactory, Kel::Ptr<GrpPrefixTrieBuilderSm>)
 
  private:
+  // The caller's own RP, traced as the last resort.
+  Ipkit::IpGenAddr doJoinAnswer(const Ipkit::IpGenAddr& rpFromJoin) const;
+
   const Kel::PtrConst<RpCandidateStatus> staticRpSet_;
   const Kel::PtrConst<RpCandidateStatus> bsrRpSet_;
   const Kel::PtrConst<RpHashStatus> rpHashStatus_;
   const Mode pimMode_;
   const Kel::PtrConst<RpConfig> rpConfig_;
-  Kel::Ptr<RpCompute> staticCompute_;
-  Kel::Ptr<GrpPrefixTrieBuilderSm> staticTrieBuilder_;
-  Kel::Ptr<RpCompute> bsrCompute_;
-  Kel::Ptr<GrpPrefixTrieBuilderSm> bsrTrieBuilder_;
 };
 
 Kel::Ptr<RpHashComputeStatus> rpHashComputeStatusFactory(

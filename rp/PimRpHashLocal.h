@@ -12,11 +12,13 @@
 //  1. rp(addr) counts the candidate-set memberships of addr seen so far: each candidate added to a
 //     watched set, and each candidate met by a full scan (handleInitialized), adds one; each
 //     removal seen by a set reactor takes one off. A full scan counts again what is already
-//     counted, and deleting a whole set reactor counts nothing off; the pruning pass of the next
-//     handleInitialized is what removes table entries left without a candidate.
+//     counted, deleting a whole set reactor counts nothing off, and a removal that was never
+//     counted wraps the count below zero (unsigned), which reads as still named; the pruning pass
+//     of the next handleInitialized is what removes table entries left without a candidate.
 //  2. Candidate and route notifications add an address to localRpSet only when it is local and
 //     (route path) counted; they never rewrite the interface of an existing entry. Only
-//     handleInitialized replaces a changed interface, by pruning the entry and re-adding it.
+//     handleInitialized replaces a changed interface, by pruning the entry and re-adding it. An
+//     entry is inserted with its interface already set.
 //  3. Before the first shadow arrives (initialized() false) full scans do nothing; candidate
 //     notifications still count, and find nothing local.
 //  4. isLocal changes nothing; corrupt shared-table reads make an address not local.

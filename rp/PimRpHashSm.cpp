@@ -63,8 +63,7 @@ void RpHashSm::KelBsrHash::onRpHash(const Ipkit::IpGenPrefix& prefix) {
   owner()->handleBsrHash(prefix);
 }
 
-// ---- RpHashSm
-// -------------------------------------------------------------------------------------
+// ---- RpHashSm -----------------------------------------------------------------------------------
 
 RpHashSm::RpHashSm(Mode pimMode, const Kel::PtrConst<RpHashStatus>& staticHash,
                    const Kel::PtrConst<RpHashStatus>& bsrHash,
@@ -172,26 +171,24 @@ void RpHashSm::handleBsrHash(const Ipkit::IpGenPrefix& prefix) {
 
 void RpHashSm::handleStaticHashDel(const Ipkit::IpGenPrefix& prefix) {
   KEL_TRACE(trace(), 9, kHandleStaticHashDel);
-  const RpHash bsrEntry = bsrHash_->rpHash(prefix);
-  if (usable(bsrEntry)) {
-    KEL_TRACE(trace(), 5, "handleStaticHashDel: Adding " << bsrEntry);
-    rpHashIs(bsrEntry);
-    return;
-  }
-  KEL_TRACE(trace(), 5, "handleStaticHashDel: Deleting group " << prefix);
-  rpHashDel(prefix);
+  doFallBack(prefix, *bsrHash_, "handleStaticHashDel");
 }
 
 void RpHashSm::handleBsrHashDel(const Ipkit::IpGenPrefix& prefix) {
   KEL_TRACE(trace(), 9, kHandleBsrHashDel);
-  const RpHash staticEntry = staticHash_->rpHash(prefix);
   // The static entry is the only candidate left: its override flag does not matter (invariant 6).
-  if (usable(staticEntry)) {
-    KEL_TRACE(trace(), 5, "handleBsrHashDel: Adding " << staticEntry);
-    rpHashIs(staticEntry);
+  doFallBack(prefix, *staticHash_, "handleBsrHashDel");
+}
+
+void RpHashSm::doFallBack(const Ipkit::IpGenPrefix& prefix, const RpHashStatus& other,
+                          const char* handler) {
+  const RpHash otherEntry = other.rpHash(prefix);
+  if (usable(otherEntry)) {
+    KEL_TRACE(trace(), 5, handler << ": Adding " << otherEntry);
+    rpHashIs(otherEntry);
     return;
   }
-  KEL_TRACE(trace(), 5, "handleBsrHashDel: Deleting group " << prefix);
+  KEL_TRACE(trace(), 5, handler << ": Deleting group " << prefix);
   rpHashDel(prefix);
 }
 

@@ -110,6 +110,9 @@ class RpHashSm : public Kel::ReactorOwner {
   // own reads of table is handed to table's corruption handler and ends the walk.
   template <class Handle>
   static void doWalk(const RpHashStatus& table, Handle&& handle);
+  // One input no longer gives prefix an RP: the usable entry of `other` takes its place in the
+  // final table, or the final entry goes. `handler` names the caller in the traces.
+  void doFallBack(const Ipkit::IpGenPrefix& prefix, const RpHashStatus& other, const char* handler);
   // Writes the key then raises the counter of one request for address.
   void doAllocRequest(const Ipkit::IpGenAddr& address);
   void doDeallocRequest(const Ipkit::IpGenAddr& address);

@@ -53,10 +53,6 @@ IpGenPrefix::IpGenPrefix(Kel::String::const_iterator first, Kel::String::const_i
   *this = IpGenPrefix(addr, len);
 }
 
-IpGenPrefix IpGenPrefix::hostPrefix(const IpGenAddr& addr) {
-  return IpGenPrefix(addr, addr.af() == AddressFamily::ipv4 ? 32u : 128u);
-}
-
 Kel::String IpGenPrefix::valueToStrep() const {
   std::ostringstream os;
   os << *this;

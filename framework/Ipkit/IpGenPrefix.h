@@ -44,8 +44,16 @@ class IpGenPrefix {
   explicit IpGenPrefix(const Kel::String& text);
   IpGenPrefix(Kel::String::const_iterator first, Kel::String::const_iterator last);
 
-  // REQUIRES: addr is not the unknown address.
-  static IpGenPrefix hostPrefix(const IpGenAddr& addr);
+  // REQUIRES: addr is not the unknown address (else as the constructor refuses it).
+  // Inline and without clearing bytes one at a time: a host address has no host bits (IPv4
+  // addresses keep bytes 4..15 zero), and every table lookup of a group builds one.
+  static IpGenPrefix hostPrefix(const IpGenAddr& addr) {
+    if (addr.af() == AddressFamily::ipunknown) refuseLength(addr, 128u);
+    IpGenPrefix host;
+    host.addr_ = addr;
+    host.len_ = static_cast<std::uint8_t>(addr.af() == AddressFamily::ipv4 ? 32u : 128u);
+    return host;
+  }
 
   AddressFamily af() const { return addr_.af(); }
   const IpGenAddr& address() const { return addr_; }
@@ -73,7 +81,7 @@ class IpGenPrefix {
   [[noreturn]] static void refuseLength(const IpGenAddr& addr, unsigned len);
 
   int compare(const IpGenPrefix& other) const {
-    if (addr_ != other.addr_) return addr_ < other.addr_ ? -1 : 1;
+    if (const int byAddress = addr_.compare(other.addr_)) return byAddress;
     if (len_ != other.len_) return len_ < other.len_ ? -1 : 1;
     return 0;
   }

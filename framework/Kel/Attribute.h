@@ -29,6 +29,25 @@
 //       "null _name parameter to mutator for Ns::E::name not allowed"), nameMutable(key) (the
 //       writer's handle, or null), nameDel(key), nameDelAll(), nameNotify(key), nameNotify()
 //
+// In an owner that has no reactor interface of its own (a state machine), for what it alone
+// creates, holds and deletes; these notify nobody:
+//   KEL_OWNED(name, factory, Type...)   one object, held as Type (a Kel::Ptr):
+//       name() (null until created), nameIs(args...) (creates it as factory(args...) when absent;
+//       returns the one held), nameDel()
+//   KEL_OWNED_COLLECTION(name, Collection...)   (members stored as Kel::Ptr<M>)
+//       name(), name(key) (read-only, null when absent), nameIs(key) (creates M(key) or returns
+//       the member present), nameMutable(key), nameDel(key), nameDelAll() (one member at a time,
+//       lowest key first for ordered collections)
+//   KEL_OWNED_COLLECTION_HOOKED(name, Collection...)
+//       as KEL_OWNED_COLLECTION, for members that bring more with them: the owner declares
+//       void nameCreated(const Kel::Ptr<M>&), run after nameIs created a member, and
+//       void nameDeleting(key), run by nameDel before the member present is removed.
+//   KEL_SCRATCH_COLLECTION(name, Collection...)   for what one call fills and empties again, in
+//       a Kel::FlatCollection of Kel::Ptr<M>: as KEL_OWNED_COLLECTION, except that nameDelAll
+//       keeps each member nobody else holds, emptied by its recycle(), and nameIs(key) takes such
+//       a member back, renamed by its reuseFor(key), before it creates one: a warm owner
+//       allocates no member. M provides recycle() and reuseFor(key).
+//
 // Rules every generated mutator keeps (the framework's "only a change notifies"):
 //  1. Each mutator stores first and notifies after: a handler sees the new state.
 //  2. Storing what is already held stores and notifies nothing; nameIs(key) notifies only when it
@@ -40,14 +59,23 @@
 // Type and collection arguments come last, so that template types with commas need no alias.
 
 #include <type_traits>
+#include <utility>
+#include <vector>
 
 #include "framework/Kel/Exception.h"
+#include "framework/Kel/Ptr.h"
 
 namespace Kel {
 
 // How a handler receives a key: numbers and enums by value, everything else by const reference.
 template <class K>
 using HandlerArg = std::conditional_t<std::is_scalar_v<K>, K, const K&>;
+
+// The factory KEL_OWNED takes for a type built by its own constructor: Kel::create<T>.
+template <class T, class... Args>
+Ptr<T> create(const Args&... args) {
+  return Ptr<T>(new T(args...));
+}
 
 }  // namespace Kel
 
@@ -154,4 +182,85 @@ using HandlerArg = std::conditional_t<std::is_scalar_v<K>, K, const K&>;
     const auto value = static_cast<__VA_ARGS__::StoredType>(name##_.find(key) - n); \
     name##Is(key, value);                                                           \
     return value;                                                                   \
+  }
+
+#define KEL_OWNED(name, factory, ...)                 \
+ private:                                             \
+  __VA_ARGS__ name##_;                                \
+                                                      \
+ public:                                              \
+  const __VA_ARGS__& name() const { return name##_; } \
+  template <class... Args>                            \
+  __VA_ARGS__ name##Is(const Args&... args) {         \
+    if (!name##_) name##_ = factory(args...);         \
+    return name##_;                                   \
+  }                                                   \
+  void name##Del() { name##_ = nullptr; }
+
+#define KEL_OWNED_COLLECTION_HOOKED(name, ...)                                                   \
+ private:                                                                                        \
+  __VA_ARGS__ name##_;                                                                           \
+                                                                                                 \
+ public:                                                                                         \
+  const __VA_ARGS__& name() const { return name##_; }                                            \
+  __VA_ARGS__::ExposedType name(const __VA_ARGS__::Key& key) const { return name##_.find(key); } \
+  __VA_ARGS__::StoredType name##Is(const __VA_ARGS__::Key& key) {                                \
+    auto inserted = name##_.insertNew(key, [&key] {                                              \
+      return __VA_ARGS__::StoredType(new __VA_ARGS__::StoredType::Element(key));                 \
+    });                                                                                          \
+    if (inserted.second) name##Created(inserted.first);                                          \
+    return inserted.first;                                                                       \
+  }                                                                                              \
+  __VA_ARGS__::StoredType name##Mutable(const __VA_ARGS__::Key& key) const {                     \
+    const auto* stored = name##_.findStored(key);                                                \
+    return stored ? *stored : nullptr;                                                           \
+  }                                                                                              \
+  void name##Del(const __VA_ARGS__::Key& key) {                                                  \
+    if (!name##_.contains(key)) return;                                                          \
+    name##Deleting(key);                                                                         \
+    name##_.erase(key);                                                                          \
+  }                                                                                              \
+  void name##DelAll() {                                                                          \
+    while (!name##_.empty()) name##Del((*name##_.begin()).first);                                \
+  }
+
+#define KEL_OWNED_COLLECTION(name, ...)                 \
+ private:                                               \
+  void name##Created(const __VA_ARGS__::StoredType&) {} \
+  void name##Deleting(const __VA_ARGS__::Key&) {}       \
+  KEL_OWNED_COLLECTION_HOOKED(name, __VA_ARGS__)
+
+#define KEL_SCRATCH_COLLECTION(name, ...)                                                         \
+ private:                                                                                         \
+  __VA_ARGS__ name##_;                                                                            \
+  std::vector<__VA_ARGS__::StoredType> name##Spares_;                                             \
+                                                                                                  \
+ public:                                                                                          \
+  const __VA_ARGS__& name() const { return name##_; }                                             \
+  __VA_ARGS__::ExposedType name(const __VA_ARGS__::Key& key) const { return name##_.find(key); }  \
+  __VA_ARGS__::StoredType name##Is(const __VA_ARGS__::Key& key) {                                 \
+    return name##_                                                                                \
+        .insertNew(key,                                                                           \
+                   [this, &key] {                                                                 \
+                     if (name##Spares_.empty()) {                                                 \
+                       return __VA_ARGS__::StoredType(new __VA_ARGS__::StoredType::Element(key)); \
+                     }                                                                            \
+                     __VA_ARGS__::StoredType member = std::move(name##Spares_.back());            \
+                     name##Spares_.pop_back();                                                    \
+                     member->reuseFor(key);                                                       \
+                     return member;                                                               \
+                   })                                                                             \
+        .first;                                                                                   \
+  }                                                                                               \
+  __VA_ARGS__::StoredType name##Mutable(const __VA_ARGS__::Key& key) const {                      \
+    const auto* stored = name##_.findStored(key);                                                 \
+    return stored ? *stored : nullptr;                                                            \
+  }                                                                                               \
+  void name##Del(const __VA_ARGS__::Key& key) { name##_.erase(key); }                             \
+  void name##DelAll() {                                                                           \
+    name##_.clear([this](__VA_ARGS__::StoredType& member) {                                       \
+      if (member->references() != 1) return;                                                      \
+      member->recycle();                                                                          \
+      name##Spares_.push_back(std::move(member));                                                 \
+    });                                                                                           \
   }

@@ -278,6 +278,13 @@ class FlatCollection : public internal::CollectionBase<FlatCollection<K, Stored,
     slots_.clear();
     ++changes_;
   }
+  // As clear(), after handing each stored member, lowest key first, to take(Stored&), which may
+  // move it out. take must not change the collection.
+  template <class Take>
+  void clear(Take&& take) {
+    for (auto& slot : slots_) take(slot.second);
+    clear();
+  }
 
  private:
   K nextToErase() const { return slots_.front().first; }

@@ -86,6 +86,14 @@ class TraceRing {
 
 }  // namespace Kel
 
+// KEL_TRACE_FILE(function, "Name"): defines `const Kel::TraceFile& function()`, the handle of
+// the trace file "Name", looked up once.
+#define KEL_TRACE_FILE(function, name)                                            \
+  const ::Kel::TraceFile& function() {                                            \
+    static const ::Kel::TraceFile& kelTraceFile_ = ::Kel::TraceFile::named(name); \
+    return kelTraceFile_;                                                         \
+  }
+
 // KEL_TRACE(handle, level, a << b << c): writes a message built from the streamed pieces when
 // `level` is enabled for `handle`; otherwise evaluates nothing after the level test.
 #define KEL_TRACE(handle, level, ...)                                            \

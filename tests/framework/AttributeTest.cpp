@@ -1,5 +1,6 @@
 // The accessor family of declared attributes: scalars, counters, value and entity collections,
-// the whole-collection notification and the null-mutator refusal.
+// the whole-collection notification and the null-mutator refusal; the silent owned object and
+// owned collections of an owner without reactors.
 
 #include <gtest/gtest.h>
 
@@ -109,6 +110,76 @@ TEST(Attribute, Mutators_WithoutReactors_StoreOnly) {
   EXPECT_EQ(garage->tag(3), 4);
   EXPECT_EQ(garage->car("x")->colour(), "blue");
   EXPECT_EQ(garage->references(), 1u);
+}
+
+// An owner without reactors of its own: one lead car made from arguments, a garage made by its
+// default constructor, a plain collection of cars and a collection of spots whose creation and
+// deletion the owner hooks.
+class Depot {
+ public:
+  using SpotCollection = Kel::OrderedCollection<std::string, Kel::Ptr<Car>, Kel::PtrConst<Car>>;
+
+  KEL_OWNED(lead, Kel::create<Car>, Kel::Ptr<Car>)
+  KEL_OWNED(garage, Kel::create<Garage>, Kel::Ptr<Garage>)
+  KEL_OWNED_COLLECTION(car, Garage::CarCollection)
+  KEL_OWNED_COLLECTION_HOOKED(spot, SpotCollection)
+
+  std::vector<std::string> log;
+
+ private:
+  void spotCreated(const Kel::Ptr<Car>& car) { log.push_back("created " + car->name()); }
+  void spotDeleting(const std::string& name) {
+    log.push_back("deleting " + name + (spot(name) ? " present" : " absent"));
+  }
+};
+
+TEST(Attribute, Owned_IsCreatesWhenAbsentOnly_DelDrops) {
+  Depot depot;
+  EXPECT_FALSE(depot.lead());
+  const Kel::Ptr<Car> first = depot.leadIs(std::string("a"));
+  EXPECT_EQ(first->name(), "a");
+  EXPECT_EQ(depot.leadIs(std::string("b")), first);
+  EXPECT_EQ(depot.lead(), first);
+  depot.leadDel();
+  EXPECT_FALSE(depot.lead());
+  EXPECT_EQ(depot.leadIs(std::string("b"))->name(), "b");
+  const Kel::Ptr<Garage> garage = depot.garageIs();
+  EXPECT_EQ(depot.garageIs(), garage);
+  EXPECT_EQ(garage->references(), 2u);
+}
+
+TEST(Attribute, OwnedCollection_IsCreatesOnce_DelAllLowestFirst) {
+  Depot depot;
+  const Kel::Ptr<Car> b = depot.carIs("b");
+  depot.carIs("a");
+  EXPECT_EQ(depot.carIs("b"), b);
+  EXPECT_EQ(depot.car("b"), b);
+  EXPECT_EQ(depot.carMutable("b"), b);
+  EXPECT_FALSE(depot.carMutable("z"));
+  EXPECT_FALSE(depot.car("z"));
+  depot.carDel("z");
+  EXPECT_EQ(depot.car().size(), 2u);
+  depot.carDel("b");
+  EXPECT_FALSE(depot.car("b"));
+  EXPECT_EQ(b->references(), 1u);
+  depot.carIs("c");
+  depot.carDelAll();
+  EXPECT_TRUE(depot.car().empty());
+}
+
+TEST(Attribute, OwnedCollectionHooked_HooksRunOnCreationAndBeforeRemoval) {
+  Depot depot;
+  depot.spotIs("q");
+  depot.spotIs("q");
+  depot.spotIs("p");
+  depot.spotDel("x");
+  depot.spotDel("q");
+  depot.spotIs("r");
+  depot.spotDelAll();
+  EXPECT_TRUE(depot.spot().empty());
+  EXPECT_EQ(depot.log,
+            (std::vector<std::string>{"created q", "created p", "deleting q present", "created r",
+                                      "deleting p present", "deleting r present"}));
 }
 
 }  // namespace

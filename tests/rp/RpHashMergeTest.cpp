@@ -2,6 +2,7 @@
 // fallbacks and its deliberate asymmetry, the allocation requests, start-up over a surviving final
 // table, corruption met in a walk, and the traces of every step.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <map>
@@ -65,16 +66,6 @@ std::string text(const RpHash& value) {
   std::ostringstream out;
   out << value;
   return out.str();
-}
-
-template <class F>
-std::string refusal(F&& f) {
-  try {
-    f();
-  } catch (const Kel::RangeException& e) {
-    return e.what();
-  }
-  return "no refusal";
 }
 
 // Every request made on an allocator, in order: "alloc 10.0.0.1", "dealloc 10.0.0.2".
@@ -442,14 +433,21 @@ TEST_F(RpHashMergeTest, Restart_FinalEntryWhoseBsrInputIsPlaceholder_DeletedWith
 
 TEST_F(RpHashMergeTest, Construction_NullInput_RefusedAndFinalTableUntouched) {
   final_->rpHashIs(entry("239.1.0.0/16", "10.0.0.1", 10));
-  EXPECT_EQ(refusal([&] { rpHashSmFactory(modePimSm, nullptr, bsr_, final_, bitMap_); }),
-            "null _staticHash parameter to mutator for Routing::Pim::RpHashSm::staticHash not "
-            "allowed");
-  EXPECT_EQ(refusal([&] { rpHashSmFactory(modePimSm, static_, nullptr, final_, bitMap_); }),
-            "null _bsrHash parameter to mutator for Routing::Pim::RpHashSm::bsrHash not allowed");
-  EXPECT_EQ(refusal([&] { rpHashSmFactory(modePimSm, static_, bsr_, nullptr, bitMap_); }),
-            "null _rpHashStatus parameter to mutator for Routing::Pim::RpHashSm::rpHashStatus not "
-            "allowed");
+  using ::testing::StrEq;
+  using ::testing::ThrowsMessage;
+  EXPECT_THAT([&] { rpHashSmFactory(modePimSm, nullptr, bsr_, final_, bitMap_); },
+              ThrowsMessage<Kel::RangeException>(StrEq(
+                  "null _staticHash parameter to mutator for Routing::Pim::RpHashSm::staticHash "
+                  "not allowed")));
+  EXPECT_THAT([&] { rpHashSmFactory(modePimSm, static_, nullptr, final_, bitMap_); },
+              ThrowsMessage<Kel::RangeException>(StrEq(
+                  "null _bsrHash parameter to mutator for Routing::Pim::RpHashSm::bsrHash not "
+                  "allowed")));
+  EXPECT_THAT(
+      [&] { rpHashSmFactory(modePimSm, static_, bsr_, nullptr, bitMap_); },
+      ThrowsMessage<Kel::RangeException>(
+          StrEq("null _rpHashStatus parameter to mutator for Routing::Pim::RpHashSm::rpHashStatus "
+                "not allowed")));
   EXPECT_EQ(final_->rpHashs(), 1u);
   EXPECT_EQ(static_->notifiees() + bsr_->notifiees(), 0u);
   EXPECT_EQ(requests(), Lines{});
