@@ -360,6 +360,7 @@ class MirraMap {
   // other attachments keep the table as it is (a shared writer's lock is released).
   void detach() {
     debugReport(false, "MirraMap::detach() ");
+    layout_ = Layout{};  // its memory may go with the old attachment
     memory_ = std::make_shared<internal::HeapTableMemory>();
     layoutGeneration_ = 0;
     startFresh();
