@@ -66,6 +66,7 @@
 
 #include <time.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -75,6 +76,7 @@
 #include <sstream>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 #include "framework/Kel/Debug.h"
 #include "framework/Kel/Exception.h"
@@ -910,7 +912,8 @@ class MirraMap {
     writeSlot(at, slot);
     countersAre(at + 1, used());
     beginRelink();
-    rootIs(linkUnder(root(), at));
+    const K& key = KeyOf()(value);
+    rootIs(linkUnder(root(), at, key, priorityOf(key)));
     settleWord(&layout_.header->structure);
     storeEntry(layout_, entry, entryFor(at, tag, entry));
     countersAre(filled(), used() + 1);
@@ -972,17 +975,32 @@ class MirraMap {
     return right;
   }
 
-  // Puts the member in slot `member` into the subtree under `top`; returns the subtree's root.
-  SlotIndex linkUnder(SlotIndex top, SlotIndex member) {
+  // Puts the member in slot `member` (key, priority) into the subtree under `top`; returns the
+  // subtree's root. Each slot on the way is read once. Only the new member can rise above its
+  // parent: every other node already sits below one of higher priority.
+  // REQUIRES: the path from top down is intact (insertIntact checked it).
+  SlotIndex linkUnder(SlotIndex top, SlotIndex member, const K& key, std::uint32_t priority) {
     if (top == kNoSlot) return member;
-    if (keyAt(member) < keyAt(top)) {
-      linkLeft(top, linkUnder(slotAt(top).left, member));
-      if (priorityAt(slotAt(top).left) > priorityAt(top)) return rotateRight(top);
-    } else {
-      linkRight(top, linkUnder(slotAt(top).right, member));
-      if (priorityAt(slotAt(top).right) > priorityAt(top)) return rotateLeft(top);
+    Slot slot = slotAt(top);
+    const bool left = key < KeyOf()(slot.value);
+    SlotIndex& link = left ? slot.left : slot.right;
+    const SlotIndex child = linkUnder(link, member, key, priority);
+    const bool rises = child == member && priority > priorityOf(KeyOf()(slot.value));
+    if (!rises) {
+      if (link != child) {
+        link = child;
+        writeSlot(top, slot);
+      }
+      return top;
     }
-    return top;
+    // Rotation: the member takes top's place, top becomes its child on the other side.
+    Slot raised = slotAt(member);
+    SlotIndex& across = left ? raised.right : raised.left;
+    link = across;
+    across = top;
+    writeSlot(top, slot);
+    writeSlot(member, raised);
+    return member;
   }
 
   // Takes key's member out of the subtree under `top`; returns the subtree's root.
@@ -1021,19 +1039,37 @@ class MirraMap {
 
   // Rebuilds the table into a new generation of `size` slots from the intact members, reporting
   // and dropping every damaged slot and index entry; the old tree links and index are not
-  // trusted. Readers keep the old generation until they see the new one published. When
-  // watchKey is given, *droppedWatchKey tells whether a dropped slot's key bytes named it.
+  // trusted. The members go into the new slots in key order, and the tree is built over them in
+  // one pass, each slot written once. Readers keep the old generation until they see the new one
+  // published. When watchKey is given, *droppedWatchKey tells whether a dropped slot's key bytes
+  // named it.
   void rebuild(std::size_t size, const K* watchKey = nullptr, bool* droppedWatchKey = nullptr) {
     settle();
     const Layout old = layout_;
-    const std::size_t oldFilled = filled();
     for (std::size_t at = 0; at < old.header->entries; ++at) {
       const IndexEntry entry = entryAt(old, at);
       if (entry.check != checkOf(entry.slot, entry.tag, at)) {
         report(describeIn(old, Damage{Fault::indexEntry, static_cast<SlotIndex>(at)}));
       }
     }
+    std::vector<V> members = intactMembers(old, watchKey, droppedWatchKey);
     layout_ = prepare(size);
+    rootIs(buildTree(members));
+    countersAre(members.size(), members.size());
+    for (std::size_t at = 0; at < members.size(); ++at) {
+      const K& key = KeyOf()(members[at]);
+      const std::size_t entry = probeOnce(key).freeEntry;
+      storeEntry(layout_, entry, entryFor(static_cast<SlotIndex>(at), hashTagOf(key), entry));
+    }
+    publish();
+  }
+
+  // The members of the old generation's intact slots in key order, one per key; damaged slots
+  // are reported.
+  std::vector<V> intactMembers(const Layout& old, const K* watchKey, bool* droppedWatchKey) const {
+    const std::size_t oldFilled = internal::loadAcquire(&old.header->filled);
+    std::vector<V> members;
+    members.reserve(internal::loadAcquire(&old.header->used));
     for (std::size_t index = 0; index < oldFilled; ++index) {
       Slot slot;
       const bool whole = readWhole(old, static_cast<SlotIndex>(index), &slot);
@@ -1043,13 +1079,43 @@ class MirraMap {
         if (watchKey && KeyOf()(slot.value) == *watchKey) *droppedWatchKey = true;
         continue;
       }
-      if (slot.state != SlotState::used) continue;
-      const K key = KeyOf()(slot.value);
-      const Probe probe = probeOnce(key);
-      if (probe.slot != kNoSlot) continue;  // a second copy of a key can only be stray bytes
-      place(slot.value, hashTagOf(key), probe.freeEntry);
+      if (slot.state == SlotState::used) members.push_back(slot.value);
     }
-    publish();
+    const auto byKey = [](const V& a, const V& b) { return KeyOf()(a) < KeyOf()(b); };
+    std::stable_sort(members.begin(), members.end(), byKey);
+    // A second copy of a key can only be stray bytes: the first one in slot order stays.
+    const auto sameKey = [](const V& a, const V& b) { return KeyOf()(a) == KeyOf()(b); };
+    members.erase(std::unique(members.begin(), members.end(), sameKey), members.end());
+    return members;
+  }
+
+  // Writes sorted members into slots 0..n-1 as a treap (a Cartesian tree over their priorities,
+  // built with a stack of the right spine); returns its root.
+  SlotIndex buildTree(const std::vector<V>& members) {
+    const std::size_t count = members.size();
+    std::vector<SlotIndex> left(count, kNoSlot);
+    std::vector<SlotIndex> right(count, kNoSlot);
+    std::vector<std::uint32_t> priority(count);
+    std::vector<SlotIndex> spine;
+    for (std::size_t at = 0; at < count; ++at) {
+      priority[at] = priorityOf(KeyOf()(members[at]));
+      SlotIndex below = kNoSlot;
+      while (!spine.empty() && priority[spine.back()] < priority[at]) {
+        below = spine.back();
+        spine.pop_back();
+      }
+      left[at] = below;
+      if (!spine.empty()) right[spine.back()] = static_cast<SlotIndex>(at);
+      spine.push_back(static_cast<SlotIndex>(at));
+    }
+    for (std::size_t at = 0; at < count; ++at) {
+      Slot slot = blank(SlotState::used);
+      std::memcpy(static_cast<void*>(&slot.value), &members[at], sizeof(V));
+      slot.left = left[at];
+      slot.right = right[at];
+      writeSlot(static_cast<SlotIndex>(at), slot);
+    }
+    return spine.empty() ? kNoSlot : spine.front();
   }
 
   std::shared_ptr<internal::TableMemory> memory_;
