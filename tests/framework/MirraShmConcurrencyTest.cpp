@@ -59,7 +59,8 @@ class ReaderProcess {
   std::string answer() {
     std::string text;
     char buffer[512];
-    for (ssize_t got; (got = read(answerFd_, buffer, sizeof(buffer))) > 0;) text.append(buffer, got);
+    for (ssize_t got; (got = read(answerFd_, buffer, sizeof(buffer))) > 0;)
+      text.append(buffer, got);
     close(answerFd_);
     MirraShmTest::waitFor(pid_);
     return text;

@@ -64,8 +64,8 @@ TEST_F(MirraShm, SecondWriter_RefusedWithReason) {
   const Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
   EXPECT_EQ(attachFailure(segment.name(), AttachMode::singleWriter),
             "MirraMap::attach() table " + segment.name() + " already has a writer");
-  const std::string fromChild = answerFromChild(
-      [&] { return attachFailure(segment.name(), AttachMode::singleWriter); });
+  const std::string fromChild =
+      answerFromChild([&] { return attachFailure(segment.name(), AttachMode::singleWriter); });
   EXPECT_EQ(fromChild, "MirraMap::attach() table " + segment.name() + " already has a writer");
 }
 
@@ -212,7 +212,8 @@ TEST_F(MirraShm, BytesFlippedBehindWritersBack_ReaderElsewhereReportsNeverReturn
       answer = std::string("detected: ") + error.what();
     }
     for (std::uint64_t key = 0; key < 10; ++key) {
-      if (key != 4 && !(reader.lookup(key) == recordFor(key, 1))) answer += " lost " + std::to_string(key);
+      if (key != 4 && !(reader.lookup(key) == recordFor(key, 1)))
+        answer += " lost " + std::to_string(key);
     }
     answer += " handled:" + std::to_string(handled.size()) + " debug:" + debugLines().at(0);
     return answer;

@@ -47,8 +47,8 @@ inline std::uint64_t mix(std::uint64_t word) {
   return word;
 }
 inline std::uint64_t checkOf(const Record& record) {
-  return mix(record.key ^ mix(record.round ^ mix(record.words[0] ^ mix(record.words[1] ^
-                                                                       mix(record.words[2])))));
+  return mix(record.key ^ mix(record.round ^
+                              mix(record.words[0] ^ mix(record.words[1] ^ mix(record.words[2])))));
 }
 inline Record recordFor(std::uint64_t key, std::uint64_t round) {
   Record record;
