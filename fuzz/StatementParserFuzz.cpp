@@ -1,6 +1,8 @@
-// libFuzzer target: arbitrary bytes as statements typed into a pimrp session. Each line is parsed,
-// checked, and applied to a freshly wired library when accepted, with the answers printed; any
-// crash, hang, sanitizer report or exception other than a refusal of the statement is a finding.
+// libFuzzer target: arbitrary bytes as a pimrp script or as statements typed into a session,
+// against a freshly wired library. A script is checked whole (lines too long, bad words quoted,
+// addresses judged) and applied with its access-list rules in runs; a stream is read line by
+// line with the line cap and each accepted statement applied at once. Any crash, hang, sanitizer
+// report, or a statement the checks let through that the library then refuses, is a finding.
 
 #include <cstddef>
 #include <cstdint>
@@ -31,16 +33,22 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   static std::ostream sink(&nothing);
   Kel::System::virtualTimeIs(0.0);
   PimrpTool::Session session;
-  // The first byte picks the output, so that both printers see every kind of answer.
+  // The first byte picks the output, so that both printers see every kind of answer, and the
+  // way in: a script or a stream.
   const bool json = size > 0 && (data[0] & 1u) != 0;
+  const bool script = size > 0 && (data[0] & 2u) != 0;
   const auto output =
       json ? PimrpTool::jsonOutputFactory(sink) : PimrpTool::humanOutputFactory(sink);
   PimrpTool::Interpreter interpreter(session, *output, sink);
-  std::istringstream in(std::string(reinterpret_cast<const char*>(data), size));
+  const std::string text(reinterpret_cast<const char*>(data), size);
+  std::istringstream in(text);
   // An accepted statement that the library refuses means the checks missed something.
-  const auto doNothing = [] {};
-  if (interpreter.runStream("fuzz", in, doNothing, doNothing) == PimrpTool::kExitInternal) {
-    std::abort();
-  }
+  const int status =
+      script ? interpreter.runScript("fuzz", text)
+             : interpreter.runStream(
+                   "fuzz",
+                   [&in](std::string& line) { return PimrpTool::lineFromStream(in, line); },
+                   [] { return true; });
+  if (status == PimrpTool::kExitInternal) std::abort();
   return 0;
 }

@@ -20,4 +20,4 @@ cd "$build"
 # The entropic schedule spends most of its time in its own bookkeeping on this target's many
 # features; the plain schedule runs several times more inputs for the same coverage.
 ./StatementParserFuzz -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -entropic=0 \
-  -print_final_stats=1 corpus seeds
+  -print_final_stats=1 -dict=../fuzz/statements.dict corpus seeds

@@ -16,24 +16,21 @@ const Kel::TraceFile& trace() {
 
 GrpPrefixTrieBuilderSm::KelCrpStatus::KelCrpStatus(GrpPrefixTrieBuilderSm* owner,
                                                    const Kel::PtrConst<RpCandidateStatus>& status)
-    : owner_(owner) {
+    : NestedReactor(owner) {
   notifierIs(status);
 }
 
 void GrpPrefixTrieBuilderSm::KelCrpStatus::onCrpSet(const Ipkit::IpGenPrefix& prefix) {
-  owner_->handleCRpSet(prefix);
+  owner()->handleCRpSet(prefix);
 }
+
+void GrpPrefixTrieBuilderSm::KelCrpStatus::onCrpSet() { owner()->handleCRpSetRebuild(); }
 
 GrpPrefixTrieBuilderSm::GrpPrefixTrieBuilderSm(const Kel::PtrConst<RpCandidateStatus>& crpStatus,
                                                const Kel::Ptr<RpCompute>& crpCompute)
     : crpCompute_(crpCompute) {
-  if (crpStatus) kelCrpStatus_ = Kel::Ptr<KelCrpStatus>(new KelCrpStatus(this, crpStatus));
+  if (crpStatus) kelCrpStatus_.is(new KelCrpStatus(this, crpStatus));
   handleInitialized();
-}
-
-GrpPrefixTrieBuilderSm::~GrpPrefixTrieBuilderSm() {
-  // The reactor may outlive us in a dispatch in progress; it must not call back.
-  if (kelCrpStatus_) kelCrpStatus_->notifierIs(nullptr);
 }
 
 Kel::PtrConst<RpCandidateStatus> GrpPrefixTrieBuilderSm::crpStatus() const {
@@ -44,15 +41,11 @@ void GrpPrefixTrieBuilderSm::crpStatusIs(const Kel::PtrConst<RpCandidateStatus>&
   if (status == crpStatus()) return;
   crpStatusDel();
   if (!status) return;
-  kelCrpStatus_ = Kel::Ptr<KelCrpStatus>(new KelCrpStatus(this, status));
+  kelCrpStatus_.is(new KelCrpStatus(this, status));
   handleCRpSet();
 }
 
-void GrpPrefixTrieBuilderSm::crpStatusDel() {
-  if (!kelCrpStatus_) return;
-  kelCrpStatus_->notifierIs(nullptr);
-  kelCrpStatus_ = nullptr;
-}
+void GrpPrefixTrieBuilderSm::crpStatusDel() { kelCrpStatus_.del(); }
 
 void GrpPrefixTrieBuilderSm::handleInitialized() {
   KEL_TRACE(trace(), 8, __PRETTY_FUNCTION__);
@@ -82,6 +75,14 @@ void GrpPrefixTrieBuilderSm::handleCRpSet(const Ipkit::IpGenPrefix& prefix) {
   KEL_TRACE(trace(), 0,
             "Trie built with " << trie_->nodes() << " nodes and " << status->crpSet().size()
                                << " routes");
+}
+
+void GrpPrefixTrieBuilderSm::handleCRpSetRebuild() {
+  KEL_TRACE(trace(), 8, __PRETTY_FUNCTION__);
+  if (!initialized_) return;
+  crpCompute_->grpTrieDel();
+  trie_ = nullptr;
+  handleCRpSet();
 }
 
 void GrpPrefixTrieBuilderSm::handleCRpSet() {

@@ -10,12 +10,15 @@
 //     prefix's family, and is the compute's own grpTrie: one builder serves one family.
 //     Prefixes of the other family are no business of this trie and are skipped.
 //  3. trieUpdates counts every prefix update applied, re-adds of a present prefix included.
+//  4. A notification that the whole crpSet changed (onCrpSet() without a prefix) replaces the
+//     compute's trie by one rebuilt from the status, since which prefixes left is not known.
 // Traces go to the trace file "PimCrpGrpTrieBuilderSm"; trie changes at level 0.
 
 #include <cstdint>
 
 #include "framework/Ipkit/IpGenPrefix.h"
 #include "framework/Kel/Entity.h"
+#include "framework/Kel/NestedReactor.h"
 #include "framework/Kel/Ptr.h"
 #include "framework/Routing/TrieGen.h"
 #include "model/Pim/RpCandidateStatus.h"
@@ -24,22 +27,22 @@
 namespace Routing {
 namespace Pim {
 
-class GrpPrefixTrieBuilderSm : public Kel::PtrInterface {
+class GrpPrefixTrieBuilderSm : public Kel::ReactorOwner {
  public:
   // Watches one status for its owner and forwards each crpSet change.
-  class KelCrpStatus : public RpCandidateStatus::NotifieeConst {
+  class KelCrpStatus
+      : public Kel::NestedReactor<GrpPrefixTrieBuilderSm, RpCandidateStatus::NotifieeConst> {
    public:
     KelCrpStatus(GrpPrefixTrieBuilderSm* owner, const Kel::PtrConst<RpCandidateStatus>& status);
     void onCrpSet(const Ipkit::IpGenPrefix& prefix) override;
-
-   private:
-    GrpPrefixTrieBuilderSm* owner_;
+    void onCrpSet() override;
   };
 
   // REQUIRES: both present (else the assertion "crpStatus() && crpCompute()").
   GrpPrefixTrieBuilderSm(const Kel::PtrConst<RpCandidateStatus>& crpStatus,
                          const Kel::Ptr<RpCompute>& crpCompute);
-  ~GrpPrefixTrieBuilderSm() override;
+  // The status reactor is detached, so it cannot call back from a dispatch in progress.
+  ~GrpPrefixTrieBuilderSm() override = default;
 
   Kel::PtrConst<RpCandidateStatus> crpStatus() const;
   // Watches another status (its prefixes are added at once once initialized).
@@ -57,12 +60,14 @@ class GrpPrefixTrieBuilderSm : public Kel::PtrInterface {
   void handleCRpSet();
   // One prefix added to or removed from the status.
   void handleCRpSet(const Ipkit::IpGenPrefix& prefix);
+  // The whole crpSet changed: a new trie, filled by the full pass (invariant 4).
+  void handleCRpSetRebuild();
 
  private:
   // Creates the trie on first need; false when `prefix` is of another family than the trie's.
   bool doEnsureTrie(const Ipkit::IpGenPrefix& prefix);
 
-  Kel::Ptr<KelCrpStatus> kelCrpStatus_;
+  Kel::NestedReactorPtr<KelCrpStatus> kelCrpStatus_;
   Kel::Ptr<RpCompute> crpCompute_;
   Kel::Ptr<Routing::TrieGen> trie_;
   bool initialized_ = false;

@@ -15,6 +15,7 @@
 
 #include "framework/Ipkit/IpGenAddr.h"
 #include "framework/Ipkit/IpGenPrefix.h"
+#include "framework/Kel/Attribute.h"
 #include "framework/Kel/Collection.h"
 #include "framework/Kel/Entity.h"
 #include "framework/Kel/Types.h"
@@ -29,42 +30,13 @@ class PrefixRefCount : public Kel::Entity {
 
   class NotifieeConst : public Kel::Notifiee<PrefixRefCount> {
    public:
-    virtual void onCounter(const Ipkit::IpGenPrefix& prefix) { (void)prefix; }
+    KEL_ON_KEY(Counter, Ipkit::IpGenPrefix)
   };
 
-  explicit PrefixRefCount(const Ipkit::IpGenAddr& rpAddr) : rpAddr_(rpAddr) {}
+  KEL_KEY(PrefixRefCount, rpAddr, Ipkit::IpGenAddr)
 
-  const Ipkit::IpGenAddr& rpAddr() const { return rpAddr_; }
-
-  const CounterCollection& counter() const { return counter_; }
-  // The count of `prefix`; an absent counter reads 0.
-  U32 counter(const Ipkit::IpGenPrefix& prefix) const { return counter_.find(prefix); }
-
-  void counterIs(const Ipkit::IpGenPrefix& prefix, U32 value) {
-    if (counter_.set(prefix, value)) notify(&NotifieeConst::onCounter, prefix);
-  }
-  U32 counterInc(const Ipkit::IpGenPrefix& prefix, U32 n) {
-    const U32 value = counter(prefix) + n;
-    counterIs(prefix, value);
-    return value;
-  }
-  // Unsigned wrap-around below zero is intended (invariant 2).
-  U32 counterDec(const Ipkit::IpGenPrefix& prefix, U32 n) {
-    const U32 value = counter(prefix) - n;
-    counterIs(prefix, value);
-    return value;
-  }
-  void counterDel(const Ipkit::IpGenPrefix& prefix) {
-    if (counter_.erase(prefix)) notify(&NotifieeConst::onCounter, prefix);
-  }
-  void counterDelAll() {
-    counter_.eraseAll(
-        [&](const Ipkit::IpGenPrefix& prefix) { notify(&NotifieeConst::onCounter, prefix); });
-  }
-
- private:
-  const Ipkit::IpGenAddr rpAddr_;
-  CounterCollection counter_;
+  // counter(prefix) reads 0 when absent; counterDec wraps below zero (invariant 2).
+  KEL_COUNTER_COLLECTION(counter, Counter, CounterCollection)
 };
 
 }  // namespace Static

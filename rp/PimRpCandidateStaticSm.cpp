@@ -18,31 +18,25 @@ const Kel::TraceFile& RpCandidateSm::trace() {
   return file;
 }
 
-Kel::Ptr<RpCandidateSm> RpCandidateSm::doKeepAlive() {
-  return references() ? Kel::Ptr<RpCandidateSm>(this) : nullptr;
-}
-
 // ---- KelRpConfig ------------------------------------------------------------------------------
 
 RpCandidateSm::KelRpConfig::KelRpConfig(RpCandidateSm* owner,
                                         const Kel::PtrConst<RpConfig>& rpConfig)
-    : owner_(owner) {
+    : NestedReactor(owner) {
   notifierIs(rpConfig);
-  for (const auto& [address, entry] : rpConfig->rpTable()) owner_->rpEntryIs(entry);
+  for (const auto& [address, entry] : rpConfig->rpTable()) owner->rpEntryIs(entry);
 }
 
 void RpCandidateSm::KelRpConfig::onRpTable(const Ipkit::IpGenAddr& address) {
-  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
   if (const auto entry = notifier()->rpTable(address)) {
-    owner_->rpEntryIs(entry);
+    owner()->rpEntryIs(entry);
     return;
   }
-  const auto reactor = owner_->rpEntry(address);
-  if (!reactor) return;
-  // The reactor still holds the departed entry, so it can give back what the entry gave.
-  reactor->handleDel();
-  owner_->rpEntryDel(address);
+  // The reactor's delete hook still sees the departed entry, so it gives back what it gave.
+  owner()->rpEntryDel(address);
 }
+
+void RpCandidateSm::KelRpConfig::onRpTable() { owner()->rpEntry_.resync(notifier()->rpTable()); }
 
 // ---- RpCandidateSm ----------------------------------------------------------------------------
 
@@ -58,61 +52,21 @@ RpCandidateSm::RpCandidateSm(const Kel::PtrConst<RpConfig>& rpConfig,
   // Read before the start-up handlers below write their candidates, so that the check does not
   // depend on whether they run before or after handleInitialize().
   statusSurvived_ = !crpStatus_->crpSet().empty();
-  kelRpConfig_ = Kel::Ptr<KelRpConfig>(new KelRpConfig(this, rpConfig_));
-  kelAclConfig_ = Kel::Ptr<KelAclConfig>(new KelAclConfig(this, aclConfig_));
+  kelRpConfig_.is(new KelRpConfig(this, rpConfig_));
+  kelAclConfig_.is(new KelAclConfig(this, aclConfig_));
   handleAclConfig();
   handleInitialize();
 }
 
-RpCandidateSm::~RpCandidateSm() {
-  // A nested reactor may outlive us inside a dispatch in progress; detached, it cannot call back.
-  kelRpConfig_->notifierIs(nullptr);
-  kelAclConfig_->notifierIs(nullptr);
-  rpEntryDelAll();
-  aclDelAll();
-  rpStaticAclSmDelAll();
-  rpStaticAclDelAll();
-  pfxRefCountDelAll();
-}
-
 Kel::Ptr<RpCandidateSm::KelRpEntry> RpCandidateSm::rpEntryIs(const Kel::PtrConst<RpEntry>& entry) {
   Kel::requireEntity(entry, kClassName, "rpEntry");
-  auto [reactor, created] = rpEntry_.insertNew(
-      entry->address(), [&] { return Kel::Ptr<KelRpEntry>(new KelRpEntry(this, entry)); });
-  if (created) {
-    reactor->handleGroup();
-    reactor->handleAcl();
-  }
-  return reactor;
-}
-
-void RpCandidateSm::rpEntryDel(const Ipkit::IpGenAddr& address) {
-  const Kel::Ptr<KelRpEntry> reactor = rpEntry_.find(address);
-  if (!rpEntry_.erase(address)) return;
-  reactor->notifierIs(nullptr);
-}
-
-void RpCandidateSm::rpEntryDelAll() {
-  while (!rpEntry_.empty()) rpEntryDel((*rpEntry_.begin()).first);
+  return rpEntry_.insertNew(entry->address(), entry).first;
 }
 
 Kel::Ptr<RpCandidateSm::KelAcl> RpCandidateSm::aclIs(
     const Kel::PtrConst<Acl::AclConfig>& aclConfig) {
   Kel::requireEntity(aclConfig, kClassName, "acl");
-  return acl_
-      .insertNew(aclConfig->name(), [&] { return Kel::Ptr<KelAcl>(new KelAcl(this, aclConfig)); })
-      .first;
-}
-
-void RpCandidateSm::aclDel(const Kel::Name& name) {
-  const Kel::Ptr<KelAcl> reactor = acl_.find(name);
-  if (!acl_.erase(name)) return;
-  reactor->cfgDel();
-  reactor->notifierIs(nullptr);
-}
-
-void RpCandidateSm::aclDelAll() {
-  while (!acl_.empty()) aclDel((*acl_.begin()).first);
+  return acl_.insertNew(aclConfig->name(), aclConfig).first;
 }
 
 Kel::Ptr<RpStaticAcl> RpCandidateSm::rpStaticAclIs(const Kel::Name& name) {
@@ -137,21 +91,7 @@ void RpCandidateSm::rpStaticAclDelAll() {
 Kel::Ptr<RpCandidateSm::KelRpStaticAclSm> RpCandidateSm::rpStaticAclSmIs(
     const Kel::Ptr<RpStaticAcl>& rpStaticAcl) {
   Kel::requireEntity(rpStaticAcl, kClassName, "rpStaticAclSm");
-  return rpStaticAclSm_
-      .insertNew(
-          rpStaticAcl->aclName(),
-          [&] { return Kel::Ptr<KelRpStaticAclSm>(new KelRpStaticAclSm(this, rpStaticAcl)); })
-      .first;
-}
-
-void RpCandidateSm::rpStaticAclSmDel(const Kel::Name& name) {
-  const Kel::Ptr<KelRpStaticAclSm> reactor = rpStaticAclSm_.find(name);
-  if (!rpStaticAclSm_.erase(name)) return;
-  reactor->notifierIs(nullptr);
-}
-
-void RpCandidateSm::rpStaticAclSmDelAll() {
-  while (!rpStaticAclSm_.empty()) rpStaticAclSmDel((*rpStaticAclSm_.begin()).first);
+  return rpStaticAclSm_.insertNew(rpStaticAcl->aclName(), rpStaticAcl).first;
 }
 
 Kel::Ptr<PrefixRefCount> RpCandidateSm::pfxRefCountIs(const Ipkit::IpGenAddr& address) {

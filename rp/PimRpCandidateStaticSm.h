@@ -47,6 +47,7 @@
 #include "framework/Ipkit/IpGenPrefixSet.h"
 #include "framework/Kel/Collection.h"
 #include "framework/Kel/Entity.h"
+#include "framework/Kel/NestedReactor.h"
 #include "framework/Kel/Ptr.h"
 #include "framework/Kel/String.h"
 #include "framework/Kel/Trace.h"
@@ -63,21 +64,21 @@ namespace Routing {
 namespace Pim {
 namespace Static {
 
-class RpCandidateSm : public Kel::PtrInterface {
+class RpCandidateSm : public Kel::ReactorOwner {
  public:
   // Watches rpTable: one KelRpEntry per configured RP.
-  class KelRpConfig : public RpConfig::NotifieeConst {
+  class KelRpConfig : public Kel::NestedReactor<RpCandidateSm, RpConfig::NotifieeConst> {
    public:
     KelRpConfig(RpCandidateSm* owner, const Kel::PtrConst<RpConfig>& rpConfig);
     void onRpTable(const Ipkit::IpGenAddr& address) override;
-
-   private:
-    RpCandidateSm* owner_;
+    // The whole table changed: one reactor per entry it holds now.
+    void onRpTable() override;
   };
 
-  // Watches one RpEntry and writes its RP's candidates. Created by rpEntryIs, which then runs
-  // handleGroup() and handleAcl() at once.
-  class KelRpEntry : public RpEntry::NotifieeConst {
+  // Watches one RpEntry and writes its RP's candidates. Created by rpEntryIs, whose
+  // initialisation (handleInit) runs handleGroup() and handleAcl() at once; deleted by
+  // rpEntryDel, whose delete hook (handleDel) gives back what the entry gave.
+  class KelRpEntry : public Kel::NestedReactor<RpCandidateSm, RpEntry::NotifieeConst> {
    public:
     KelRpEntry(RpCandidateSm* owner, const Kel::PtrConst<RpEntry>& entry);
 
@@ -97,6 +98,10 @@ class RpCandidateSm : public Kel::PtrInterface {
     void onOverrideDynAcl(const Kel::String& name) override { handleOverrideDynAcl(name); }
     void onMode() override { handleMode(); }
 
+    void handleInit() {
+      handleGroup();
+      handleAcl();
+    }
     // Start-up form: adds every prefix of `group`.
     void handleGroup();
     // Adds the prefix when `group` holds its key, removes it otherwise.
@@ -122,6 +127,13 @@ class RpCandidateSm : public Kel::PtrInterface {
     void handleDel();
 
    private:
+    // The one piece behind the three per-group and the three per-list value handlers: `kind`
+    // names the value (a ValueKind of PimRpCandidateStaticSmEntry.cpp) and `signature` is the
+    // handler's, for its entry trace.
+    template <class Kind>
+    void doGrpValue(const Kind& kind, const char* signature, const Ipkit::IpGenPrefix& prefix);
+    template <class Kind>
+    void doAclValue(const Kind& kind, const char* signature, const Kel::String& name);
     // Null once the reactor is detached, which a nested notification may do in the middle of a
     // handler: handlers read it once on entry and work on that reference.
     Kel::PtrConst<RpEntry> entry() const { return notifier(); }
@@ -136,46 +148,41 @@ class RpCandidateSm : public Kel::PtrInterface {
     void doWriteGroupValues(const RpEntry& config, RpCandidate& candidate,
                             const Ipkit::IpGenPrefix& prefix) const;
 
-    RpCandidateSm* owner_;
     const Ipkit::IpGenAddr rpAddr_;
     const Kel::String name_;
   };
 
   // Watches the access-list configuration: one KelAcl per list.
-  class KelAclConfig : public Acl::AclTypeConfig::NotifieeConst {
+  class KelAclConfig : public Kel::NestedReactor<RpCandidateSm, Acl::AclTypeConfig::NotifieeConst> {
    public:
     KelAclConfig(RpCandidateSm* owner, const Kel::PtrConst<Acl::AclTypeConfig>& aclConfig);
     void onAcl(const Kel::Name& name) override;
-
-   private:
-    RpCandidateSm* owner_;
   };
 
   // Watches one access list and keeps the grpPrefix of its RpStaticAcl equal to what the list
   // permits, by difference.
-  class KelAcl : public Acl::AclConfig::NotifieeConst {
+  class KelAcl : public Kel::NestedReactor<RpCandidateSm, Acl::AclConfig::NotifieeConst> {
    public:
-    // Watches the rules of the list's current sub-configuration.
-    class KelCfg : public Acl::AclSubConfig::NotifieeConst {
+    // Watches the rules of the list's current sub-configuration; its handlers hold the list
+    // reactor and the owner alive.
+    class KelCfg : public Kel::NestedReactor<KelAcl, Acl::AclSubConfig::NotifieeConst> {
      public:
       KelCfg(KelAcl* owner, const Kel::PtrConst<Acl::AclSubConfig>& cfg);
       // Writers enter a changed rule under a fresh identifier and then point its sequence number
       // at it, so a change of the sequence map is what signals every rule change; rules stored
       // by identifier alone are not watched.
       void onRuleBySequence(U32 sequence) override;
-
-     private:
-      KelAcl* owner_;
     };
 
     KelAcl(RpCandidateSm* owner, const Kel::PtrConst<Acl::AclConfig>& aclConfig);
-    ~KelAcl() override;
 
     const Kel::Name& name() const { return name_; }
-    const Kel::Ptr<KelCfg>& cfg() const { return cfg_; }
+    const Kel::Ptr<KelCfg>& cfg() const { return cfg_.ptr(); }
     // Watches `subConfig` instead of the sub-configuration watched so far; null stops watching.
     void cfgIs(const Kel::PtrConst<Acl::AclSubConfig>& subConfig);
     void cfgDel() { cfgIs(nullptr); }
+    // The list left the configuration: its rules are no longer watched.
+    void handleDel() { cfgDel(); }
 
     void onCurrCfg() override;
     void handleCfg();
@@ -183,14 +190,13 @@ class RpCandidateSm : public Kel::PtrInterface {
     void handleRule();
 
    private:
-    RpCandidateSm* owner_;
     const Kel::Name name_;
-    Kel::Ptr<KelCfg> cfg_;
+    Kel::NestedReactorPtr<KelCfg> cfg_;
   };
 
   // Watches one RpStaticAcl and carries each prefix that enters or leaves its grpPrefix into the
   // status, for every RP that uses the list.
-  class KelRpStaticAclSm : public RpStaticAcl::NotifieeConst {
+  class KelRpStaticAclSm : public Kel::NestedReactor<RpCandidateSm, RpStaticAcl::NotifieeConst> {
    public:
     KelRpStaticAclSm(RpCandidateSm* owner, const Kel::Ptr<RpStaticAcl>& rpStaticAcl);
 
@@ -212,17 +218,18 @@ class RpCandidateSm : public Kel::PtrInterface {
     // Gives a prefix that entered the list to one RP of the list.
     void doPrefixEnter(const Ipkit::IpGenPrefix& prefix, const Ipkit::IpGenAddr& rp);
 
-    RpCandidateSm* owner_;
     const Kel::Ptr<RpStaticAcl> rpStaticAcl_;
     const Kel::Name name_;
     bool initialize_ = false;
   };
 
-  using RpEntryCollection = Kel::OrderedCollection<Ipkit::IpGenAddr, Kel::Ptr<KelRpEntry>>;
-  using AclCollection = Kel::OrderedCollection<Kel::Name, Kel::Ptr<KelAcl>>;
+  using RpEntryCollection =
+      Kel::NestedReactorCollection<RpCandidateSm, Ipkit::IpGenAddr, KelRpEntry>;
+  using AclCollection = Kel::NestedReactorCollection<RpCandidateSm, Kel::Name, KelAcl>;
   using RpStaticAclCollection =
       Kel::OrderedCollection<Kel::Name, Kel::Ptr<RpStaticAcl>, Kel::PtrConst<RpStaticAcl>>;
-  using RpStaticAclSmCollection = Kel::OrderedCollection<Kel::Name, Kel::Ptr<KelRpStaticAclSm>>;
+  using RpStaticAclSmCollection =
+      Kel::NestedReactorCollection<RpCandidateSm, Kel::Name, KelRpStaticAclSm>;
   using PfxRefCountCollection = Kel::OrderedCollection<Ipkit::IpGenAddr, Kel::Ptr<PrefixRefCount>,
                                                        Kel::PtrConst<PrefixRefCount>>;
 
@@ -232,8 +239,8 @@ class RpCandidateSm : public Kel::PtrInterface {
   RpCandidateSm(const Kel::PtrConst<RpConfig>& rpConfig,
                 const Kel::PtrConst<Acl::AclTypeConfig>& aclConfig,
                 const Kel::Ptr<RpCandidateStatus>& crpStatus);
-  // Drops every nested reactor and own entity; the status stays as it is.
-  ~RpCandidateSm() override;
+  // Drops every nested reactor (no delete hook runs) and own entity; the status stays as it is.
+  ~RpCandidateSm() override = default;
 
   const Kel::PtrConst<RpConfig>& rpConfig() const { return rpConfig_; }
   const Kel::PtrConst<Acl::AclTypeConfig>& aclConfig() const { return aclConfig_; }
@@ -241,23 +248,18 @@ class RpCandidateSm : public Kel::PtrInterface {
   const L3::VrfName& vrfName() const { return vrfName_; }
   bool initialize() const { return initialize_; }
 
-  const RpEntryCollection& rpEntry() const { return rpEntry_; }
-  Kel::Ptr<KelRpEntry> rpEntry(const Ipkit::IpGenAddr& address) const {
-    return rpEntry_.find(address);
-  }
+  // rpEntry(), rpEntry(address), rpEntryDel(address) (gives back what the entry gave, through
+  // the reactor's handleDel) and rpEntryDelAll().
+  KEL_NESTED_REACTORS(rpEntry, RpCandidateSm, KelRpEntry, Ipkit::IpGenAddr)
   // Creates the reactor of `entry` (keyed by its address) and runs its start-up handlers, or
   // returns the existing one. A null entry is refused.
   Kel::Ptr<KelRpEntry> rpEntryIs(const Kel::PtrConst<RpEntry>& entry);
-  void rpEntryDel(const Ipkit::IpGenAddr& address);
-  void rpEntryDelAll();
 
-  const AclCollection& acl() const { return acl_; }
-  Kel::Ptr<KelAcl> acl(const Kel::Name& name) const { return acl_.find(name); }
+  // acl(), acl(name), aclDel(name), aclDelAll().
+  KEL_NESTED_REACTORS(acl, RpCandidateSm, KelAcl, Kel::Name)
   // Creates the reactor of one access list (keyed by its name), or returns the existing one.
   // A null list is refused.
   Kel::Ptr<KelAcl> aclIs(const Kel::PtrConst<Acl::AclConfig>& aclConfig);
-  void aclDel(const Kel::Name& name);
-  void aclDelAll();
 
   const RpStaticAclCollection& rpStaticAcl() const { return rpStaticAcl_; }
   Kel::PtrConst<RpStaticAcl> rpStaticAcl(const Kel::Name& name) const {
@@ -270,15 +272,11 @@ class RpCandidateSm : public Kel::PtrInterface {
   void rpStaticAclDel(const Kel::Name& name);
   void rpStaticAclDelAll();
 
-  const RpStaticAclSmCollection& rpStaticAclSm() const { return rpStaticAclSm_; }
-  Kel::Ptr<KelRpStaticAclSm> rpStaticAclSm(const Kel::Name& name) const {
-    return rpStaticAclSm_.find(name);
-  }
+  // rpStaticAclSm(), rpStaticAclSm(name), rpStaticAclSmDel(name), rpStaticAclSmDelAll().
+  KEL_NESTED_REACTORS(rpStaticAclSm, RpCandidateSm, KelRpStaticAclSm, Kel::Name)
   // Creates the reactor of `rpStaticAcl` (keyed by its name), or returns the existing one; the
   // reactor starts with initialize false (rpStaticAclIs sets it). A null entity is refused.
   Kel::Ptr<KelRpStaticAclSm> rpStaticAclSmIs(const Kel::Ptr<RpStaticAcl>& rpStaticAcl);
-  void rpStaticAclSmDel(const Kel::Name& name);
-  void rpStaticAclSmDelAll();
 
   const PfxRefCountCollection& pfxRefCount() const { return pfxRefCount_; }
   Kel::PtrConst<PrefixRefCount> pfxRefCount(const Ipkit::IpGenAddr& address) const {
@@ -305,12 +303,6 @@ class RpCandidateSm : public Kel::PtrInterface {
   // The nested reactors (members, so they may) share the owner's trace handle, VRF tag and
   // candidate writes.
   static const Kel::TraceFile& trace();
-  // A reference that keeps this reactor alive for the length of a nested reactor's handler: a
-  // notification the handler causes may drop the last outside reference, and the handler must
-  // still finish on a live owner. Null while the count is zero, that is inside the constructor
-  // (the start-up handlers) and the destructor, where taking a reference would delete the owner
-  // when it goes.
-  Kel::Ptr<RpCandidateSm> doKeepAlive();
   // The status's candidate of rp in the set of prefix, or null when either is missing.
   Kel::Ptr<RpCandidate> doCandidate(const Ipkit::IpGenPrefix& prefix,
                                     const Ipkit::IpGenAddr& rp) const;
@@ -347,12 +339,9 @@ class RpCandidateSm : public Kel::PtrInterface {
   bool statusSurvived_ = false;
   bool initialize_ = false;
 
-  Kel::Ptr<KelRpConfig> kelRpConfig_;
-  Kel::Ptr<KelAclConfig> kelAclConfig_;
-  RpEntryCollection rpEntry_;
-  AclCollection acl_;
+  Kel::NestedReactorPtr<KelRpConfig> kelRpConfig_;
+  Kel::NestedReactorPtr<KelAclConfig> kelAclConfig_;
   RpStaticAclCollection rpStaticAcl_;
-  RpStaticAclSmCollection rpStaticAclSm_;
   PfxRefCountCollection pfxRefCount_;
 };
 

@@ -11,7 +11,7 @@ namespace Static {
 
 RpCandidateSm::KelRpStaticAclSm::KelRpStaticAclSm(RpCandidateSm* owner,
                                                   const Kel::Ptr<RpStaticAcl>& rpStaticAcl)
-    : owner_(owner), rpStaticAcl_(rpStaticAcl), name_(rpStaticAcl->aclName()) {
+    : NestedReactor(owner), rpStaticAcl_(rpStaticAcl), name_(rpStaticAcl->aclName()) {
   notifierIs(rpStaticAcl);
 }
 
@@ -31,12 +31,11 @@ void RpCandidateSm::KelRpStaticAclSm::initializeIs(bool initialize) {
 }
 
 void RpCandidateSm::KelRpStaticAclSm::handleInitialize() {
-  KEL_TRACE(trace(), 9, owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
-  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
-  KEL_TRACE(trace(), 8, owner_->vrfTag() << "Acl name found in static RP config ");
-  const auto aclConfig = owner_->aclConfig()->acl(name_);
+  KEL_TRACE(trace(), 9, owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
+  KEL_TRACE(trace(), 8, owner()->vrfTag() << "Acl name found in static RP config ");
+  const auto aclConfig = owner()->aclConfig()->acl(name_);
   if (!aclConfig) return;
-  KEL_TRACE(trace(), 8, owner_->vrfTag() << "Acl name found in ACL config");
+  KEL_TRACE(trace(), 8, owner()->vrfTag() << "Acl name found in ACL config");
   const auto subConfig = aclConfig->currCfg();
   if (!subConfig) return;
   Ipkit::IpGenPrefixSet permitted;
@@ -45,29 +44,28 @@ void RpCandidateSm::KelRpStaticAclSm::handleInitialize() {
     // Each new entry notifies this reactor, which gives the prefix to the list's RPs.
     rpStaticAcl_->grpPrefixIs(prefix, true);
     KEL_TRACE(trace(), 8,
-              owner_->vrfTag() << "Added prefix " << prefix << " to RpStaticAcl object for acl "
-                               << name_);
+              owner()->vrfTag() << "Added prefix " << prefix << " to RpStaticAcl object for acl "
+                                << name_);
   }
   permitted.prefixDelAll();
 }
 
 void RpCandidateSm::KelRpStaticAclSm::handlePrefix(const Ipkit::IpGenPrefix& prefix) {
   KEL_TRACE(trace(), 9,
-            owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
-  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
+            owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
   if (rpStaticAcl_->grpPrefix().contains(prefix)) {
-    KEL_TRACE(trace(), 9, owner_->vrfTag() << "Group added to RpStaticAcl Map ");
+    KEL_TRACE(trace(), 9, owner()->vrfTag() << "Group added to RpStaticAcl Map ");
     for (const auto& [rp, used] : rpStaticAcl_->rpAddr()) {
       doPrefixEnter(prefix, rp);
     }
     return;
   }
-  KEL_TRACE(trace(), 9, owner_->vrfTag() << "Group deleted from the RpStatiAcl Map ");
+  KEL_TRACE(trace(), 9, owner()->vrfTag() << "Group deleted from the RpStatiAcl Map ");
   for (const auto& [rp, used] : rpStaticAcl_->rpAddr()) {
     KEL_TRACE(
         trace(), 9,
-        owner_->vrfTag() << "Removing RpCandidateStatus for prefix" << prefix << " and RP " << rp);
-    owner_->doCandidateRelease(rp, prefix);
+        owner()->vrfTag() << "Removing RpCandidateStatus for prefix" << prefix << " and RP " << rp);
+    owner()->doCandidateRelease(rp, prefix);
   }
 }
 
@@ -75,20 +73,21 @@ void RpCandidateSm::KelRpStaticAclSm::doPrefixEnter(const Ipkit::IpGenPrefix& pr
                                                     const Ipkit::IpGenAddr& rp) {
   // rpAddr holds an RP only between its entry's doAclAdd and doAclRemove, while its reactor lives.
   // Checked before anything is counted, so that a failure leaves no count without its candidate.
-  const auto entry = owner_->doRpEntryOf(rp);
+  const auto entry = owner()->doRpEntryOf(rp);
   KEL_ASSERT(trace(), entry);
-  owner_->doRefCountIs(rp, prefix);
-  owner_->doRefCountInc(rp, prefix);
+  owner()->doRefCountIs(rp, prefix);
+  owner()->doRefCountInc(rp, prefix);
   KEL_TRACE(trace(), 9,
-            owner_->vrfTag() << "Writing to RpCandidateStatus " << prefix << " for RP " << rp);
-  auto candidate = owner_->doCandidateIs(rp, prefix, entry->mode());
+            owner()->vrfTag() << "Writing to RpCandidateStatus " << prefix << " for RP " << rp);
+  auto candidate = owner()->doCandidateIs(rp, prefix, entry->mode());
   // A prefix that enters later takes the list's values as they are, sentinels included.
   candidate->priorityIs(entry->priorityAcl().contains(name_) ? entry->priorityAcl(name_)
                                                              : kRpPriorityNone);
   candidate->hashMaskLenIs(entry->hashMaskAcl().contains(name_) ? entry->hashMaskAcl(name_)
                                                                 : kRpHashMaskLenNone);
   candidate->overrideIs(entry->overrideDynAcl().contains(name_) && entry->overrideDynAcl(name_));
-  KEL_TRACE(trace(), 5, owner_->vrfTag() << "Added RP " << rp << " into " << prefix << " CRP set.");
+  KEL_TRACE(trace(), 5,
+            owner()->vrfTag() << "Added RP " << rp << " into " << prefix << " CRP set.");
 }
 
 void RpCandidateSm::doBuildRpStaticAcl() {

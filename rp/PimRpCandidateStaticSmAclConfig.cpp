@@ -47,46 +47,37 @@ void RpCandidateSm::handleAclConfig(const Kel::Name& name) {
 
 RpCandidateSm::KelAclConfig::KelAclConfig(RpCandidateSm* owner,
                                           const Kel::PtrConst<Acl::AclTypeConfig>& aclConfig)
-    : owner_(owner) {
+    : NestedReactor(owner) {
   notifierIs(aclConfig);
-  for (const auto& [name, acl] : aclConfig->acl()) owner_->aclIs(acl);
+  for (const auto& [name, acl] : aclConfig->acl()) owner->aclIs(acl);
 }
 
 void RpCandidateSm::KelAclConfig::onAcl(const Kel::Name& name) {
-  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
-  owner_->handleAclConfig(name);
+  owner()->handleAclConfig(name);
   if (const auto acl = notifier()->acl(name)) {
-    owner_->aclIs(acl);
+    owner()->aclIs(acl);
   } else {
-    owner_->aclDel(name);
+    owner()->aclDel(name);
   }
 }
 
 // ---- KelAcl -----------------------------------------------------------------------------------
 
 RpCandidateSm::KelAcl::KelAcl(RpCandidateSm* owner, const Kel::PtrConst<Acl::AclConfig>& aclConfig)
-    : owner_(owner), name_(aclConfig->name()) {
+    : NestedReactor(owner), name_(aclConfig->name()) {
   notifierIs(aclConfig);
   // The rules present now are already folded into grpPrefix by the list object's own
   // initialisation; only their later changes are this reactor's.
   cfgIs(aclConfig->currCfg());
 }
 
-RpCandidateSm::KelAcl::~KelAcl() {
-  if (cfg_) cfg_->notifierIs(nullptr);
-}
-
 void RpCandidateSm::KelAcl::cfgIs(const Kel::PtrConst<Acl::AclSubConfig>& subConfig) {
   if (cfg_ && cfg_->notifier() == subConfig) return;
-  if (cfg_) {
-    cfg_->notifierIs(nullptr);
-    cfg_ = nullptr;
-  }
-  if (subConfig) cfg_ = Kel::Ptr<KelCfg>(new KelCfg(this, subConfig));
+  cfg_.del();
+  if (subConfig) cfg_.is(new KelCfg(this, subConfig));
 }
 
 void RpCandidateSm::KelAcl::onCurrCfg() {
-  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
   const auto config = notifier();
   if (!config) return;
   cfgIs(config->currCfg());
@@ -94,15 +85,13 @@ void RpCandidateSm::KelAcl::onCurrCfg() {
 }
 
 void RpCandidateSm::KelAcl::handleCfg() {
-  KEL_TRACE(trace(), 9, owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
-  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
+  KEL_TRACE(trace(), 9, owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
   handleRule();
 }
 
 void RpCandidateSm::KelAcl::handleRule() {
-  KEL_TRACE(trace(), 9, owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
-  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
-  const auto rpStaticAcl = owner_->doRpStaticAclMutable(name_);
+  KEL_TRACE(trace(), 9, owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
+  const auto rpStaticAcl = owner()->doRpStaticAclMutable(name_);
   // Without a current sub-configuration the list keeps what it permitted: a sub-configuration
   // being replaced must not take every prefix from its RPs and give them back a moment later.
   const auto subConfig = notifier() ? notifier()->currCfg() : nullptr;
@@ -117,8 +106,8 @@ void RpCandidateSm::KelAcl::handleRule() {
     // An entry already present notifies nothing, so prefixes that stay cost nothing downstream.
     rpStaticAcl->grpPrefixIs(prefix, true);
     KEL_TRACE(trace(), 9,
-              owner_->vrfTag() << "Permit Rule Added to ACL " << name_ << ": Adding " << prefix
-                               << " to rpStaticAcl");
+              owner()->vrfTag() << "Permit Rule Added to ACL " << name_ << ": Adding " << prefix
+                                << " to rpStaticAcl");
   }
   permitted.prefixDelAll();
 }
@@ -126,18 +115,15 @@ void RpCandidateSm::KelAcl::handleRule() {
 // ---- KelCfg -----------------------------------------------------------------------------------
 
 RpCandidateSm::KelAcl::KelCfg::KelCfg(KelAcl* owner, const Kel::PtrConst<Acl::AclSubConfig>& cfg)
-    : owner_(owner) {
+    : NestedReactor(owner) {
   notifierIs(cfg);
 }
 
 void RpCandidateSm::KelAcl::KelCfg::onRuleBySequence(U32 sequence) {
   (void)sequence;
-  // The list reactor may be dropped by a notification of its own recomputation (its list
-  // deleted, or the whole owner dropped); both stay alive until the recomputation returns.
-  const Kel::Ptr<KelAcl> holdAcl =
-      owner_->references() ? Kel::Ptr<KelAcl>(owner_) : Kel::Ptr<KelAcl>();
-  const Kel::Ptr<RpCandidateSm> hold = owner_->owner_->doKeepAlive();
-  owner_->handleRule();
+  // A notification of the recomputation may drop the list reactor (its list deleted) or the
+  // whole owner; the dispatch holds both until this handler returns.
+  owner()->handleRule();
 }
 
 }  // namespace Static

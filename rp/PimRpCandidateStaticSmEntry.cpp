@@ -11,37 +11,84 @@ namespace {
 
 const char* trueFalse(bool value) { return value ? "True" : "False"; }
 
+// A value as the status traces show it: flags as True / False, numbers as numbers.
+template <class V>
+V shown(V value) {
+  return value;
+}
+const char* shown(bool value) { return trueFalse(value); }
+
+// One of the three values an RP configures per group prefix and per access list: where the
+// entry keeps it, its "not configured" value, how a candidate takes it, and how it is traced.
+template <class V>
+struct ValueKind {
+  V none;
+  const RpEntry::ByPrefix<V>& (RpEntry::*grp)() const;
+  const RpEntry::ByAcl<V>& (RpEntry::*acl)() const;
+  void (RpCandidate::*write)(const V&);
+  const char* setText;
+  // Whether a per-list change traces the candidate set it wrote ("... in P CRP set").
+  bool aclTraceNamesSet;
+};
+
+const ValueKind<RpPriority> kPriority{kRpPriorityNone,       &RpEntry::priorityGrp,
+                                      &RpEntry::priorityAcl, &RpCandidate::priorityIs,
+                                      "Set priority = ",     true};
+const ValueKind<RpHashMaskLen> kHashMask{kRpHashMaskLenNone,    &RpEntry::hashMaskGrp,
+                                         &RpEntry::hashMaskAcl, &RpCandidate::hashMaskLenIs,
+                                         "Set hashmask = ",     true};
+const ValueKind<bool> kOverride{false,
+                                &RpEntry::overrideDynGrp,
+                                &RpEntry::overrideDynAcl,
+                                &RpCandidate::overrideIs,
+                                "Setting overrride = ",
+                                false};
+
+// The value configured under `key`, or the kind's "not configured" value.
+template <class V, class Values, class Key>
+V configured(const ValueKind<V>& kind, const Values& values, const Key& key) {
+  return values.contains(key) ? values.find(key) : kind.none;
+}
+
+// " in P CRP set" when the kind traces it, else nothing.
+struct InSet {
+  const Ipkit::IpGenPrefix& prefix;
+  bool shown;
+};
+std::ostream& operator<<(std::ostream& out, const InSet& inSet) {
+  if (inSet.shown) out << " in " << inSet.prefix << " CRP set";
+  return out;
+}
+
 }  // namespace
 
 RpCandidateSm::KelRpEntry::KelRpEntry(RpCandidateSm* owner, const Kel::PtrConst<RpEntry>& entry)
-    : owner_(owner), rpAddr_(entry->address()), name_(entry->address().valueToStrep()) {
+    : NestedReactor(owner), rpAddr_(entry->address()), name_(entry->address().valueToStrep()) {
   notifierIs(entry);
 }
 
 void RpCandidateSm::KelRpEntry::handleGroup() {
-  KEL_TRACE(trace(), 9, owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
-  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
+  KEL_TRACE(trace(), 9, owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
   const auto config = entry();
   if (!config) return;
   for (const auto& [prefix, present] : config->group()) {
     // Detached by a notification of an earlier add: handleDel has given back what was added.
     if (!entry()) return;
-    owner_->doRefCountIs(rpAddr_, prefix);
-    auto candidate = owner_->doCandidateIs(rpAddr_, prefix, config->mode());
+    owner()->doRefCountIs(rpAddr_, prefix);
+    auto candidate = owner()->doCandidateIs(rpAddr_, prefix, config->mode());
     doWriteGroupValues(*config, *candidate, prefix);
     KEL_TRACE(trace(), 5,
-              owner_->vrfTag() << "Added RP " << rpAddr_ << " into " << prefix << " CRP set.");
-    const U32 count = owner_->pfxRefCountIs(rpAddr_)->counterInc(prefix, 1);
+              owner()->vrfTag() << "Added RP " << rpAddr_ << " into " << prefix << " CRP set.");
+    const U32 count = owner()->pfxRefCountIs(rpAddr_)->counterInc(prefix, 1);
     KEL_TRACE(trace(), 8,
-              owner_->vrfTag() << "RefCount for group " << prefix << " related to RP " << rpAddr_
-                               << " = " << count);
+              owner()->vrfTag() << "RefCount for group " << prefix << " related to RP " << rpAddr_
+                                << " = " << count);
   }
 }
 
 void RpCandidateSm::KelRpEntry::handleGroup(const Ipkit::IpGenPrefix& prefix) {
   KEL_TRACE(trace(), 9,
-            owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
-  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
+            owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
   const auto config = entry();
   if (!config) return;
   // Presence of the key decides; the stored flag is not consulted.
@@ -53,8 +100,7 @@ void RpCandidateSm::KelRpEntry::handleGroup(const Ipkit::IpGenPrefix& prefix) {
 }
 
 void RpCandidateSm::KelRpEntry::handleAcl() {
-  KEL_TRACE(trace(), 9, owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
-  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
+  KEL_TRACE(trace(), 9, owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
   const auto config = entry();
   if (!config) return;
   for (const auto& [name, present] : config->acl()) doAclAdd(name);
@@ -63,8 +109,7 @@ void RpCandidateSm::KelRpEntry::handleAcl() {
 void RpCandidateSm::KelRpEntry::handleAcl(const Kel::String& name) {
   KEL_TRACE(
       trace(), 9,
-      owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << this->name() << " ( " << name << " )");
-  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
+      owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << this->name() << " ( " << name << " )");
   const auto config = entry();
   if (!config) return;
   // Presence of the key decides, as for groups: a present key is added again, whatever its flag.
@@ -79,203 +124,135 @@ void RpCandidateSm::KelRpEntry::doWriteGroupValues(const RpEntry& config, RpCand
                                                    const Ipkit::IpGenPrefix& prefix) const {
   // A group add writes all three values, the sentinels for what is not configured, even over
   // values a list wrote: the explicit binding is the operator's latest word on this prefix.
-  candidate.priorityIs(config.priorityGrp().contains(prefix) ? config.priorityGrp(prefix)
-                                                             : kRpPriorityNone);
-  candidate.hashMaskLenIs(config.hashMaskGrp().contains(prefix) ? config.hashMaskGrp(prefix)
-                                                                : kRpHashMaskLenNone);
-  candidate.overrideIs(config.overrideDynGrp().contains(prefix) && config.overrideDynGrp(prefix));
+  candidate.priorityIs(configured(kPriority, config.priorityGrp(), prefix));
+  candidate.hashMaskLenIs(configured(kHashMask, config.hashMaskGrp(), prefix));
+  candidate.overrideIs(configured(kOverride, config.overrideDynGrp(), prefix));
 }
 
 void RpCandidateSm::KelRpEntry::doGroupAdd(const Ipkit::IpGenPrefix& prefix) {
   KEL_TRACE(trace(), 9,
-            owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
+            owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
   const auto config = entry();
   if (!config) return;
-  owner_->doRefCountIs(rpAddr_, prefix);
-  auto candidate = owner_->doCandidateIs(rpAddr_, prefix, config->mode());
+  owner()->doRefCountIs(rpAddr_, prefix);
+  auto candidate = owner()->doCandidateIs(rpAddr_, prefix, config->mode());
   doWriteGroupValues(*config, *candidate, prefix);
   KEL_TRACE(trace(), 5,
-            owner_->vrfTag() << "Added RP " << rpAddr_ << " into " << prefix << " CRP set.");
-  owner_->doRefCountInc(rpAddr_, prefix);
+            owner()->vrfTag() << "Added RP " << rpAddr_ << " into " << prefix << " CRP set.");
+  owner()->doRefCountInc(rpAddr_, prefix);
 }
 
 void RpCandidateSm::KelRpEntry::doGroupRemove(const Ipkit::IpGenPrefix& prefix) {
   KEL_TRACE(trace(), 9,
-            owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
-  owner_->doCandidateRelease(rpAddr_, prefix);
+            owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
+  owner()->doCandidateRelease(rpAddr_, prefix);
 }
 
 void RpCandidateSm::KelRpEntry::doAclAdd(const Kel::String& name) {
   KEL_TRACE(
       trace(), 9,
-      owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << this->name() << " ( " << name << " )");
+      owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << this->name() << " ( " << name << " )");
   const auto config = entry();
   if (!config) return;
-  const auto rpStaticAcl = owner_->rpStaticAclIs(name);
+  const auto rpStaticAcl = owner()->rpStaticAclIs(name);
   // Every add counts, even for an RP the list already holds (a present key announced again):
   // each count is one source, and each later remove gives back exactly one.
   rpStaticAcl->rpAddrIs(rpAddr_, true);
   KEL_TRACE(
       trace(), 8,
-      owner_->vrfTag() << "Added RP " << rpAddr_ << " to RpStaticAcl object for acl " << name);
+      owner()->vrfTag() << "Added RP " << rpAddr_ << " to RpStaticAcl object for acl " << name);
   // Only real values are written: a list without its own priority or hash mask leaves what an
   // explicit group binding set. The override is the list's either way.
-  const bool hasPriority =
-      config->priorityAcl().contains(name) && config->priorityAcl(name) != kRpPriorityNone;
-  const bool hasHashMask =
-      config->hashMaskAcl().contains(name) && config->hashMaskAcl(name) != kRpHashMaskLenNone;
-  const bool override = config->overrideDynAcl().contains(name) && config->overrideDynAcl(name);
+  const RpPriority priority = configured(kPriority, config->priorityAcl(), name);
+  const RpHashMaskLen hashMask = configured(kHashMask, config->hashMaskAcl(), name);
+  const bool override = configured(kOverride, config->overrideDynAcl(), name);
   for (const auto& [prefix, permitted] : rpStaticAcl->grpPrefix()) {
-    owner_->doRefCountIs(rpAddr_, prefix);
-    auto candidate = owner_->doCandidateIs(rpAddr_, prefix, config->mode());
-    if (hasPriority) candidate->priorityIs(config->priorityAcl(name));
-    if (hasHashMask) candidate->hashMaskLenIs(config->hashMaskAcl(name));
+    owner()->doRefCountIs(rpAddr_, prefix);
+    auto candidate = owner()->doCandidateIs(rpAddr_, prefix, config->mode());
+    if (priority != kRpPriorityNone) candidate->priorityIs(priority);
+    if (hashMask != kRpHashMaskLenNone) candidate->hashMaskLenIs(hashMask);
     candidate->overrideIs(override);
-    owner_->doRefCountInc(rpAddr_, prefix);
+    owner()->doRefCountInc(rpAddr_, prefix);
   }
 }
 
 void RpCandidateSm::KelRpEntry::doAclRemove(const Kel::String& name) {
   KEL_TRACE(
       trace(), 9,
-      owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << this->name() << " ( " << name << " )");
-  const auto rpStaticAcl = owner_->doRpStaticAclMutable(name);
+      owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << this->name() << " ( " << name << " )");
+  const auto rpStaticAcl = owner()->doRpStaticAclMutable(name);
   // Not counted for this RP, so there is nothing of the list's to give back.
   if (!rpStaticAcl || !rpStaticAcl->rpAddr().contains(rpAddr_)) return;
   for (const auto& [prefix, permitted] : rpStaticAcl->grpPrefix()) {
-    owner_->doCandidateRelease(rpAddr_, prefix);
+    owner()->doCandidateRelease(rpAddr_, prefix);
   }
   rpStaticAcl->rpAddrDel(rpAddr_);
   KEL_TRACE(
       trace(), 8,
-      owner_->vrfTag() << "Deleted RP " << rpAddr_ << "from RpStaticAcl object for acl " << name);
+      owner()->vrfTag() << "Deleted RP " << rpAddr_ << "from RpStaticAcl object for acl " << name);
   if (!rpStaticAcl->rpAddr().empty()) return;
-  owner_->rpStaticAclDel(name);
-  KEL_TRACE(trace(), 8, owner_->vrfTag() << "Deleted RpStaticAcl object for acl " << name);
+  owner()->rpStaticAclDel(name);
+  KEL_TRACE(trace(), 8, owner()->vrfTag() << "Deleted RpStaticAcl object for acl " << name);
 }
 
-void RpCandidateSm::KelRpEntry::handlePriorityGrp(const Ipkit::IpGenPrefix& prefix) {
-  KEL_TRACE(trace(), 9,
-            owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
-  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
+template <class Kind>
+void RpCandidateSm::KelRpEntry::doGrpValue(const Kind& kind, const char* signature,
+                                           const Ipkit::IpGenPrefix& prefix) {
+  KEL_TRACE(trace(), 9, owner()->vrfTag() << signature << " " << name() << " ( " << prefix << " )");
   const auto config = entry();
   if (!config) return;
   // Whichever source gave the candidate, the operator's latest word on this prefix's value is
-  // written into it; a prefix this RP has no candidate for is left alone.
-  const auto candidate = owner_->doCandidate(prefix, rpAddr_);
+  // written into it, the sentinel included; a prefix this RP has no candidate for is left alone.
+  const auto candidate = owner()->doCandidate(prefix, rpAddr_);
   if (!candidate) return;
-  const RpPriority priority =
-      config->priorityGrp().contains(prefix) ? config->priorityGrp(prefix) : kRpPriorityNone;
-  candidate->priorityIs(priority);
+  const auto value = configured(kind, ((*config).*kind.grp)(), prefix);
+  ((*candidate).*kind.write)(value);
   KEL_TRACE(trace(), 5,
-            owner_->vrfTag() << "Set priority = " << priority << " for prefix " << prefix
-                             << " and RP " << rpAddr_);
+            owner()->vrfTag() << kind.setText << shown(value) << " for prefix " << prefix
+                              << " and RP " << rpAddr_);
 }
 
-void RpCandidateSm::KelRpEntry::handleHashMaskGrp(const Ipkit::IpGenPrefix& prefix) {
+template <class Kind>
+void RpCandidateSm::KelRpEntry::doAclValue(const Kind& kind, const char* signature,
+                                           const Kel::String& name) {
   KEL_TRACE(trace(), 9,
-            owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
-  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
-  const auto config = entry();
-  if (!config) return;
-  const auto candidate = owner_->doCandidate(prefix, rpAddr_);
-  if (!candidate) return;
-  const RpHashMaskLen hashMask =
-      config->hashMaskGrp().contains(prefix) ? config->hashMaskGrp(prefix) : kRpHashMaskLenNone;
-  candidate->hashMaskLenIs(hashMask);
-  KEL_TRACE(trace(), 5,
-            owner_->vrfTag() << "Set hashmask = " << hashMask << " for prefix " << prefix
-                             << " and RP " << rpAddr_);
-}
-
-void RpCandidateSm::KelRpEntry::handleOverrideDynGrp(const Ipkit::IpGenPrefix& prefix) {
-  KEL_TRACE(trace(), 9,
-            owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
-  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
-  const auto config = entry();
-  if (!config) return;
-  const auto candidate = owner_->doCandidate(prefix, rpAddr_);
-  if (!candidate) return;
-  const bool override = config->overrideDynGrp().contains(prefix) && config->overrideDynGrp(prefix);
-  candidate->overrideIs(override);
-  KEL_TRACE(trace(), 5,
-            owner_->vrfTag() << "Setting overrride = " << trueFalse(override) << " for prefix "
-                             << prefix << " and RP " << rpAddr_);
-}
-
-void RpCandidateSm::KelRpEntry::handlePriorityAcl(const Kel::String& name) {
-  KEL_TRACE(
-      trace(), 9,
-      owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << this->name() << " ( " << name << " )");
-  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
+            owner()->vrfTag() << signature << " " << this->name() << " ( " << name << " )");
   const auto config = entry();
   if (!config) return;
   // The list's prefixes are known only while some RP lists it; this RP's candidates of those
   // prefixes take the value whether they came from the list or from a group.
-  const auto rpStaticAcl = owner_->rpStaticAcl(name);
+  const auto rpStaticAcl = owner()->rpStaticAcl(name);
   if (!rpStaticAcl) return;
-  // Unlike a list add, the sentinel is written: the list's priority was removed, and the
+  // Unlike a list add, the sentinel is written: the list's value was removed, and the
   // candidates it gave must stop carrying it.
-  const RpPriority priority =
-      config->priorityAcl().contains(name) ? config->priorityAcl(name) : kRpPriorityNone;
+  const auto value = configured(kind, ((*config).*kind.acl)(), name);
   for (const auto& [prefix, permitted] : rpStaticAcl->grpPrefix()) {
-    const auto candidate = owner_->doCandidate(prefix, rpAddr_);
+    const auto candidate = owner()->doCandidate(prefix, rpAddr_);
     if (!candidate) continue;
-    candidate->priorityIs(priority);
+    ((*candidate).*kind.write)(value);
     KEL_TRACE(trace(), 5,
-              owner_->vrfTag() << "Set priority = " << priority << " for acl " << name << " and RP "
-                               << rpAddr_ << " in " << prefix << " CRP set");
+              owner()->vrfTag() << kind.setText << shown(value) << " for acl " << name << " and RP "
+                                << rpAddr_ << InSet{prefix, kind.aclTraceNamesSet});
   }
 }
 
-void RpCandidateSm::KelRpEntry::handleHashMaskAcl(const Kel::String& name) {
-  KEL_TRACE(
-      trace(), 9,
-      owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << this->name() << " ( " << name << " )");
-  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
-  const auto config = entry();
-  if (!config) return;
-  const auto rpStaticAcl = owner_->rpStaticAcl(name);
-  if (!rpStaticAcl) return;
-  const RpHashMaskLen hashMask =
-      config->hashMaskAcl().contains(name) ? config->hashMaskAcl(name) : kRpHashMaskLenNone;
-  for (const auto& [prefix, permitted] : rpStaticAcl->grpPrefix()) {
-    const auto candidate = owner_->doCandidate(prefix, rpAddr_);
-    if (!candidate) continue;
-    candidate->hashMaskLenIs(hashMask);
-    KEL_TRACE(trace(), 5,
-              owner_->vrfTag() << "Set hashmask = " << hashMask << " for acl " << name << " and RP "
-                               << rpAddr_ << " in " << prefix << " CRP set");
-  }
-}
-
-void RpCandidateSm::KelRpEntry::handleOverrideDynAcl(const Kel::String& name) {
-  KEL_TRACE(
-      trace(), 9,
-      owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << this->name() << " ( " << name << " )");
-  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
-  const auto config = entry();
-  if (!config) return;
-  const auto rpStaticAcl = owner_->rpStaticAcl(name);
-  if (!rpStaticAcl) return;
-  const bool override = config->overrideDynAcl().contains(name) && config->overrideDynAcl(name);
-  for (const auto& [prefix, permitted] : rpStaticAcl->grpPrefix()) {
-    const auto candidate = owner_->doCandidate(prefix, rpAddr_);
-    if (!candidate) continue;
-    candidate->overrideIs(override);
-    KEL_TRACE(trace(), 5,
-              owner_->vrfTag() << "Setting overrride = " << trueFalse(override) << " for acl "
-                               << name << " and RP " << rpAddr_);
-  }
-}
+// The six value handlers are entry points only (their signatures name them in the traces).
+#define PIMRP_VALUE_HANDLER(handler, work, kind, Key) \
+  void RpCandidateSm::KelRpEntry::handler(const Key& key) { work(kind, __PRETTY_FUNCTION__, key); }
+PIMRP_VALUE_HANDLER(handlePriorityGrp, doGrpValue, kPriority, Ipkit::IpGenPrefix)
+PIMRP_VALUE_HANDLER(handleHashMaskGrp, doGrpValue, kHashMask, Ipkit::IpGenPrefix)
+PIMRP_VALUE_HANDLER(handleOverrideDynGrp, doGrpValue, kOverride, Ipkit::IpGenPrefix)
+PIMRP_VALUE_HANDLER(handlePriorityAcl, doAclValue, kPriority, Kel::String)
+PIMRP_VALUE_HANDLER(handleHashMaskAcl, doAclValue, kHashMask, Kel::String)
+PIMRP_VALUE_HANDLER(handleOverrideDynAcl, doAclValue, kOverride, Kel::String)
+#undef PIMRP_VALUE_HANDLER
 
 void RpCandidateSm::KelRpEntry::handleMode() {
-  KEL_TRACE(trace(), 9, owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
-  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
+  KEL_TRACE(trace(), 9, owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
   const auto config = entry();
   if (!config) return;
   const Mode mode = config->mode();
-  const auto& status = owner_->crpStatus();
+  const auto& status = owner()->crpStatus();
   for (const auto& [prefix, set] : status->crpSet()) {
     if (const auto candidate = status->crpSetMutable(prefix)->rpMutable(rpAddr_)) {
       candidate->pimModeIs(mode);
@@ -284,8 +261,7 @@ void RpCandidateSm::KelRpEntry::handleMode() {
 }
 
 void RpCandidateSm::KelRpEntry::handleDel() {
-  KEL_TRACE(trace(), 9, owner_->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
-  const Kel::Ptr<RpCandidateSm> hold = owner_->doKeepAlive();
+  KEL_TRACE(trace(), 9, owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
   const auto config = entry();
   KEL_ASSERT(trace(), config);
   for (const auto& [prefix, present] : config->group()) doGroupRemove(prefix);

@@ -64,6 +64,29 @@ U64 bigEndianHalf(const std::array<std::uint8_t, 16>& bytes, std::size_t first) 
   return (U64{bigEndianWord(bytes, first)} << 32) | bigEndianWord(bytes, first + 4);
 }
 
+// A set named `value` for the scratch collection: a spare one renamed, or a new one.
+template <class Set, class V>
+Kel::Ptr<Set> spareOrNew(std::vector<Kel::Ptr<Set>>& spares, V value) {
+  if (spares.empty()) return Kel::Ptr<Set>(new Set(value));
+  Kel::Ptr<Set> set = std::move(spares.back());
+  spares.pop_back();
+  set->reuseFor(value);
+  return set;
+}
+
+// Empties `collection`, keeping as spares the sets only the collection held.
+template <class Collection, class Set>
+void emptyIntoSpares(Collection& collection, std::vector<Kel::Ptr<Set>>& spares) {
+  for (const auto& [value, readOnly] : collection) {
+    const Kel::Ptr<Set>& set = *collection.findStored(value);
+    // The collection's reference and the iteration's copy: nobody else can see a reuse.
+    if (set->references() != 2) continue;
+    set->rpDelAll();
+    spares.push_back(set);
+  }
+  collection.clear();
+}
+
 // Empties the per-selection scratch sets however the selection ends.
 class ScratchReset {
  public:
@@ -97,15 +120,19 @@ Kel::Ptr<Routing::TrieGen> RpCompute::grpTrieIs(const Kel::Name& name, Ipkit::Ad
 
 Kel::Ptr<RpPrioritySet> RpCompute::rpPrioritySetIs(RpPriority priority) {
   return rpPrioritySet_
-      .insertNew(priority, [&] { return Kel::Ptr<RpPrioritySet>(new RpPrioritySet(priority)); })
+      .insertNew(priority, [&] { return spareOrNew(sparePrioritySets_, priority); })
       .first;
 }
 
+void RpCompute::rpPrioritySetDelAll() { emptyIntoSpares(rpPrioritySet_, sparePrioritySets_); }
+
 Kel::Ptr<RpHashMaskSet> RpCompute::rpHashMaskSetIs(U32 hashMask) {
   return rpHashMaskSet_
-      .insertNew(hashMask, [&] { return Kel::Ptr<RpHashMaskSet>(new RpHashMaskSet(hashMask)); })
+      .insertNew(hashMask, [&] { return spareOrNew(spareHashMaskSets_, hashMask); })
       .first;
 }
+
+void RpCompute::rpHashMaskSetDelAll() { emptyIntoSpares(rpHashMaskSet_, spareHashMaskSets_); }
 
 Kel::Ptr<CrpSet> RpCompute::bidirRpSetIs() {
   if (!bidirRpSet_) bidirRpSet_ = Kel::Ptr<CrpSet>(new CrpSet);

@@ -18,6 +18,8 @@
 //  4. Not reentrant: a selection must not start from inside another (the scratch is shared).
 // Traces go to the trace file "PimRpCompute".
 
+#include <vector>
+
 #include "framework/Ipkit/AddressFamily.h"
 #include "framework/Ipkit/IpGenAddr.h"
 #include "framework/Ipkit/IpGenPrefix.h"
@@ -78,7 +80,8 @@ class RpCompute : public Kel::Entity {
   }
   Kel::Ptr<RpPrioritySet> rpPrioritySetIs(RpPriority priority);
   void rpPrioritySetDel(RpPriority priority) { rpPrioritySet_.erase(priority); }
-  void rpPrioritySetDelAll() { rpPrioritySet_.clear(); }
+  // Empties the collection; sets nobody else holds are kept, emptied, for reuse.
+  void rpPrioritySetDelAll();
   U32 rpPrioritySets() const { return static_cast<U32>(rpPrioritySet_.size()); }
 
   const RpHashMaskSetCollection& rpHashMaskSet() const { return rpHashMaskSet_; }
@@ -87,7 +90,8 @@ class RpCompute : public Kel::Entity {
   }
   Kel::Ptr<RpHashMaskSet> rpHashMaskSetIs(U32 hashMask);
   void rpHashMaskSetDel(U32 hashMask) { rpHashMaskSet_.erase(hashMask); }
-  void rpHashMaskSetDelAll() { rpHashMaskSet_.clear(); }
+  // Empties the collection; sets nobody else holds are kept, emptied, for reuse.
+  void rpHashMaskSetDelAll();
   U32 rpHashMaskSets() const { return static_cast<U32>(rpHashMaskSet_.size()); }
 
   const Kel::Ptr<CrpSet>& bidirRpSet() const { return bidirRpSet_; }
@@ -105,6 +109,9 @@ class RpCompute : public Kel::Entity {
   RpHashMaskSetCollection rpHashMaskSet_;
   Kel::Ptr<CrpSet> bidirRpSet_;
   Kel::Ptr<CrpSet> pimsmRpSet_;
+  // Emptied scratch sets for the next selection: once warm, a selection allocates none.
+  std::vector<Kel::Ptr<RpPrioritySet>> sparePrioritySets_;
+  std::vector<Kel::Ptr<RpHashMaskSet>> spareHashMaskSets_;
 };
 
 Kel::Ptr<RpCompute> rpComputeFactory(const Kel::PtrConst<RpCandidateStatus>& crp,

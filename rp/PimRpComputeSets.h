@@ -45,22 +45,33 @@ class CandidateRefSet : public Kel::Entity {
 
 class CrpSet : public CandidateRefSet {};
 
-class RpPrioritySet : public CandidateRefSet {
+// A CandidateRefSet that one value (a priority, a hash value) names. RpCompute keeps emptied
+// sets for its next selection and renames them (reuseFor), so that a warm selection allocates
+// no set at all.
+template <class V>
+class NamedRefSet : public CandidateRefSet {
  public:
-  explicit RpPrioritySet(RpPriority priority) : priority_(priority) {}
-  RpPriority priority() const { return priority_; }
+  explicit NamedRefSet(V value) : value_(value) {}
+  // REQUIRES: empty, and held by nobody but the caller.
+  void reuseFor(V value) { value_ = value; }
+
+ protected:
+  V value() const { return value_; }
 
  private:
-  const RpPriority priority_;
+  V value_;
 };
 
-class RpHashMaskSet : public CandidateRefSet {
+class RpPrioritySet : public NamedRefSet<RpPriority> {
  public:
-  explicit RpHashMaskSet(U32 hashMask) : hashMask_(hashMask) {}
-  U32 hashMask() const { return hashMask_; }
+  using NamedRefSet::NamedRefSet;
+  RpPriority priority() const { return value(); }
+};
 
- private:
-  const U32 hashMask_;
+class RpHashMaskSet : public NamedRefSet<U32> {
+ public:
+  using NamedRefSet::NamedRefSet;
+  U32 hashMask() const { return value(); }
 };
 
 }  // namespace Pim

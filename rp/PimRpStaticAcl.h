@@ -12,6 +12,7 @@
 
 #include "framework/Ipkit/IpGenAddr.h"
 #include "framework/Ipkit/IpGenPrefix.h"
+#include "framework/Kel/Attribute.h"
 #include "framework/Kel/Collection.h"
 #include "framework/Kel/Entity.h"
 #include "framework/Kel/String.h"
@@ -27,48 +28,14 @@ class RpStaticAcl : public Kel::Entity {
 
   class NotifieeConst : public Kel::Notifiee<RpStaticAcl> {
    public:
-    virtual void onGrpPrefix(const Ipkit::IpGenPrefix& prefix) { (void)prefix; }
-    virtual void onRpAddr(const Ipkit::IpGenAddr& address) { (void)address; }
+    KEL_ON_KEY(GrpPrefix, Ipkit::IpGenPrefix)
+    KEL_ON_KEY(RpAddr, Ipkit::IpGenAddr)
   };
 
-  explicit RpStaticAcl(const Kel::Name& aclName) : aclName_(aclName) {}
+  KEL_KEY(RpStaticAcl, aclName, Kel::Name)
 
-  const Kel::Name& aclName() const { return aclName_; }
-
-  const GrpPrefixCollection& grpPrefix() const { return grpPrefix_; }
-  bool grpPrefix(const Ipkit::IpGenPrefix& prefix) const { return grpPrefix_.find(prefix); }
-  void grpPrefixIs(const Ipkit::IpGenPrefix& prefix, bool value) {
-    if (grpPrefix_.set(prefix, value)) notify(&NotifieeConst::onGrpPrefix, prefix);
-  }
-  void grpPrefixDel(const Ipkit::IpGenPrefix& prefix) {
-    if (grpPrefix_.erase(prefix)) notify(&NotifieeConst::onGrpPrefix, prefix);
-  }
-  void grpPrefixDelAll() {
-    grpPrefix_.eraseAll(
-        [&](const Ipkit::IpGenPrefix& prefix) { notify(&NotifieeConst::onGrpPrefix, prefix); });
-  }
-  void grpPrefixNotify(const Ipkit::IpGenPrefix& prefix) {
-    notify(&NotifieeConst::onGrpPrefix, prefix);
-  }
-
-  const RpAddrCollection& rpAddr() const { return rpAddr_; }
-  bool rpAddr(const Ipkit::IpGenAddr& address) const { return rpAddr_.find(address); }
-  void rpAddrIs(const Ipkit::IpGenAddr& address, bool value) {
-    if (rpAddr_.set(address, value)) notify(&NotifieeConst::onRpAddr, address);
-  }
-  void rpAddrDel(const Ipkit::IpGenAddr& address) {
-    if (rpAddr_.erase(address)) notify(&NotifieeConst::onRpAddr, address);
-  }
-  void rpAddrDelAll() {
-    rpAddr_.eraseAll(
-        [&](const Ipkit::IpGenAddr& address) { notify(&NotifieeConst::onRpAddr, address); });
-  }
-  void rpAddrNotify(const Ipkit::IpGenAddr& address) { notify(&NotifieeConst::onRpAddr, address); }
-
- private:
-  const Kel::Name aclName_;
-  GrpPrefixCollection grpPrefix_;
-  RpAddrCollection rpAddr_;
+  KEL_VALUE_COLLECTION(grpPrefix, GrpPrefix, GrpPrefixCollection)
+  KEL_VALUE_COLLECTION(rpAddr, RpAddr, RpAddrCollection)
 };
 
 }  // namespace Static

@@ -9,6 +9,7 @@ packages=(
   libgtest-dev libgmock-dev
   libbenchmark-dev
   nlohmann-json3-dev libcli11-dev libfmt-dev
+  libedit-dev
   clang libclang-rt-14-dev
 )
 

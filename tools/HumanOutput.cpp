@@ -12,12 +12,17 @@ using Routing::Pim::RpCandidateInfo;
 const std::vector<std::string> kCandidateColumns = {"rp", "priority", "hashmask", "override",
                                                     "mode"};
 
+// A number, or a dash for the value that means "not set".
+std::string valueCell(unsigned value, unsigned notSet) {
+  return value == notSet ? "-" : std::to_string(value);
+}
+
 // The five values of a selection or candidate; an empty selection is one dash.
 std::vector<std::string> candidateCells(const RpCandidateInfo& info) {
   if (!info) return {"-"};
-  return {info.address().valueToStrep(), std::to_string(info.priority()),
-          std::to_string(info.hashMaskLen()), info.override() ? "yes" : "no",
-          modeWord(info.mode())};
+  return {info.address().valueToStrep(), valueCell(info.priority(), Routing::Pim::kRpPriorityNone),
+          valueCell(info.hashMaskLen(), Routing::Pim::kRpHashMaskLenNone),
+          info.override() ? "yes" : "no", modeWord(info.mode())};
 }
 
 std::vector<std::string> withLead(std::string lead, std::vector<std::string> cells) {
@@ -78,10 +83,14 @@ class HumanOutput : public Output {
     }
     if (listing.prefixes.empty()) {
       out_ << " permits no group\n";
-      return;
+    } else {
+      out_ << " permits\n";
+      for (const auto& prefix : listing.prefixes) out_ << "  " << prefix << '\n';
     }
-    out_ << " permits\n";
-    for (const auto& prefix : listing.prefixes) out_ << "  " << prefix << '\n';
+    for (const auto& rule : listing.ignored) {
+      out_ << "  note: seq " << rule.sequence << ' ' << rule.action << ' ' << rule.prefix
+           << " is outside 224.0.0.0/4 and serves no group\n";
+    }
   }
 
   std::ostream& out_;

@@ -21,16 +21,47 @@ void forEachLine(const std::string& text, Visit&& visit) {
   }
 }
 
+std::string lineTooLong() {
+  return "line longer than " + std::to_string(kMaxLineLength) +
+         " bytes; the input is not read past it";
+}
+
 }  // namespace
+
+bool lineFromStream(std::istream& in, std::string& line) {
+  line.clear();
+  std::streambuf* const buffer = in.rdbuf();
+  for (;;) {
+    const int c = buffer->sbumpc();
+    if (c == std::char_traits<char>::eof()) {
+      in.setstate(std::ios::eofbit);
+      return !line.empty();
+    }
+    if (c == '\n') return true;
+    line += static_cast<char>(c);
+    if (line.size() > kMaxLineLength) return true;
+  }
+}
 
 void Interpreter::doReport(const std::string& name, std::size_t line, const std::string& message) {
   errors_ << name << ':' << line << ": error: " << message << '\n';
 }
 
-bool Interpreter::doApply(const std::string& name, std::size_t line, const Statement& statement) {
+bool Interpreter::doApply(const std::string& name, std::size_t line, const Statement& statement,
+                          Commit commit) {
   try {
-    const auto answer = session_.apply(statement);
+    const auto answer = session_.apply(statement, commit);
     if (answer) output_.show(*answer);
+    return true;
+  } catch (const Kel::Exception& refusal) {
+    doReport(name, line, std::string("internal error: ") + refusal.what());
+    return false;
+  }
+}
+
+bool Interpreter::doCommit(const std::string& name, std::size_t line) {
+  try {
+    session_.commit();
     return true;
   } catch (const Kel::Exception& refusal) {
     doReport(name, line, std::string("internal error: ") + refusal.what());
@@ -43,6 +74,11 @@ int Interpreter::runScript(const std::string& name, const std::string& text) {
   Validator checking = validator_;
   bool refused = false;
   forEachLine(text, [&](std::size_t line, std::string_view words) {
+    if (words.size() > kMaxLineLength) {
+      doReport(name, line, lineTooLong());
+      refused = true;
+      return false;
+    }
     try {
       const auto statement = parseStatement(words);
       if (statement) checking.check(*statement);
@@ -57,32 +93,37 @@ int Interpreter::runScript(const std::string& name, const std::string& text) {
   // Parsing again instead of keeping every statement keeps a long script's memory to that of
   // its text: the statements are far larger than their lines.
   bool applied = true;
+  std::size_t lastLine = 0;
   forEachLine(text, [&](std::size_t line, std::string_view words) {
     const auto statement = parseStatement(words);
-    if (statement) applied = doApply(name, line, *statement);
+    if (statement) applied = doApply(name, line, *statement, Commit::inRuns);
+    if (statement) lastLine = line;
     return applied;
   });
-  return applied ? kExitOk : kExitInternal;
+  return applied && doCommit(name, lastLine) ? kExitOk : kExitInternal;
 }
 
-int Interpreter::runStream(const std::string& name, std::istream& in,
-                           const std::function<void()>& prompt,
-                           const std::function<void()>& flush) {
+int Interpreter::runStream(const std::string& name, const LineSource& nextLine,
+                           const std::function<bool()>& flush) {
   bool refused = false;
   std::size_t lineNumber = 0;
   std::string text;
-  for (prompt(); std::getline(in, text); prompt()) {
+  while (nextLine(text)) {
     ++lineNumber;
+    if (text.size() > kMaxLineLength) {
+      doReport(name, lineNumber, lineTooLong());
+      return kExitStatementFailed;
+    }
     try {
       const auto statement = parseStatement(text);
       if (!statement) continue;
       validator_.check(*statement);
-      if (!doApply(name, lineNumber, *statement)) return kExitInternal;
+      if (!doApply(name, lineNumber, *statement, Commit::eachStatement)) return kExitInternal;
     } catch (const StatementError& error) {
       doReport(name, lineNumber, error.what());
       refused = true;
     }
-    flush();
+    if (!flush()) return kExitOutputFailed;
   }
   return refused ? kExitStatementFailed : kExitOk;
 }

@@ -8,7 +8,11 @@
 //  - runStream: statements are read and applied one at a time as they arrive; a bad one is
 //    reported and skipped, the session keeps its state, and the final status is
 //    kExitStatementFailed if any statement was refused.
-// Errors read "NAME:LINE: error: MESSAGE" on the error stream.
+// A script's consecutive rules of one access list reach the library as one change of the list
+// (Session, Commit::inRuns); on a stream each statement is one change.
+// Errors read "NAME:LINE: error: MESSAGE" on the error stream. A line longer than kMaxLineLength
+// bytes is an error at that line and ends the reading: the input is not read past it (it may not
+// end at all, as /dev/zero does not), a script applies nothing, a stream stops there.
 //
 // Invariants:
 //  1. One Validator judges everything this interpreter runs, so rules about order (vrf before
@@ -31,6 +35,18 @@ constexpr int kExitOk = 0;
 constexpr int kExitStatementFailed = 1;
 constexpr int kExitBadScript = 2;
 constexpr int kExitInternal = 3;
+constexpr int kExitOutputFailed = 4;  // the answers could not be written
+
+// The longest line a script or a stream may hold, in bytes, without its line end.
+constexpr std::size_t kMaxLineLength = 4096;
+
+// Reads the next line of `in` into `line`, without its line end; false at the end of the input.
+// Reads at most kMaxLineLength + 1 bytes of one line: a longer line comes back cut there, which
+// the Interpreter refuses.
+bool lineFromStream(std::istream& in, std::string& line);
+
+// The next line of an input into `line`; false at its end.
+using LineSource = std::function<bool(std::string& line)>;
 
 class Interpreter {
  public:
@@ -38,14 +54,19 @@ class Interpreter {
       : session_(session), output_(output), errors_(errors) {}
 
   int runScript(const std::string& name, const std::string& text);
-  // `prompt` runs before each line is read (it may do nothing); `flush` after each statement.
-  int runStream(const std::string& name, std::istream& in, const std::function<void()>& prompt,
-                const std::function<void()>& flush);
+  // `flush` runs after each statement; when it returns false (the answers cannot be written)
+  // running stops.
+  int runStream(const std::string& name, const LineSource& nextLine,
+                const std::function<bool()>& flush);
 
  private:
   void doReport(const std::string& name, std::size_t line, const std::string& message);
   // False when the library refused the statement (reported).
-  bool doApply(const std::string& name, std::size_t line, const Statement& statement);
+  bool doApply(const std::string& name, std::size_t line, const Statement& statement,
+               Commit commit);
+  // Commits the run of rules that a script's last statements collected; false when the library
+  // refused it (reported at `line`, the last statement's).
+  bool doCommit(const std::string& name, std::size_t line);
 
   Session& session_;
   Output& output_;

@@ -55,7 +55,16 @@ class JsonOutput : public Output {
   static Json toJson(const AclListing& listing) {
     Json prefixes = Json::array();
     for (const auto& prefix : listing.prefixes) prefixes.push_back(prefix.valueToStrep());
-    return Json{{"acl", listing.acl}, {"prefixes", std::move(prefixes)}};
+    Json ignored = Json::array();
+    for (const auto& rule : listing.ignored) {
+      ignored.push_back(Json{{"seq", rule.sequence},
+                             {"action", rule.action == Acl::AclAction::permit ? "permit" : "deny"},
+                             {"prefix", rule.prefix.valueToStrep()}});
+    }
+    return Json{{"acl", listing.acl},
+                {"configured", listing.configured},
+                {"prefixes", std::move(prefixes)},
+                {"ignored", std::move(ignored)}};
   }
 
   std::ostream& out_;

@@ -3,11 +3,13 @@
 // an Output prints them. Nothing here is computed by the tool; every field is read from the
 // library's entities or its answers.
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <variant>
 #include <vector>
 
+#include "framework/Acl/IpRuleConfig.h"
 #include "framework/Ipkit/IpGenAddr.h"
 #include "framework/Ipkit/IpGenPrefix.h"
 #include "model/Pim/PimTypes.h"
@@ -39,11 +41,21 @@ struct CandidateListing {
   std::vector<CandidateSetRows> sets;
 };
 
-// show acl: the group prefixes the list permits, ascending.
+// A rule of an access list that names only addresses outside the group space, which the
+// folding of the list therefore passes over.
+struct IgnoredRule {
+  std::uint32_t sequence = 0;
+  Acl::AclAction action = Acl::AclAction::deny;
+  Ipkit::IpGenPrefix prefix;
+};
+
+// show acl: the group prefixes the list permits, ascending, and the rules in sequence order that
+// serve no group.
 struct AclListing {
   std::string acl;
   bool configured = false;
   std::vector<Ipkit::IpGenPrefix> prefixes;
+  std::vector<IgnoredRule> ignored;
 };
 
 using ShowResult = std::variant<RpAnswer, CandidateListing, AclListing>;

@@ -12,6 +12,14 @@ using namespace Routing::Pim;
 
 namespace {
 
+// What a static binding gets for an option left out, as routers' configuration gives it: the
+// best priority, and the hash mask length that the bootstrap router mechanism advises
+// (RFC 5059: 30 for IPv4, 126 for IPv6).
+constexpr unsigned kDefaultPriority = 0;
+unsigned defaultHashMask(Ipkit::AddressFamily af) {
+  return af == Ipkit::AddressFamily::ipv4 ? 30 : 126;
+}
+
 RpCandidateInfo infoOf(const RpCandidate& candidate) {
   return RpCandidateInfo(candidate.address(), candidate.priority(), candidate.hashMaskLen(),
                          candidate.override(), candidate.pimMode());
@@ -25,11 +33,17 @@ void appendSets(const RpCandidateStatus& status, std::vector<CandidateSetRows>& 
   }
 }
 
+bool isRuleStatement(const Statement& statement) {
+  return std::holds_alternative<AclRuleStatement>(statement) ||
+         std::holds_alternative<NoAclRuleStatement>(statement);
+}
+
 }  // namespace
 
 // One overload per statement; a statement without one does not compile.
 struct SessionApply {
   Session& session;
+  Commit commit;
 
   using Result = std::optional<ShowResult>;
 
@@ -46,21 +60,35 @@ struct SessionApply {
   }
 
   // Each option is written before the binding itself, so that the reactor finds the binding's
-  // values in place when the binding arrives, and a rebinding changes only what differs.
+  // values in place when the binding arrives, and a rebinding changes only what differs. An
+  // option left out takes the protocol's default; `none` leaves the value unconfigured.
+  template <class Is, class Del>
+  static void writeOption(const OptionValue& option, unsigned byDefault, Is is, Del del) {
+    switch (option.form) {
+      case OptionValue::Form::leftOut:
+        is(byDefault);
+        return;
+      case OptionValue::Form::none:
+        del();
+        return;
+      case OptionValue::Form::number:
+        is(static_cast<unsigned>(option.number.value));
+        return;
+    }
+  }
+
   Result operator()(const RpGroupStatement& s) const {
     const auto entry = familyOf(s.rp.value).staticConfig()->rpTableIs(s.rp.value);
     const auto& group = s.group.value;
     const auto& options = s.options;
-    if (options.priority) {
-      entry->priorityGrpIs(group, static_cast<RpPriority>(options.priority->value));
-    } else {
-      entry->priorityGrpDel(group);
-    }
-    if (options.hashMask) {
-      entry->hashMaskGrpIs(group, static_cast<RpHashMaskLen>(options.hashMask->value));
-    } else {
-      entry->hashMaskGrpDel(group);
-    }
+    writeOption(
+        options.priority, kDefaultPriority,
+        [&](unsigned value) { entry->priorityGrpIs(group, static_cast<RpPriority>(value)); },
+        [&] { entry->priorityGrpDel(group); });
+    writeOption(
+        options.hashMask, defaultHashMask(group.af()),
+        [&](unsigned value) { entry->hashMaskGrpIs(group, static_cast<RpHashMaskLen>(value)); },
+        [&] { entry->hashMaskGrpDel(group); });
     if (options.override) {
       entry->overrideDynGrpIs(group, true);
     } else {
@@ -73,16 +101,14 @@ struct SessionApply {
   Result operator()(const RpAclStatement& s) const {
     const auto entry = ipv4().staticConfig()->rpTableIs(s.rp.value);
     const auto& options = s.options;
-    if (options.priority) {
-      entry->priorityAclIs(s.acl, static_cast<RpPriority>(options.priority->value));
-    } else {
-      entry->priorityAclDel(s.acl);
-    }
-    if (options.hashMask) {
-      entry->hashMaskAclIs(s.acl, static_cast<RpHashMaskLen>(options.hashMask->value));
-    } else {
-      entry->hashMaskAclDel(s.acl);
-    }
+    writeOption(
+        options.priority, kDefaultPriority,
+        [&](unsigned value) { entry->priorityAclIs(s.acl, static_cast<RpPriority>(value)); },
+        [&] { entry->priorityAclDel(s.acl); });
+    writeOption(
+        options.hashMask, defaultHashMask(Ipkit::AddressFamily::ipv4),
+        [&](unsigned value) { entry->hashMaskAclIs(s.acl, static_cast<RpHashMaskLen>(value)); },
+        [&] { entry->hashMaskAclDel(s.acl); });
     if (options.override) {
       entry->overrideDynAclIs(s.acl, true);
     } else {
@@ -123,9 +149,19 @@ struct SessionApply {
     return std::nullopt;
   }
 
+  // The rules a rule statement edits: the run's when collecting, else the list's current ones
+  // (created with the list when absent and `create`); null when there are none to edit.
+  Kel::Ptr<Acl::AclSubConfig> rulesToEdit(const std::string& acl, bool create) const {
+    if (commit == Commit::inRuns) return session.runRulesOf(acl, create);
+    if (!create) {
+      const auto list = ipv4().aclConfig()->aclMutable(acl);
+      return list ? list->currCfgMutable() : nullptr;
+    }
+    return ipv4().aclConfig()->aclIs(acl)->currCfgIs();
+  }
+
   Result operator()(const AclRuleStatement& s) const {
-    const auto list = ipv4().aclConfig()->aclIs(s.acl);
-    const auto rules = list->currCfgIs();
+    const auto rules = rulesToEdit(s.acl, true);
     const auto sequence = static_cast<U32>(s.sequence.value);
     const Acl::IpRuleConfig rule(
         s.action, s.prefix ? Acl::IpFilter(s.prefix->value) : Acl::IpFilter::anyAddress());
@@ -142,9 +178,8 @@ struct SessionApply {
   }
 
   Result operator()(const NoAclRuleStatement& s) const {
-    const auto list = ipv4().aclConfig()->aclMutable(s.acl);
-    if (!list || !list->currCfgMutable()) return std::nullopt;
-    const auto& rules = list->currCfgMutable();
+    const auto rules = rulesToEdit(s.acl, false);
+    if (!rules) return std::nullopt;
     const auto sequence = static_cast<U32>(s.sequence.value);
     if (!rules->ruleBySequence().contains(sequence)) return std::nullopt;
     const Acl::UniqueId id = rules->ruleBySequence(sequence);
@@ -227,6 +262,16 @@ struct SessionApply {
     listing.configured = true;
     const auto rules = list->currCfg();
     if (!rules) return listing;
+    // Rules about addresses outside the group space only: the folding passes over them.
+    const Ipkit::IpGenPrefix groupSpace(Ipkit::IpGenAddr(Ipkit::Ip4Addr(0xe0000000u)), 4);
+    for (const auto& [sequence, id] : rules->ruleBySequence()) {
+      const Acl::IpRuleConfig rule = rules->ipRuleById(id);
+      const auto& filter = rule.filter();
+      if (!filter.any() && !groupSpace.contains(filter.prefix()) &&
+          !filter.prefix().contains(groupSpace)) {
+        listing.ignored.push_back({sequence, rule.action(), filter.prefix()});
+      }
+    }
     Ipkit::IpGenPrefixSet permitted;
     AclPrefix::AclToPrefix::listToPrefixes(*rules, permitted);
     listing.prefixes.assign(permitted.begin(), permitted.end());
@@ -239,8 +284,37 @@ Session::Session()
       ipv4_(Ipkit::AddressFamily::ipv4, vrf_, rpConfig_),
       ipv6_(Ipkit::AddressFamily::ipv6, vrf_, rpConfig_) {}
 
-std::optional<ShowResult> Session::apply(const Statement& statement) {
-  return std::visit(SessionApply{*this}, statement);
+std::optional<ShowResult> Session::apply(const Statement& statement, Commit commit) {
+  // A run ends at anything but one more rule statement of its list.
+  if (commit == Commit::eachStatement || !isRuleStatement(statement)) this->commit();
+  return std::visit(SessionApply{*this, commit}, statement);
+}
+
+Kel::Ptr<Acl::AclSubConfig> Session::runRulesOf(const std::string& acl, bool create) {
+  if (runRules_ && runAcl_ != acl) commit();
+  if (runRules_) return runRules_;
+  const auto list = ipv4_.aclConfig()->acl(acl);
+  const auto current = list ? list->currCfg() : nullptr;
+  // Removing a rule from a list without rules changes nothing: no run, no list.
+  if (!current && !create) return nullptr;
+  // The run starts from the current rules, under the identifiers they have.
+  runRules_ = Kel::Ptr<Acl::AclSubConfig>(new Acl::AclSubConfig);
+  runAcl_ = acl;
+  if (current) {
+    for (const auto& [sequence, id] : current->ruleBySequence()) {
+      runRules_->ipRuleByIdIs(id, current->ipRuleById(id));
+      runRules_->ruleBySequenceIs(sequence, id);
+    }
+  }
+  return runRules_;
+}
+
+void Session::commit() {
+  if (!runRules_) return;
+  // Taken first, so that a refusal below does not leave a run to commit again.
+  const auto rules = std::move(runRules_);
+  runRules_ = nullptr;
+  ipv4_.aclConfig()->aclIs(runAcl_)->currCfgIs(rules);
 }
 
 }  // namespace PimrpTool

@@ -36,10 +36,18 @@ using Address = Spelled<Ipkit::IpGenAddr>;
 using Prefix = Spelled<Ipkit::IpGenPrefix>;
 using Number = Spelled<std::uint64_t>;
 
-// The options of one rp-address binding; an option left out removes the matching setting.
+// A numeric option of an rp-address binding as written: left out (the binding takes the
+// protocol's default), `none` (the value is left unconfigured) or a number.
+struct OptionValue {
+  enum class Form { leftOut, none, number };
+  Form form = Form::leftOut;
+  Number number;  // when form is number
+};
+
+// The options of one rp-address binding; override left out removes the setting.
 struct BindingOptions {
-  std::optional<Number> priority;
-  std::optional<Number> hashMask;
+  OptionValue priority;
+  OptionValue hashMask;
   bool override = false;
 };
 

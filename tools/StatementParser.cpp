@@ -20,17 +20,33 @@ std::string takeAclName(WordCursor& cursor) {
   return takeName(cursor, "access-list name", kMaxAclNameLength);
 }
 
+// A number, or "none" for a value left unconfigured.
+OptionValue takeOptionValue(WordCursor& cursor, const std::string& what) {
+  OptionValue value;
+  if (cursor.takeIf("none")) {
+    value.form = OptionValue::Form::none;
+    return value;
+  }
+  if (!cursor.atEnd() && cursor.peek().find_first_not_of("0123456789") != std::string::npos) {
+    throw StatementError("invalid " + what + " " + quoted(cursor.peek()) +
+                         ": not a decimal number or 'none'");
+  }
+  value.form = OptionValue::Form::number;
+  value.number = takeNumber(cursor, what);
+  return value;
+}
+
 BindingOptions takeBindingOptions(WordCursor& cursor) {
   BindingOptions options;
   bool overrideSeen = false;
   while (!cursor.atEnd()) {
     const std::string option = takeChoice(cursor, {"priority", "hashmask", "override"});
     if (option == "priority") {
-      requireFirst(options.priority.has_value(), option);
-      options.priority = takeNumber(cursor, "priority");
+      requireFirst(options.priority.form != OptionValue::Form::leftOut, option);
+      options.priority = takeOptionValue(cursor, "priority");
     } else if (option == "hashmask") {
-      requireFirst(options.hashMask.has_value(), option);
-      options.hashMask = takeNumber(cursor, "hashmask");
+      requireFirst(options.hashMask.form != OptionValue::Form::leftOut, option);
+      options.hashMask = takeOptionValue(cursor, "hashmask");
     } else {
       requireFirst(overrideSeen, option);
       overrideSeen = true;

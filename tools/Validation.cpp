@@ -1,5 +1,6 @@
 #include "tools/Validation.h"
 
+#include <algorithm>
 #include <string>
 
 #include "framework/Kel/Exception.h"
@@ -36,13 +37,35 @@ void checkSequence(const Number& sequence) {
   checkRange(sequence, "sequence number", 1, kMaxSequence);
 }
 
-// An RP is a router's unicast address; a group or unspecified address there is a typo.
-void checkRpAddress(const Address& rp) {
-  const bool unspecified = rp.value == Ipkit::IpGenAddr(Ipkit::Ip4Addr(0)) ||
-                           rp.value == Ipkit::IpGenAddr(Ipkit::Ip6Addr());
-  if (rp.value.isMulticast() || unspecified) {
-    throw StatementError("RP address " + quoted(rp.word) + " is not a unicast address");
+// Why an address cannot be a router's unicast address, or "" when it can be one. An IPv4-mapped
+// IPv6 address (::ffff:a.b.c.d) is judged by the IPv4 address it carries.
+std::string notUnicastReason(const Ipkit::IpGenAddr& address) {
+  if (address.isMulticast()) return "it is a multicast address";
+  if (address == Ipkit::IpGenAddr(Ipkit::Ip4Addr(0)) ||
+      address == Ipkit::IpGenAddr(Ipkit::Ip6Addr())) {
+    return "it is the unspecified address";
   }
+  if (address == Ipkit::IpGenAddr(Ipkit::Ip4Addr(0xffffffffu))) {
+    return "it is the broadcast address";
+  }
+  const auto& bytes = address.bytes();
+  const bool mapped =
+      address.af() == AddressFamily::ipv6 &&
+      std::all_of(bytes.begin(), bytes.begin() + 10, [](auto b) { return b == 0; }) &&
+      bytes[10] == 0xff && bytes[11] == 0xff;
+  if (!mapped) return "";
+  const Ipkit::IpGenAddr carried(std::to_string(bytes[12]) + "." + std::to_string(bytes[13]) + "." +
+                                 std::to_string(bytes[14]) + "." + std::to_string(bytes[15]));
+  const std::string why = notUnicastReason(carried);
+  if (why.empty()) return "";
+  return "it maps IPv4 address " + carried.valueToStrep() + ", which " + why.substr(3);
+}
+
+// An RP is a router's unicast address; a group, unspecified or broadcast address there is a typo.
+void checkRpAddress(const Address& rp) {
+  const std::string why = notUnicastReason(rp.value);
+  if (why.empty()) return;
+  throw StatementError("RP address " + quoted(rp.word) + " is not a unicast address: " + why);
 }
 
 const char* multicastSpace(AddressFamily af) {
@@ -77,8 +100,10 @@ void checkRpForAcl(const Address& rp, const std::string& acl) {
 }
 
 void checkOptions(const BindingOptions& options, AddressFamily groupFamily) {
-  if (options.priority) checkPriority(*options.priority);
-  if (options.hashMask) checkHashMask(*options.hashMask, groupFamily);
+  if (options.priority.form == OptionValue::Form::number) checkPriority(options.priority.number);
+  if (options.hashMask.form == OptionValue::Form::number) {
+    checkHashMask(options.hashMask.number, groupFamily);
+  }
 }
 
 // One overload per statement; a statement without one does not compile.

@@ -1,6 +1,7 @@
 // pimrp: runs RP configuration scripts against the library, wired as a routing agent wires it,
 // and answers which RP serves a group.
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -15,8 +16,10 @@
 #include "framework/Kel/System.h"
 #include "tools/DemoScript.h"
 #include "tools/Interpreter.h"
+#include "tools/LineEditor.h"
 #include "tools/Output.h"
 #include "tools/Session.h"
+#include "tools/StatementError.h"
 #include "tools/TraceOption.h"
 
 #ifndef PIMRP_VERSION
@@ -28,7 +31,7 @@ namespace {
 using namespace PimrpTool;
 
 struct Options {
-  std::string script;
+  std::optional<std::string> script;  // none: the demo
   bool json = false;
   bool printDemoScript = false;
   std::vector<std::string> traces;
@@ -51,8 +54,8 @@ void defineOptions(CLI::App& app, Options& options) {
   app.footer(
       "Statements, one per line ('#' starts a comment):\n"
       "  vrf NAME\n"
-      "  rp-address ADDR group PREFIX [priority N] [hashmask N] [override]\n"
-      "  rp-address ADDR acl NAME [priority N] [hashmask N] [override]\n"
+      "  rp-address ADDR group PREFIX [priority N|none] [hashmask N|none] [override]\n"
+      "  rp-address ADDR acl NAME [priority N|none] [hashmask N|none] [override]\n"
       "  rp-address ADDR mode sparse|bidir\n"
       "  no rp-address ADDR [group PREFIX | acl NAME]\n"
       "  acl NAME seq N permit|deny PREFIX|any\n"
@@ -62,7 +65,20 @@ void defineOptions(CLI::App& app, Options& options) {
       "  rp-hash-algorithm rfc7761|modulo\n"
       "  show rp GROUP [mode sparse|bidir] [join ADDR]\n"
       "  show candidates static|bsr\n"
-      "  show acl NAME");
+      "  show acl NAME\n"
+      "\n"
+      "A priority left out is 0, a hash mask 30 (IPv4) or 126 (IPv6); 'none' leaves the value\n"
+      "unset, shown as '-'. A bootstrap (bsr-rp) RP beats a static one whatever their\n"
+      "priorities, unless the static one has 'override'. The modulo rule ignores priority.\n"
+      "'mode sparse|bidir' keeps each source's winner only if it is of that mode; it does not\n"
+      "choose again among that mode's candidates. 'join ADDR' is the RP a received join named,\n"
+      "the answer only when no source has one. The IPv6 hash uses the group's last 32 bits, so\n"
+      "an IPv6 hash mask of 96 or less sends a whole range to one RP (other PIM implementations\n"
+      "may differ). A line holds at most 4096 bytes.\n"
+      "\n"
+      "Exit status: 0 all went well; 1 a statement on standard input was refused; 2 a bad\n"
+      "script, option or input (nothing applied); 3 internal error; 4 standard output could\n"
+      "not be written.");
 }
 
 // Set up before the library is wired, so that its construction is traced too.
@@ -79,7 +95,9 @@ bool applyTraceOptions(const std::vector<std::string>& traces) {
   return true;
 }
 
-// The whole file, or an empty optional with the reason in `why`.
+// The whole file, or an empty optional with the reason in `why`. Reading stops inside the first
+// line longer than kMaxLineLength, so that the interpreter sees that line too long and refuses
+// it, and a file without line ends (/dev/zero) is not read forever.
 std::optional<std::string> readFile(const std::string& path, std::string& why) {
   std::FILE* file = std::fopen(path.c_str(), "rb");
   if (file == nullptr) {
@@ -89,7 +107,13 @@ std::optional<std::string> readFile(const std::string& path, std::string& why) {
   std::string text;
   char buffer[1 << 16];
   std::size_t got;
-  while ((got = std::fread(buffer, 1, sizeof buffer, file)) > 0) text.append(buffer, got);
+  std::size_t lineStart = 0;
+  while ((got = std::fread(buffer, 1, sizeof buffer, file)) > 0) {
+    text.append(buffer, got);
+    const std::size_t lastEnd = text.rfind('\n');
+    if (lastEnd != std::string::npos && lastEnd >= text.size() - got) lineStart = lastEnd + 1;
+    if (text.size() - lineStart > kMaxLineLength) break;
+  }
   // A directory opens but does not read; ferror tells it from the end of a file.
   const bool failed = std::ferror(file) != 0;
   const int error = errno;
@@ -99,6 +123,33 @@ std::optional<std::string> readFile(const std::string& path, std::string& why) {
     return std::nullopt;
   }
   return text;
+}
+
+// The options' own contradictions, as the message that refuses them; "" when there are none.
+std::string optionsRefusal(const Options& options) {
+  if (options.printDemoScript && options.script) {
+    return "--demo-script prints the demo script and runs nothing: give it no FILE";
+  }
+  if (options.script && options.script->empty()) {
+    return "the script name is empty: give a FILE, '-' for standard input, or nothing for the "
+           "demo";
+  }
+  return "";
+}
+
+// Standard input as a stream of statements; a directory there reads as nothing at all, which
+// would look like an empty session.
+bool standardInputReadable() {
+  struct stat status;
+  if (fstat(STDIN_FILENO, &status) != 0) {
+    std::cerr << "pimrp: cannot read standard input: " << std::strerror(errno) << '\n';
+    return false;
+  }
+  if (S_ISDIR(status.st_mode)) {
+    std::cerr << "pimrp: cannot read standard input: " << std::strerror(EISDIR) << '\n';
+    return false;
+  }
+  return true;
 }
 
 int run(const Options& options) {
@@ -116,27 +167,49 @@ int run(const Options& options) {
   static Session* const session = new Session;
   const auto output = options.json ? jsonOutputFactory(std::cout) : humanOutputFactory(std::cout);
   Interpreter interpreter(*session, *output, std::cerr);
-  if (options.script.empty()) return interpreter.runScript("demo", demoScript());
-  if (options.script != "-") {
+  if (!options.script) return interpreter.runScript("demo", demoScript());
+  const std::string& script = *options.script;
+  if (script != "-") {
     std::string why;
-    const auto text = readFile(options.script, why);
+    const auto text = readFile(script, why);
     if (!text) {
-      std::cerr << "pimrp: cannot read '" << options.script << "': " << why << '\n';
+      std::cerr << "pimrp: cannot read " << quoted(script) << ": " << why << '\n';
       return kExitBadScript;
     }
-    return interpreter.runScript(options.script, *text);
+    return interpreter.runScript(script, *text);
   }
-  // The prompt goes to standard error, so that standard output holds answers only.
-  const bool terminal = isatty(STDIN_FILENO) != 0;
+  if (!standardInputReadable()) return kExitBadScript;
+  const auto flush = [] { return static_cast<bool>(std::cout.flush()); };
+  if (isatty(STDIN_FILENO) == 0) {
+    return interpreter.runStream(
+        "-", [](std::string& line) { return lineFromStream(std::cin, line); }, flush);
+  }
+  // At a terminal: line editing and history, the prompt on standard error.
+  LineEditor editor("pimrp");
   const int status = interpreter.runStream(
-      "-", std::cin,
-      [terminal] {
-        if (terminal) std::cerr << "pimrp> " << std::flush;
-      },
-      [] { std::cout.flush(); });
+      "-", [&editor](std::string& line) { return editor.lineNext(line); }, flush);
   // End of input leaves the cursor after the last prompt; the shell's prompt belongs below it.
-  if (terminal) std::cerr << '\n';
+  std::cerr << '\n';
   return status;
+}
+
+// The parser's refusal as a pimrp error: an unknown option or a second FILE named as such.
+std::string parseRefusal(const CLI::App& app, const CLI::ParseError& error) {
+  const std::vector<std::string> extras = app.remaining();
+  if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr && !extras.empty()) {
+    const std::string& extra = extras.front();
+    if (extra.size() > 1 && extra[0] == '-') return "unknown option " + quoted(extra);
+    return "unexpected argument " + quoted(extra) + ": give at most one FILE";
+  }
+  return error.what();
+}
+
+// Everything written to standard output must have reached it; a full disk or a closed pipe is
+// a failure of the run, not a success without answers.
+int withOutputChecked(int status) {
+  if (std::cout.flush() && std::fflush(stdout) == 0) return status;
+  std::cerr << "pimrp: cannot write standard output: " << std::strerror(errno) << '\n';
+  return kExitOutputFailed;
 }
 
 }  // namespace
@@ -148,11 +221,17 @@ int main(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    const int status = app.exit(error);
-    return status == 0 ? kExitOk : kExitBadScript;
+    if (error.get_exit_code() == 0) return withOutputChecked((app.exit(error), kExitOk));
+    std::cerr << "pimrp: " << parseRefusal(app, error) << " (see pimrp --help)\n";
+    return kExitBadScript;
+  }
+  const std::string refusal = optionsRefusal(options);
+  if (!refusal.empty()) {
+    std::cerr << "pimrp: " << refusal << '\n';
+    return kExitBadScript;
   }
   try {
-    return run(options);
+    return withOutputChecked(run(options));
   } catch (const std::exception& failure) {
     std::cerr << "pimrp: internal error: " << failure.what() << '\n';
     return kExitInternal;

@@ -10,6 +10,8 @@
 //
 // In E, after NotifieeConst (each macro leaves the access at public):
 //   KEL_ENTITY_NAME("Ns::E")      the class name the null-mutator refusal quotes.
+//   KEL_KEY(E, name, Type...)     the identity an entity is constructed with and never changes:
+//       explicit E(const Type& name), name()
 //   KEL_SCALAR(name, Name, initial, Type...)
 //       name(), nameIs(v)
 //   KEL_COUNTER(name, Name, initial, Type...)
@@ -18,6 +20,9 @@
 //   KEL_VALUE_COLLECTION(name, Name, Collection...)
 //       name(), name(key) (the default value when absent), nameIs(key, v), nameDel(key),
 //       nameDelAll(), nameNotify(key), nameNotify()
+//   KEL_COUNTER_COLLECTION(name, Name, Collection...)
+//       as KEL_VALUE_COLLECTION, plus nameInc(key, n) and nameDec(key, n): an absent counter
+//       counts from the default value; both return the value stored (unsigned ones wrap).
 //   KEL_ENTITY_COLLECTION(name, Name, Collection...)   (members stored as Kel::Ptr<M>)
 //       name(), name(key) (read-only, null when absent), nameIs(key) (creates M(key) or returns
 //       the member present), nameIs(key, member) (adopts; a null member is refused with
@@ -56,6 +61,16 @@ using HandlerArg = std::conditional_t<std::is_scalar_v<K>, K, const K&>;
 #define KEL_ENTITY_NAME(className) \
  public:                           \
   static const char* kelClassName() { return className; }
+
+#define KEL_KEY(Class, name, ...)                            \
+ public:                                                     \
+  explicit Class(const __VA_ARGS__& name) : name##_(name) {} \
+  const __VA_ARGS__& name() const { return name##_; }        \
+                                                             \
+ private:                                                    \
+  const __VA_ARGS__ name##_;                                 \
+                                                             \
+ public:
 
 #define KEL_SCALAR(name, Name, initial, ...)                                  \
  private:                                                                     \
@@ -124,4 +139,19 @@ using HandlerArg = std::conditional_t<std::is_scalar_v<K>, K, const K&>;
   __VA_ARGS__::StoredType name##Mutable(const __VA_ARGS__::Key& key) {                \
     const auto* stored = name##_.findStored(key);                                     \
     return stored ? *stored : nullptr;                                                \
+  }
+
+#define KEL_COUNTER_COLLECTION(name, Name, ...)                                     \
+  KEL_VALUE_COLLECTION(name, Name, __VA_ARGS__)                                     \
+  __VA_ARGS__::StoredType name##Inc(const __VA_ARGS__::Key& key,                    \
+                                    const __VA_ARGS__::StoredType& n) {             \
+    const auto value = static_cast<__VA_ARGS__::StoredType>(name##_.find(key) + n); \
+    name##Is(key, value);                                                           \
+    return value;                                                                   \
+  }                                                                                 \
+  __VA_ARGS__::StoredType name##Dec(const __VA_ARGS__::Key& key,                    \
+                                    const __VA_ARGS__::StoredType& n) {             \
+    const auto value = static_cast<__VA_ARGS__::StoredType>(name##_.find(key) - n); \
+    name##Is(key, value);                                                           \
+    return value;                                                                   \
   }

@@ -32,17 +32,19 @@
 #include <utility>
 #include <vector>
 
+#include "framework/Kel/internal/CollectionBase.h"
+
 namespace Kel {
 
 template <class K, class Stored, class Exposed = Stored>
-class OrderedCollection {
+class OrderedCollection
+    : public internal::CollectionBase<OrderedCollection<K, Stored, Exposed>, K, Stored, Exposed> {
   using Map = std::map<K, Stored>;
+  using Base = internal::CollectionBase<OrderedCollection, K, Stored, Exposed>;
+  friend Base;
 
  public:
-  using Key = K;
-  using StoredType = Stored;
-  using ExposedType = Exposed;
-  using Entry = std::pair<K, Exposed>;
+  using typename Base::Entry;
 
   class Iterator {
    public:
@@ -78,25 +80,9 @@ class OrderedCollection {
   std::size_t size() const { return map_.size(); }
   bool empty() const { return map_.empty(); }
 
-  // The member stored under `key`, or a default-constructed one.
-  Exposed find(const K& key) const {
-    auto found = map_.find(key);
-    return found == map_.end() ? Exposed() : Exposed(found->second);
-  }
-  bool contains(const K& key) const { return map_.count(key) != 0; }
   const Stored* findStored(const K& key) const {
     auto found = map_.find(key);
     return found == map_.end() ? nullptr : &found->second;
-  }
-
-  // Returns the member under `key`, creating it with make() when absent; .second tells whether
-  // this call created it (invariant 4).
-  template <class Make>
-  std::pair<Stored, bool> insertNew(const K& key, Make&& make) {
-    if (const Stored* present = findStored(key)) return {*present, false};
-    Stored made = make();
-    auto [at, inserted] = map_.try_emplace(key, std::move(made));
-    return {at->second, inserted};
   }
 
   // Stores `value` under `key`; returns false when the same value was already there.
@@ -115,29 +101,27 @@ class OrderedCollection {
     return true;
   }
 
-  // Erases the members one at a time, lowest key first, calling onErased(key) after each.
-  template <class OnErased>
-  void eraseAll(OnErased&& onErased) {
-    while (!map_.empty()) {
-      K key = map_.begin()->first;
-      map_.erase(map_.begin());
-      ++erasures_;
-      onErased(key);
-    }
-  }
+  // eraseAll (lowest key first) and insertNew come from CollectionBase.
 
  private:
+  K nextToErase() const { return map_.begin()->first; }
+  std::pair<Stored, bool> insertMade(const K& key, Stored&& made) {
+    auto [at, inserted] = map_.try_emplace(key, std::move(made));
+    return {at->second, inserted};
+  }
+
   Map map_;
   std::uint64_t erasures_ = 0;
 };
 
 template <class K, class Stored, class Exposed = Stored, class Hash = std::hash<K>>
-class HashCollection {
+class HashCollection : public internal::CollectionBase<HashCollection<K, Stored, Exposed, Hash>, K,
+                                                       Stored, Exposed> {
+  using Base = internal::CollectionBase<HashCollection, K, Stored, Exposed>;
+  friend Base;
+
  public:
-  using Key = K;
-  using StoredType = Stored;
-  using ExposedType = Exposed;
-  using Entry = std::pair<K, Exposed>;
+  using typename Base::Entry;
 
   // Walks the dense member array from the back, so that deleting the current member (which moves
   // the last, already visited member into its slot) never skips or repeats one.
@@ -166,24 +150,9 @@ class HashCollection {
   std::size_t size() const { return slots_.size(); }
   bool empty() const { return slots_.empty(); }
 
-  Exposed find(const K& key) const {
-    const Stored* stored = findStored(key);
-    return stored ? Exposed(*stored) : Exposed();
-  }
-  bool contains(const K& key) const { return index_.count(key) != 0; }
   const Stored* findStored(const K& key) const {
     auto found = index_.find(key);
     return found == index_.end() ? nullptr : &slots_[found->second].second;
-  }
-
-  template <class Make>
-  std::pair<Stored, bool> insertNew(const K& key, Make&& make) {
-    if (const Stored* present = findStored(key)) return {*present, false};
-    Stored made = make();
-    auto [at, inserted] = index_.try_emplace(key, slots_.size());
-    if (!inserted) return {slots_[at->second].second, false};
-    slots_.emplace_back(key, std::move(made));
-    return {slots_.back().second, true};
   }
 
   bool set(const K& key, const Stored& value) {
@@ -211,16 +180,17 @@ class HashCollection {
     return true;
   }
 
-  template <class OnErased>
-  void eraseAll(OnErased&& onErased) {
-    while (!slots_.empty()) {
-      K key = slots_.back().first;
-      erase(key);
-      onErased(key);
-    }
-  }
+  // eraseAll (last slot first, so nothing moves) and insertNew come from CollectionBase.
 
  private:
+  K nextToErase() const { return slots_.back().first; }
+  std::pair<Stored, bool> insertMade(const K& key, Stored&& made) {
+    auto [at, inserted] = index_.try_emplace(key, slots_.size());
+    if (!inserted) return {slots_[at->second].second, false};
+    slots_.emplace_back(key, std::move(made));
+    return {slots_.back().second, true};
+  }
+
   std::vector<std::pair<K, Stored>> slots_;
   std::unordered_map<K, std::size_t, Hash> index_;
 };
@@ -228,12 +198,13 @@ class HashCollection {
 // `Slots` may be a small-buffer vector for collections that usually hold a handful of members.
 template <class K, class Stored, class Exposed = Stored,
           class Slots = std::vector<std::pair<K, Stored>>>
-class FlatCollection {
+class FlatCollection : public internal::CollectionBase<FlatCollection<K, Stored, Exposed, Slots>, K,
+                                                       Stored, Exposed> {
+  using Base = internal::CollectionBase<FlatCollection, K, Stored, Exposed>;
+  friend Base;
+
  public:
-  using Key = K;
-  using StoredType = Stored;
-  using ExposedType = Exposed;
-  using Entry = std::pair<K, Exposed>;
+  using typename Base::Entry;
 
   class Iterator {
    public:
@@ -274,26 +245,9 @@ class FlatCollection {
   std::size_t size() const { return slots_.size(); }
   bool empty() const { return slots_.empty(); }
 
-  Exposed find(const K& key) const {
-    const Stored* stored = findStored(key);
-    return stored ? Exposed(*stored) : Exposed();
-  }
-  bool contains(const K& key) const { return findStored(key) != nullptr; }
   const Stored* findStored(const K& key) const {
     const std::size_t at = lowerPosition(key);
     return at < slots_.size() && !(key < slots_[at].first) ? &slots_[at].second : nullptr;
-  }
-
-  template <class Make>
-  std::pair<Stored, bool> insertNew(const K& key, Make&& make) {
-    if (const Stored* present = findStored(key)) return {*present, false};
-    Stored made = make();
-    // The factory may have inserted or erased members: the position is found afterwards.
-    const std::size_t at = lowerPosition(key);
-    if (at < slots_.size() && !(key < slots_[at].first)) return {slots_[at].second, false};
-    slots_.emplace(slots_.begin() + static_cast<std::ptrdiff_t>(at), key, std::move(made));
-    ++changes_;
-    return {slots_[at].second, true};
   }
 
   bool set(const K& key, const Stored& value) {
@@ -316,14 +270,7 @@ class FlatCollection {
     return true;
   }
 
-  template <class OnErased>
-  void eraseAll(OnErased&& onErased) {
-    while (!slots_.empty()) {
-      K key = slots_.front().first;
-      erase(key);
-      onErased(key);
-    }
-  }
+  // eraseAll (lowest key first) and insertNew come from CollectionBase.
 
   // Empties the collection without telling anyone, keeping its storage for the next fill.
   void clear() {
@@ -333,6 +280,16 @@ class FlatCollection {
   }
 
  private:
+  K nextToErase() const { return slots_.front().first; }
+  std::pair<Stored, bool> insertMade(const K& key, Stored&& made) {
+    // The factory may have inserted or erased members: the position is found afterwards.
+    const std::size_t at = lowerPosition(key);
+    if (at < slots_.size() && !(key < slots_[at].first)) return {slots_[at].second, false};
+    slots_.emplace(slots_.begin() + static_cast<std::ptrdiff_t>(at), key, std::move(made));
+    ++changes_;
+    return {slots_[at].second, true};
+  }
+
   std::size_t lowerPosition(const K& key) const {
     auto at = std::lower_bound(slots_.begin(), slots_.end(), key,
                                [](const auto& slot, const K& k) { return slot.first < k; });

@@ -57,6 +57,8 @@ class ReactorOwner : public PtrInterface {
 class NestedReactorBase {
  public:
   bool ownerTearingDown() const { return rootOwner_ != nullptr && rootOwner_->tearingDown(); }
+  // The ReactorOwner at the top of the chain of owners, or null.
+  const ReactorOwner* rootOwner() const { return rootOwner_; }
 
  protected:
   const ReactorOwner* rootOwner_ = nullptr;
@@ -64,6 +66,9 @@ class NestedReactorBase {
  private:
   template <class, class, class>
   friend class NestedReactorCollection;
+  // A reactor nested in a nested reactor reads its owner's root owner.
+  template <class, class>
+  friend class NestedReactor;
 
   bool deleting_ = false;
 };
@@ -86,7 +91,7 @@ class NestedReactor : public N, public NestedReactorBase {
     if constexpr (std::is_base_of_v<ReactorOwner, Owner>) {
       rootOwner_ = owner;
     } else if constexpr (std::is_base_of_v<NestedReactorBase, Owner>) {
-      rootOwner_ = static_cast<const NestedReactorBase*>(owner)->rootOwner_;
+      rootOwner_ = static_cast<const NestedReactorBase*>(owner)->rootOwner();
     }
   }
 

@@ -20,6 +20,11 @@
 
 namespace Kel {
 
+namespace internal {
+// The switch below; read on every count change, so it is visible to the inline fast path.
+extern std::atomic<bool> atomicCounts;
+}  // namespace internal
+
 // REQUIRES: no Ptr is being copied or dropped on another thread while the switch changes.
 void threadSafePtrsIs(bool threadSafe);
 bool threadSafePtrs();
@@ -33,15 +38,34 @@ class PtrInterface {
 
   std::uint32_t references() const { return references_.load(std::memory_order_relaxed); }
 
-  void newRef() const;
+  void newRef() const {
+    if (internal::atomicCounts.load(std::memory_order_relaxed)) {
+      references_.fetch_add(1, std::memory_order_relaxed);
+    } else {
+      // A relaxed load and store compile to plain arithmetic, with no locked instruction.
+      references_.store(references_.load(std::memory_order_relaxed) + 1, std::memory_order_relaxed);
+    }
+  }
   // Deletes the object when the last reference goes, after telling it (lastReferenceGone).
-  void deleteRef() const;
+  void deleteRef() const {
+    std::uint32_t remaining;
+    if (internal::atomicCounts.load(std::memory_order_relaxed)) {
+      remaining = references_.fetch_sub(1, std::memory_order_acq_rel) - 1;
+    } else {
+      remaining = references_.load(std::memory_order_relaxed) - 1;
+      references_.store(remaining, std::memory_order_relaxed);
+    }
+    if (remaining == 0) lastReferenceDropped();
+  }
 
  protected:
   // Called once, just before deleteRef deletes the object, while it is still whole.
   virtual void lastReferenceGone() const {}
 
  private:
+  // Out of line: the rare path that tells and deletes the object.
+  void lastReferenceDropped() const;
+
   mutable std::atomic<std::uint32_t> references_{0};
 };
 

@@ -7,6 +7,7 @@
 // no override, mode 0 (which selection ignores), setup time 0.
 
 #include "framework/Ipkit/IpGenAddr.h"
+#include "framework/Kel/Attribute.h"
 #include "framework/Kel/Entity.h"
 #include "model/Pim/PimTypes.h"
 
@@ -17,44 +18,20 @@ class RpCandidate : public Kel::Entity {
  public:
   class NotifieeConst : public Kel::Notifiee<RpCandidate> {
    public:
-    virtual void onPriority() {}
-    virtual void onHashMaskLen() {}
-    virtual void onOverride() {}
-    virtual void onPimMode() {}
-    virtual void onSetupTime() {}
+    KEL_ON(Priority)
+    KEL_ON(HashMaskLen)
+    KEL_ON(Override)
+    KEL_ON(PimMode)
+    KEL_ON(SetupTime)
   };
 
-  explicit RpCandidate(const Ipkit::IpGenAddr& address) : address_(address) {}
+  KEL_KEY(RpCandidate, address, Ipkit::IpGenAddr)
 
-  const Ipkit::IpGenAddr& address() const { return address_; }
-  RpPriority priority() const { return priority_; }
-  RpHashMaskLen hashMaskLen() const { return hashMaskLen_; }
-  bool override() const { return override_; }
-  Mode pimMode() const { return pimMode_; }
-  double setupTime() const { return setupTime_; }
-
-  void priorityIs(RpPriority priority) { assign(priority_, priority, &NotifieeConst::onPriority); }
-  void hashMaskLenIs(RpHashMaskLen hashMaskLen) {
-    assign(hashMaskLen_, hashMaskLen, &NotifieeConst::onHashMaskLen);
-  }
-  void overrideIs(bool override) { assign(override_, override, &NotifieeConst::onOverride); }
-  void pimModeIs(Mode pimMode) { assign(pimMode_, pimMode, &NotifieeConst::onPimMode); }
-  void setupTimeIs(double setupTime) { assign(setupTime_, setupTime, &NotifieeConst::onSetupTime); }
-
- private:
-  template <class T>
-  void assign(T& attribute, const T& value, void (NotifieeConst::*handler)()) {
-    if (attribute == value) return;
-    attribute = value;
-    notify(handler);
-  }
-
-  const Ipkit::IpGenAddr address_;
-  RpPriority priority_ = kRpPriorityNone;
-  RpHashMaskLen hashMaskLen_ = kRpHashMaskLenNone;
-  bool override_ = false;
-  Mode pimMode_ = modePimNone;
-  double setupTime_ = 0.0;
+  KEL_SCALAR(priority, Priority, kRpPriorityNone, RpPriority)
+  KEL_SCALAR(hashMaskLen, HashMaskLen, kRpHashMaskLenNone, RpHashMaskLen)
+  KEL_SCALAR(override, Override, false, bool)
+  KEL_SCALAR(pimMode, PimMode, modePimNone, Mode)
+  KEL_SCALAR(setupTime, SetupTime, 0.0, double)
 };
 
 }  // namespace Pim

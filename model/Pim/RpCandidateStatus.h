@@ -5,9 +5,12 @@
 // Invariants:
 //  1. `crpSet` is a hash collection: its iteration order is not promised.
 //  2. Each change of `crpSet` notifies onCrpSet(prefix); changes inside a set notify that set.
+//     crpSetNotify() notifies onCrpSet() with no prefix: "the whole collection changed", which a
+//     reactor answers by re-reading every set.
 //  3. One writer per status; everything else reads it through PtrConst.
 
 #include "framework/Ipkit/IpGenPrefix.h"
+#include "framework/Kel/Attribute.h"
 #include "framework/Kel/Collection.h"
 #include "framework/Kel/Entity.h"
 #include "model/Pim/PimTypes.h"
@@ -23,45 +26,15 @@ class RpCandidateStatus : public Kel::Entity {
 
   class NotifieeConst : public Kel::Notifiee<RpCandidateStatus> {
    public:
-    virtual void onCrpSet(const Ipkit::IpGenPrefix& prefix) { (void)prefix; }
-    virtual void onRpSetType() {}
+    KEL_ON_KEY(CrpSet, Ipkit::IpGenPrefix)
+    KEL_ON(RpSetType)
   };
 
-  const CrpSetCollection& crpSet() const { return crpSet_; }
-  Kel::PtrConst<RpCandidateSet> crpSet(const Ipkit::IpGenPrefix& prefix) const {
-    return crpSet_.find(prefix);
-  }
-  // Creates the set of `prefix`, or returns the existing one.
-  Kel::Ptr<RpCandidateSet> crpSetIs(const Ipkit::IpGenPrefix& prefix) {
-    auto [set, created] = crpSet_.insertNew(
-        prefix, [&] { return Kel::Ptr<RpCandidateSet>(new RpCandidateSet(prefix)); });
-    if (created) notify(&NotifieeConst::onCrpSet, prefix);
-    return set;
-  }
-  // The writer's handle on an existing set, or null.
-  Kel::Ptr<RpCandidateSet> crpSetMutable(const Ipkit::IpGenPrefix& prefix) {
-    const auto* stored = crpSet_.findStored(prefix);
-    return stored ? *stored : nullptr;
-  }
-  void crpSetDel(const Ipkit::IpGenPrefix& prefix) {
-    if (crpSet_.erase(prefix)) notify(&NotifieeConst::onCrpSet, prefix);
-  }
-  void crpSetDelAll() {
-    crpSet_.eraseAll(
-        [&](const Ipkit::IpGenPrefix& prefix) { notify(&NotifieeConst::onCrpSet, prefix); });
-  }
-  void crpSetNotify(const Ipkit::IpGenPrefix& prefix) { notify(&NotifieeConst::onCrpSet, prefix); }
-
-  RpType rpSetType() const { return rpSetType_; }
-  void rpSetTypeIs(RpType type) {
-    if (rpSetType_ == type) return;
-    rpSetType_ = type;
-    notify(&NotifieeConst::onRpSetType);
-  }
-
- private:
-  CrpSetCollection crpSet_;
-  RpType rpSetType_ = rpTypeUnknown;
+  // crpSetIs(prefix) creates the set of `prefix` or returns the existing one; crpSetMutable is
+  // the writer's handle on an existing set, or null.
+  KEL_ENTITY_NAME("Routing::Pim::RpCandidateStatus")
+  KEL_ENTITY_COLLECTION(crpSet, CrpSet, CrpSetCollection)
+  KEL_SCALAR(rpSetType, RpSetType, rpTypeUnknown, RpType)
 };
 
 }  // namespace Pim

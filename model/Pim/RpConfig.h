@@ -3,6 +3,7 @@
 // Value rpHashAlgorithmModulo (1) replaces the RFC 7761 hash by the modulo rule; any other value
 // keeps the hash.
 
+#include "framework/Kel/Attribute.h"
 #include "framework/Kel/Entity.h"
 #include "model/Pim/PimTypes.h"
 
@@ -13,18 +14,10 @@ class RpConfig : public Kel::Entity {
  public:
   class NotifieeConst : public Kel::Notifiee<RpConfig> {
    public:
-    virtual void onRpHashAlgorithm() {}
+    KEL_ON(RpHashAlgorithm)
   };
 
-  RpHashAlgorithm rpHashAlgorithm() const { return rpHashAlgorithm_; }
-  void rpHashAlgorithmIs(RpHashAlgorithm algorithm) {
-    if (rpHashAlgorithm_ == algorithm) return;
-    rpHashAlgorithm_ = algorithm;
-    notify(&NotifieeConst::onRpHashAlgorithm);
-  }
-
- private:
-  RpHashAlgorithm rpHashAlgorithm_ = rpHashAlgorithmRfc7761;
+  KEL_SCALAR(rpHashAlgorithm, RpHashAlgorithm, rpHashAlgorithmRfc7761, RpHashAlgorithm)
 };
 
 }  // namespace Pim

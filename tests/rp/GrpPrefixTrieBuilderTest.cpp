@@ -65,6 +65,22 @@ TEST_F(GrpPrefixTrieBuilderTest, DeletedPrefix_FallsBackToShorterThenToEmpty) {
   EXPECT_EQ(compute_->grpTrie()->nodes(), 0u);
 }
 
+TEST_F(GrpPrefixTrieBuilderTest, WholeStatusChanged_TrieRebuiltFromWhatTheStatusHoldsNow) {
+  status_->crpSetIs(IpGenPrefix("239.0.0.0/8"));
+  auto builder = build();
+  builder->crpStatusDel();  // changes made while nobody watched, then announced as a whole
+  status_->crpSetDel(IpGenPrefix("239.0.0.0/8"));
+  status_->crpSetIs(IpGenPrefix("232.0.0.0/8"));
+  builder->crpStatusIs(status_);
+  EXPECT_EQ(compute_->grpTrie()->routes(), 2u);  // the full pass only adds
+  status_->crpSetNotify();
+  ASSERT_TRUE(compute_->grpTrie());
+  EXPECT_EQ(builder->trie(), compute_->grpTrie());
+  EXPECT_EQ(compute_->grpTrie()->routes(), 1u);
+  EXPECT_EQ(match("232.1.1.1"), IpGenPrefix("232.0.0.0/8"));
+  EXPECT_TRUE(match("239.1.1.1").isNull());
+}
+
 TEST_F(GrpPrefixTrieBuilderTest, ReAddingExistingPrefix_TrieUnchangedButCounted) {
   status_->crpSetIs(IpGenPrefix("239.0.0.0/8"));
   auto builder = build();

@@ -8,6 +8,9 @@
 #   NAME.pimrp    a script, run as "pimrp [--json] [ARGS] NAME.pimrp"
 #   NAME.stdin    or statements fed to "pimrp [--json] [ARGS] -" on standard input
 #   NAME.args     extra arguments, one per line (alone: "pimrp ARGS", e.g. --help)
+#   NAME.input    a path read as standard input instead (e.g. "." for a directory)
+#   NAME.output   a path written as standard output instead (e.g. /dev/full); NAME.out is then
+#                 empty
 #   NAME.out      expected standard output of the human run
 #   NAME.json     expected standard output of the --json run
 #   NAME.err      expected standard error (both runs; absent: nothing)
@@ -44,7 +47,11 @@ expected_status=0
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-"$pimrp" "${args[@]}" <"$input" >"$work/out" 2>"$work/err"
+[ -f "$name.input" ] && input=$(<"$name.input")
+output=$work/out
+[ -f "$name.output" ] && output=$(<"$name.output")
+: >"$work/out"
+"$pimrp" "${args[@]}" <"$input" >"$output" 2>"$work/err"
 status=$?
 
 failed=0

@@ -62,10 +62,48 @@ TEST(JsonOutput, ShowCandidates_SetsWithRps) {
   EXPECT_EQ(jsonOf(CandidateListing{}), "{\"source\":\"static\",\"sets\":[]}\n");
 }
 
-TEST(JsonOutput, ShowAcl_NameAndPrefixes) {
-  AclListing listing{"A", true, {IpGenPrefix("224.0.0.0/23"), IpGenPrefix("224.0.2.0/24")}};
-  EXPECT_EQ(jsonOf(listing), "{\"acl\":\"A\",\"prefixes\":[\"224.0.0.0/23\",\"224.0.2.0/24\"]}\n");
-  EXPECT_EQ(jsonOf(AclListing{"B", false, {}}), "{\"acl\":\"B\",\"prefixes\":[]}\n");
+TEST(JsonOutput, ShowAcl_NameConfiguredPrefixesAndIgnoredRules) {
+  AclListing listing{"A",
+                     true,
+                     {IpGenPrefix("224.0.0.0/23"), IpGenPrefix("224.0.2.0/24")},
+                     {{10, Acl::AclAction::deny, IpGenPrefix("10.0.0.0/8")}}};
+  EXPECT_EQ(jsonOf(listing),
+            "{\"acl\":\"A\",\"configured\":true,\"prefixes\":[\"224.0.0.0/23\",\"224.0.2.0/24\"],"
+            "\"ignored\":[{\"seq\":10,\"action\":\"deny\",\"prefix\":\"10.0.0.0/8\"}]}\n");
+  EXPECT_EQ(jsonOf(AclListing{"B", false, {}, {}}),
+            "{\"acl\":\"B\",\"configured\":false,\"prefixes\":[],\"ignored\":[]}\n");
+  EXPECT_EQ(jsonOf(AclListing{"C", true, {}, {}}),
+            "{\"acl\":\"C\",\"configured\":true,\"prefixes\":[],\"ignored\":[]}\n");
+}
+
+TEST(HumanOutput, ShowAclIgnoredRules_OneNoteLineEach) {
+  AclListing listing{"A",
+                     true,
+                     {IpGenPrefix("239.0.0.0/8")},
+                     {{10, Acl::AclAction::permit, IpGenPrefix("10.0.0.0/8")},
+                      {20, Acl::AclAction::deny, IpGenPrefix("192.168.0.0/16")}}};
+  EXPECT_EQ(humanOf(listing),
+            "acl A permits\n"
+            "  239.0.0.0/8\n"
+            "  note: seq 10 permit 10.0.0.0/8 is outside 224.0.0.0/4 and serves no group\n"
+            "  note: seq 20 deny 192.168.0.0/16 is outside 224.0.0.0/4 and serves no group\n");
+  listing.prefixes.clear();
+  listing.ignored.pop_back();
+  EXPECT_EQ(humanOf(listing),
+            "acl A permits no group\n"
+            "  note: seq 10 permit 10.0.0.0/8 is outside 224.0.0.0/4 and serves no group\n");
+}
+
+TEST(HumanOutput, UnsetPriorityAndHashMask_PrintAsDashes) {
+  RpAnswer answer = answerFor239();
+  answer.staticSelection =
+      RpCandidateInfo(IpGenAddr("10.0.0.1"), Routing::Pim::kRpPriorityNone,
+                      Routing::Pim::kRpHashMaskLenNone, false, Routing::Pim::modePimSm);
+  EXPECT_EQ(humanOf(answer),
+            "rp for 239.1.1.1 (any mode): 10.0.0.1\n"
+            "  source  rp        priority  hashmask  override  mode\n"
+            "  static  10.0.0.1  -         -         no        sparse\n"
+            "  bsr     -\n");
 }
 
 TEST(HumanOutput, ShowRp_HeadlineAndOneRowPerSource) {
@@ -81,8 +119,8 @@ TEST(HumanOutput, ShowRp_HeadlineAndOneRowPerSource) {
 TEST(HumanOutput, Answers_SeparatedByABlankLine) {
   std::ostringstream out;
   const auto output = humanOutputFactory(out);
-  output->show(AclListing{"A", false, {}});
-  output->show(AclListing{"B", true, {}});
+  output->show(AclListing{"A", false, {}, {}});
+  output->show(AclListing{"B", true, {}, {}});
   output->show(CandidateListing{});
   EXPECT_EQ(out.str(),
             "acl A is not configured\n\nacl B permits no group\n\nstatic candidates: none\n");

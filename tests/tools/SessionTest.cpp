@@ -98,16 +98,49 @@ TEST_F(SessionTest, RpAddressGroup_WritesOptionsThenTheBinding) {
   EXPECT_EQ(rp->mode(), modePimSm);
 }
 
-TEST_F(SessionTest, RpAddressGroupAgain_RemovesTheOptionsLeftOut) {
-  apply("rp-address 10.0.0.1 group 239.0.0.0/8 priority 7 hashmask 30 override");
+TEST_F(SessionTest, RpAddressGroupAgain_GivesTheOptionsLeftOutTheirDefaults) {
+  apply("rp-address 10.0.0.1 group 239.0.0.0/8 priority 7 hashmask 31 override");
   const auto recorder = recordEntry("10.0.0.1");
-  apply("rp-address 10.0.0.1 group 239.0.0.0/8 hashmask 30");
+  apply("rp-address 10.0.0.1 group 239.0.0.0/8 hashmask 31");
   EXPECT_EQ(recorder->events,
             (std::vector<std::string>{"priorityGrp 239.0.0.0/8", "overrideDynGrp 239.0.0.0/8"}));
   const auto rp = entry("10.0.0.1");
-  EXPECT_TRUE(rp->priorityGrp().empty());
+  EXPECT_EQ(rp->priorityGrp(IpGenPrefix("239.0.0.0/8")), 0u);
   EXPECT_TRUE(rp->overrideDynGrp().empty());
-  EXPECT_EQ(rp->hashMaskGrp(IpGenPrefix("239.0.0.0/8")), 30u);
+  EXPECT_EQ(rp->hashMaskGrp(IpGenPrefix("239.0.0.0/8")), 31u);
+}
+
+TEST_F(SessionTest, RpAddressWithoutOptions_WritesPriorityZeroAndTheFamilysHashMask) {
+  apply("rp-address 10.0.0.1 group 239.0.0.0/8");
+  apply("rp-address 10.0.0.1 acl A");
+  apply("rp-address 2001:db8::1 group ff0e::/16");
+  const auto v4 = entry("10.0.0.1");
+  EXPECT_EQ(v4->priorityGrp(IpGenPrefix("239.0.0.0/8")), 0u);
+  EXPECT_EQ(v4->hashMaskGrp(IpGenPrefix("239.0.0.0/8")), 30u);
+  EXPECT_EQ(v4->priorityAcl("A"), 0u);
+  EXPECT_EQ(v4->hashMaskAcl("A"), 30u);
+  const auto v6 = entry("2001:db8::1");
+  EXPECT_EQ(v6->priorityGrp(IpGenPrefix("ff0e::/16")), 0u);
+  EXPECT_EQ(v6->hashMaskGrp(IpGenPrefix("ff0e::/16")), 126u);
+}
+
+TEST_F(SessionTest, RpAddressOptionsNone_LeaveTheValuesUnconfigured) {
+  apply("rp-address 10.0.0.1 group 239.0.0.0/8 priority 7 hashmask 31");
+  apply("rp-address 10.0.0.1 acl A priority 7 hashmask 31");
+  apply("rp-address 10.0.0.1 group 239.0.0.0/8 priority none hashmask none");
+  apply("rp-address 10.0.0.1 acl A priority none hashmask none");
+  const auto rp = entry("10.0.0.1");
+  EXPECT_TRUE(rp->priorityGrp().empty());
+  EXPECT_TRUE(rp->hashMaskGrp().empty());
+  EXPECT_TRUE(rp->priorityAcl().empty());
+  EXPECT_TRUE(rp->hashMaskAcl().empty());
+  // The library carries its "not set" values into the candidate.
+  const auto candidate = session.family(AddressFamily::ipv4)
+                             .staticStatus()
+                             ->crpSet(IpGenPrefix("239.0.0.0/8"))
+                             ->rp(IpGenAddr("10.0.0.1"));
+  EXPECT_EQ(candidate->priority(), kRpPriorityNone);
+  EXPECT_EQ(candidate->hashMaskLen(), kRpHashMaskLenNone);
 }
 
 TEST_F(SessionTest, NoRpAddressGroup_RemovesTheBindingBeforeItsOptions) {
@@ -126,7 +159,8 @@ TEST_F(SessionTest, RpAddressAcl_WritesOptionsThenTheBindingAndNoRemovesItFirst)
   apply("rp-address 10.0.0.1 acl A priority 1");
   apply("no rp-address 10.0.0.1 acl A");
   EXPECT_EQ(recorder->events,
-            (std::vector<std::string>{"priorityAcl A", "acl A", "acl A", "priorityAcl A"}));
+            (std::vector<std::string>{"priorityAcl A", "hashMaskAcl A", "acl A", "acl A",
+                                      "priorityAcl A", "hashMaskAcl A"}));
 }
 
 TEST_F(SessionTest, RpAddressMode_SetsTheModeOfTheEntry) {
@@ -195,6 +229,79 @@ TEST_F(SessionTest, NoAcl_RemovesOneRuleOrTheList) {
   apply("no acl A");
   apply("no acl B");
   EXPECT_TRUE(session.family(AddressFamily::ipv4).aclConfig()->acl().empty());
+}
+
+// Counts the replacements of a list's current rules and the changes of the rules themselves.
+class ListRecorder : public Acl::AclConfig::NotifieeConst {
+ public:
+  void onCurrCfg() override { ++currCfgChanges; }
+  int currCfgChanges = 0;
+};
+
+TEST_F(SessionTest, RulesInRuns_OneNewRuleVersionPerRunOfOneList) {
+  apply("acl A seq 10 permit 224.0.0.0/23");
+  const auto before = rules("A");
+  const auto list = session.family(AddressFamily::ipv4).aclConfig()->acl("A");
+  Kel::Ptr<ListRecorder> recorder(new ListRecorder);
+  recorder->notifierIs(list);
+  for (const char* line :
+       {"acl A seq 20 permit 239.0.0.0/8", "acl A seq 30 deny any", "no acl A seq 10"}) {
+    session.apply(ToolTest::statementOf(line), Commit::inRuns);
+  }
+  // Nothing reached the list yet: the run is still open.
+  EXPECT_EQ(recorder->currCfgChanges, 0);
+  EXPECT_EQ(rules("A"), before);
+  EXPECT_EQ(before->ruleBySequence().size(), 1u);
+  session.commit();
+  EXPECT_EQ(recorder->currCfgChanges, 1);
+  const auto after = rules("A");
+  ASSERT_NE(after, before);
+  EXPECT_EQ(after->ruleBySequence().size(), 2u);
+  EXPECT_EQ(after->ipRuleById().size(), 2u);
+  EXPECT_EQ(after->ipRuleById(after->ruleBySequence(20)),
+            Acl::IpRuleConfig(Acl::AclAction::permit, Acl::IpFilter(IpGenPrefix("239.0.0.0/8"))));
+  session.commit();
+  EXPECT_EQ(recorder->currCfgChanges, 1);
+}
+
+TEST_F(SessionTest, RulesInRuns_KeepTheIdentifiersOfUnchangedRules) {
+  apply("acl A seq 10 permit 224.0.0.0/23");
+  const Acl::UniqueId first = rules("A")->ruleBySequence(10);
+  session.apply(ToolTest::statementOf("acl A seq 20 permit 239.0.0.0/8"), Commit::inRuns);
+  session.commit();
+  EXPECT_EQ(rules("A")->ruleBySequence(10), first);
+}
+
+TEST_F(SessionTest, RulesInRuns_AnotherStatementOrListEndsTheRun) {
+  session.apply(ToolTest::statementOf("acl A seq 10 permit 239.0.0.0/8"), Commit::inRuns);
+  session.apply(ToolTest::statementOf("acl B seq 10 permit 238.0.0.0/8"), Commit::inRuns);
+  ASSERT_TRUE(rules("A"));
+  EXPECT_FALSE(rules("B"));
+  const auto listing =
+      std::get<AclListing>(*session.apply(ToolTest::statementOf("show acl B"), Commit::inRuns));
+  EXPECT_EQ(listing.prefixes, (std::vector<IpGenPrefix>{IpGenPrefix("238.0.0.0/8")}));
+}
+
+TEST_F(SessionTest, RulesInRuns_RemovingFromAnAbsentListStartsNoRunAndCreatesNoList) {
+  session.apply(ToolTest::statementOf("no acl A seq 10"), Commit::inRuns);
+  session.commit();
+  EXPECT_TRUE(session.family(AddressFamily::ipv4).aclConfig()->acl().empty());
+}
+
+TEST_F(SessionTest, RulesOfABoundList_ReachTheStaticCandidatesWhenTheRunEnds) {
+  apply("rp-address 10.0.0.1 acl A");
+  for (int third = 0; third < 3; ++third) {
+    session.apply(ToolTest::statementOf("acl A seq " + std::to_string(10 + third) + " permit 239." +
+                                        std::to_string(third) + ".0.0/16"),
+                  Commit::inRuns);
+  }
+  const auto& status = session.family(AddressFamily::ipv4).staticStatus();
+  EXPECT_TRUE(status->crpSet().empty());
+  session.commit();
+  // 239.0/16 and 239.1/16 fold into one range.
+  EXPECT_EQ(status->crpSet().size(), 2u);
+  EXPECT_TRUE(status->crpSet(IpGenPrefix("239.0.0.0/15")));
+  EXPECT_TRUE(status->crpSet(IpGenPrefix("239.2.0.0/16")));
 }
 
 TEST_F(SessionTest, BsrRp_WritesTheCandidateWithItsSetupTimeOnCreation) {
@@ -281,6 +388,23 @@ TEST_F(SessionTest, ShowAcl_FoldsTheRulesInSequenceOrder) {
   EXPECT_EQ(listing.prefixes,
             (std::vector<IpGenPrefix>{IpGenPrefix("224.0.0.0/23"), IpGenPrefix("224.0.2.0/24")}));
   EXPECT_FALSE(std::get<AclListing>(*apply("show acl B")).configured);
+}
+
+TEST_F(SessionTest, ShowAcl_NamesTheRulesOutsideTheGroupSpace) {
+  apply("acl A seq 30 permit 10.0.0.0/8");
+  apply("acl A seq 10 deny 192.168.0.0/16");
+  apply("acl A seq 20 permit 128.0.0.0/1");  // covers the group space: not ignored
+  apply("acl A seq 25 permit 224.0.0.0/3");  // holds it too
+  apply("acl A seq 40 deny any");
+  apply("acl A seq 50 permit 239.1.0.0/16");
+  const auto listing = std::get<AclListing>(*apply("show acl A"));
+  ASSERT_EQ(listing.ignored.size(), 2u);
+  EXPECT_EQ(listing.ignored[0].sequence, 10u);
+  EXPECT_EQ(listing.ignored[0].action, Acl::AclAction::deny);
+  EXPECT_EQ(listing.ignored[0].prefix, IpGenPrefix("192.168.0.0/16"));
+  EXPECT_EQ(listing.ignored[1].sequence, 30u);
+  EXPECT_EQ(listing.ignored[1].action, Acl::AclAction::permit);
+  EXPECT_EQ(listing.prefixes, (std::vector<IpGenPrefix>{IpGenPrefix("224.0.0.0/4")}));
 }
 
 TEST_F(SessionTest, ConfigurationStatements_AnswerNothing) {

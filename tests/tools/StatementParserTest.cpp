@@ -36,25 +36,38 @@ TEST(StatementParser, RpAddressGroup_ReadsOptionsInAnyOrder) {
       "priority 7  # trailing comment");
   EXPECT_EQ(s.rp.value, IpGenAddr("10.0.0.1"));
   EXPECT_EQ(s.group.value, IpGenPrefix("239.0.0.0/8"));
-  ASSERT_TRUE(s.options.priority);
-  EXPECT_EQ(s.options.priority->value, 7u);
-  ASSERT_TRUE(s.options.hashMask);
-  EXPECT_EQ(s.options.hashMask->value, 30u);
+  ASSERT_EQ(s.options.priority.form, OptionValue::Form::number);
+  EXPECT_EQ(s.options.priority.number.value, 7u);
+  ASSERT_EQ(s.options.hashMask.form, OptionValue::Form::number);
+  EXPECT_EQ(s.options.hashMask.number.value, 30u);
   EXPECT_TRUE(s.options.override);
 }
 
 TEST(StatementParser, RpAddressGroupWithoutOptions_LeavesThemOut) {
   const auto s = statementAs<RpGroupStatement>("rp-address 10.0.0.1 group 239.0.0.0/8");
-  EXPECT_FALSE(s.options.priority);
-  EXPECT_FALSE(s.options.hashMask);
+  EXPECT_EQ(s.options.priority.form, OptionValue::Form::leftOut);
+  EXPECT_EQ(s.options.hashMask.form, OptionValue::Form::leftOut);
   EXPECT_FALSE(s.options.override);
+}
+
+TEST(StatementParser, RpAddressOptionsNone_LeaveTheValuesUnconfigured) {
+  const auto s = statementAs<RpGroupStatement>(
+      "rp-address 10.0.0.1 group 239.0.0.0/8 priority none hashmask none");
+  EXPECT_EQ(s.options.priority.form, OptionValue::Form::none);
+  EXPECT_EQ(s.options.hashMask.form, OptionValue::Form::none);
+  EXPECT_EQ(refusalOf("rp-address 10.0.0.1 acl A priority nine"),
+            "invalid priority 'nine': not a decimal number or 'none'");
+  EXPECT_EQ(refusalOf("rp-address 10.0.0.1 acl A hashmask none priority none priority 1"),
+            "'priority' given twice");
+  EXPECT_EQ(refusalOf("rp-address 10.0.0.1 acl A hashmask"),
+            "missing hashmask after 'rp-address 10.0.0.1 acl A hashmask'");
 }
 
 TEST(StatementParser, RpAddressAcl_ReadsNameAndOptions) {
   const auto s = statementAs<RpAclStatement>("rp-address 10.0.0.1 acl Media_1.x-y priority 3");
   EXPECT_EQ(s.acl, "Media_1.x-y");
-  ASSERT_TRUE(s.options.priority);
-  EXPECT_EQ(s.options.priority->word, "3");
+  ASSERT_EQ(s.options.priority.form, OptionValue::Form::number);
+  EXPECT_EQ(s.options.priority.number.word, "3");
 }
 
 TEST(StatementParser, RpAddressMode_ReadsSparseAndBidir) {
@@ -132,8 +145,8 @@ TEST(StatementParser, HostBits_AreRefusedWithTheRange) {
 TEST(StatementParser, Numbers_KeepTheirWordAndSaturate) {
   const auto s = statementAs<RpGroupStatement>(
       "rp-address 10.0.0.1 group 239.0.0.0/8 priority 0099999999999999999999999999");
-  EXPECT_EQ(s.options.priority->word, "0099999999999999999999999999");
-  EXPECT_GT(s.options.priority->value, 4294967295u);
+  EXPECT_EQ(s.options.priority.number.word, "0099999999999999999999999999");
+  EXPECT_GT(s.options.priority.number.value, 4294967295u);
 }
 
 TEST(StatementParser, Keywords_AreLowerCase) {
@@ -180,7 +193,28 @@ TEST(StatementParser, AclNames_AreLimitedInLength) {
   const std::string longest(100, 'a');
   EXPECT_EQ(statementAs<ShowAclStatement>("show acl " + longest).acl, longest);
   EXPECT_EQ(refusalOf("show acl " + longest + "a"),
-            "access-list name '" + longest + "a' is longer than 100 characters");
+            "access-list name '" + std::string(60, 'a') + "...' is longer than 100 characters");
+}
+
+TEST(StatementParser, LongWords_QuotedUpTo60CharactersAndMarkedWhereCut) {
+  const std::string huge(1 << 20, 'z');
+  EXPECT_EQ(refusalOf(huge), "unknown statement '" + std::string(60, 'z') + "...'");
+  EXPECT_EQ(refusalOf("rp-address 10.0.0.1 group " + std::string(61, '9')),
+            "invalid group range '" + std::string(60, '9') + "...': expected ADDRESS/LENGTH");
+  // Each word of a quoted statement is cut on its own; a word of exactly 60 is not cut.
+  EXPECT_EQ(
+      refusalOf("acl " + std::string(80, 'b') + " seq 1 permit"),
+      "missing rule prefix or 'any' after 'acl " + std::string(60, 'b') + "... seq 1 permit'");
+  EXPECT_EQ(refusalOf("show rp " + std::string(60, 'c') + " " + std::string(70, 'd')),
+            "invalid group address '" + std::string(60, 'c') + "': not an IPv4 or IPv6 address");
+  // Escaped bytes count as one character each.
+  EXPECT_EQ(
+      quoted(std::string(61, '\x01')), "'" + [] {
+        std::string escaped;
+        for (int i = 0; i < 60; ++i) escaped += "\\x01";
+        return escaped;
+      }() + "...'");
+  EXPECT_EQ(quoted("a b"), "'a b'");
 }
 
 }  // namespace

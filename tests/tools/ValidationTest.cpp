@@ -82,10 +82,30 @@ TEST(Validation, GroupRanges_WithinTheMulticastSpace) {
 
 TEST(Validation, RpAddresses_AreUnicast) {
   EXPECT_EQ(refusalOf("rp-address 239.1.1.1 group 239.0.0.0/8"),
-            "RP address '239.1.1.1' is not a unicast address");
+            "RP address '239.1.1.1' is not a unicast address: it is a multicast address");
   EXPECT_EQ(refusalOf("rp-address 0.0.0.0 mode bidir"),
-            "RP address '0.0.0.0' is not a unicast address");
-  EXPECT_EQ(refusalOf("no rp-address ::"), "RP address '::' is not a unicast address");
+            "RP address '0.0.0.0' is not a unicast address: it is the unspecified address");
+  EXPECT_EQ(refusalOf("no rp-address ::"),
+            "RP address '::' is not a unicast address: it is the unspecified address");
+  EXPECT_EQ(refusalOf("rp-address 255.255.255.255 group 239.0.0.0/8"),
+            "RP address '255.255.255.255' is not a unicast address: it is the broadcast address");
+}
+
+TEST(Validation, RpAddressesMappedFromIpv4_AreJudgedByTheIpv4Address) {
+  EXPECT_EQ(refusalOf("rp-address ::ffff:239.1.1.1 group ff0e::/16"),
+            "RP address '::ffff:239.1.1.1' is not a unicast address: it maps IPv4 address "
+            "239.1.1.1, which is a multicast address");
+  EXPECT_EQ(refusalOf("rp-address ::ffff:0.0.0.0 mode sparse"),
+            "RP address '::ffff:0.0.0.0' is not a unicast address: it maps IPv4 address 0.0.0.0, "
+            "which is the unspecified address");
+  EXPECT_EQ(refusalOf("no rp-address ::ffff:255.255.255.255"),
+            "RP address '::ffff:255.255.255.255' is not a unicast address: it maps IPv4 address "
+            "255.255.255.255, which is the broadcast address");
+  // A mapped unicast address, loopback and link-local addresses are accepted.
+  EXPECT_EQ(refusalOf("rp-address ::ffff:10.0.0.1 group ff0e::/16"), "");
+  EXPECT_EQ(refusalOf("rp-address 127.0.0.1 group 239.0.0.0/8"), "");
+  EXPECT_EQ(refusalOf("rp-address fe80::1 group ff0e::/16"), "");
+  EXPECT_EQ(refusalOf("rp-address ::1 group ff0e::/16"), "");
 }
 
 TEST(Validation, AccessLists_AreIpv4) {
@@ -103,14 +123,19 @@ TEST(Validation, ShowRp_MulticastGroupAndJoinOfItsFamily) {
   EXPECT_EQ(refusalOf("show rp 239.1.1.1 join 2001:db8::1"),
             "join RP '2001:db8::1' and group '239.1.1.1' are of different families");
   EXPECT_EQ(refusalOf("show rp 239.1.1.1 join 239.2.2.2"),
-            "RP address '239.2.2.2' is not a unicast address");
+            "RP address '239.2.2.2' is not a unicast address: it is a multicast address");
+  EXPECT_EQ(refusalOf("show rp 239.1.1.1 join 255.255.255.255"),
+            "RP address '255.255.255.255' is not a unicast address: it is the broadcast address");
+  EXPECT_EQ(refusalOf("show rp ff0e::1 join ::ffff:239.1.1.1"),
+            "RP address '::ffff:239.1.1.1' is not a unicast address: it maps IPv4 address "
+            "239.1.1.1, which is a multicast address");
   EXPECT_EQ(refusalOf("show rp ff0e::1 join 2001:db8::1 mode bidir"), "");
 }
 
 TEST(Validation, VrfName_WithinTheLimitOfItsType) {
   EXPECT_EQ(refusalOf("vrf " + std::string(100, 'v')), "");
   EXPECT_EQ(refusalOf("vrf " + std::string(101, 'v')),
-            "VRF name '" + std::string(101, 'v') + "' is longer than 100 characters");
+            "VRF name '" + std::string(60, 'v') + "...' is longer than 100 characters");
 }
 
 TEST(Validation, Vrf_OnlyBeforeTheFirstRpAddress) {

@@ -4,6 +4,7 @@
 // Each RP added to or removed from rpTable notifies onRpTable(address).
 
 #include "framework/Ipkit/IpGenAddr.h"
+#include "framework/Kel/Attribute.h"
 #include "framework/Kel/Collection.h"
 #include "framework/Kel/Entity.h"
 #include "framework/L3/VrfName.h"
@@ -20,35 +21,15 @@ class RpConfig : public Kel::Entity {
 
   class NotifieeConst : public Kel::Notifiee<RpConfig> {
    public:
-    virtual void onRpTable(const Ipkit::IpGenAddr& address) { (void)address; }
+    KEL_ON_KEY(RpTable, Ipkit::IpGenAddr)
   };
 
-  explicit RpConfig(const L3::VrfName& vrfName) : vrfName_(vrfName) {}
-  const L3::VrfName& vrfName() const { return vrfName_; }
+  KEL_KEY(RpConfig, vrfName, L3::VrfName)
 
-  const RpTable& rpTable() const { return rpTable_; }
-  Kel::PtrConst<RpEntry> rpTable(const Ipkit::IpGenAddr& address) const {
-    return rpTable_.find(address);
-  }
-  // Creates the entry of `address`, or returns the existing one.
-  Kel::Ptr<RpEntry> rpTableIs(const Ipkit::IpGenAddr& address) {
-    auto [entry, created] =
-        rpTable_.insertNew(address, [&] { return Kel::Ptr<RpEntry>(new RpEntry(address)); });
-    if (created) notify(&NotifieeConst::onRpTable, address);
-    return entry;
-  }
-  // The writer's handle on an existing entry, or null.
-  Kel::Ptr<RpEntry> rpTableMutable(const Ipkit::IpGenAddr& address) {
-    const auto* stored = rpTable_.findStored(address);
-    return stored ? *stored : nullptr;
-  }
-  void rpTableDel(const Ipkit::IpGenAddr& address) {
-    if (rpTable_.erase(address)) notify(&NotifieeConst::onRpTable, address);
-  }
-
- private:
-  const L3::VrfName vrfName_;
-  RpTable rpTable_;
+  // rpTableIs(address) creates the entry of `address` or returns the existing one;
+  // rpTableMutable is the writer's handle on an existing entry, or null.
+  KEL_ENTITY_NAME("Routing::Pim::Static::RpConfig")
+  KEL_ENTITY_COLLECTION(rpTable, RpTable, RpTable)
 };
 
 }  // namespace Static

@@ -11,6 +11,7 @@
 
 #include "framework/Ipkit/IpGenAddr.h"
 #include "framework/Ipkit/IpGenPrefix.h"
+#include "framework/Kel/Attribute.h"
 #include "framework/Kel/Collection.h"
 #include "framework/Kel/Entity.h"
 #include "framework/Kel/String.h"
@@ -29,59 +30,28 @@ class RpEntry : public Kel::Entity {
 
   class NotifieeConst : public Kel::Notifiee<RpEntry> {
    public:
-    virtual void onGroup(const Ipkit::IpGenPrefix& prefix) { (void)prefix; }
-    virtual void onAcl(const Kel::String& name) { (void)name; }
-    virtual void onPriorityGrp(const Ipkit::IpGenPrefix& prefix) { (void)prefix; }
-    virtual void onPriorityAcl(const Kel::String& name) { (void)name; }
-    virtual void onHashMaskGrp(const Ipkit::IpGenPrefix& prefix) { (void)prefix; }
-    virtual void onHashMaskAcl(const Kel::String& name) { (void)name; }
-    virtual void onOverrideDynGrp(const Ipkit::IpGenPrefix& prefix) { (void)prefix; }
-    virtual void onOverrideDynAcl(const Kel::String& name) { (void)name; }
-    virtual void onMode() {}
+    KEL_ON_KEY(Group, Ipkit::IpGenPrefix)
+    KEL_ON_KEY(Acl, Kel::String)
+    KEL_ON_KEY(PriorityGrp, Ipkit::IpGenPrefix)
+    KEL_ON_KEY(PriorityAcl, Kel::String)
+    KEL_ON_KEY(HashMaskGrp, Ipkit::IpGenPrefix)
+    KEL_ON_KEY(HashMaskAcl, Kel::String)
+    KEL_ON_KEY(OverrideDynGrp, Ipkit::IpGenPrefix)
+    KEL_ON_KEY(OverrideDynAcl, Kel::String)
+    KEL_ON(Mode)
   };
 
-  explicit RpEntry(const Ipkit::IpGenAddr& address) : address_(address) {}
-  const Ipkit::IpGenAddr& address() const { return address_; }
+  KEL_KEY(RpEntry, address, Ipkit::IpGenAddr)
 
-#define PIMRP_RP_ENTRY_COLLECTION(name, Name, KeyType, Coll, Value)                       \
- public:                                                                                  \
-  const Coll<Value>& name() const { return name##_; }                                     \
-  Value name(const KeyType& key) const { return name##_.find(key); }                      \
-  void name##Is(const KeyType& key, const Value& value) {                                 \
-    if (name##_.set(key, value)) notify(&NotifieeConst::on##Name, key);                   \
-  }                                                                                       \
-  void name##Del(const KeyType& key) {                                                    \
-    if (name##_.erase(key)) notify(&NotifieeConst::on##Name, key);                        \
-  }                                                                                       \
-  void name##DelAll() {                                                                   \
-    name##_.eraseAll([&](const KeyType& key) { notify(&NotifieeConst::on##Name, key); }); \
-  }                                                                                       \
-                                                                                          \
- private:                                                                                 \
-  Coll<Value> name##_;
-
-  PIMRP_RP_ENTRY_COLLECTION(group, Group, Ipkit::IpGenPrefix, ByPrefix, bool)
-  PIMRP_RP_ENTRY_COLLECTION(acl, Acl, Kel::String, ByAcl, bool)
-  PIMRP_RP_ENTRY_COLLECTION(priorityGrp, PriorityGrp, Ipkit::IpGenPrefix, ByPrefix, RpPriority)
-  PIMRP_RP_ENTRY_COLLECTION(priorityAcl, PriorityAcl, Kel::String, ByAcl, RpPriority)
-  PIMRP_RP_ENTRY_COLLECTION(hashMaskGrp, HashMaskGrp, Ipkit::IpGenPrefix, ByPrefix, RpHashMaskLen)
-  PIMRP_RP_ENTRY_COLLECTION(hashMaskAcl, HashMaskAcl, Kel::String, ByAcl, RpHashMaskLen)
-  PIMRP_RP_ENTRY_COLLECTION(overrideDynGrp, OverrideDynGrp, Ipkit::IpGenPrefix, ByPrefix, bool)
-  PIMRP_RP_ENTRY_COLLECTION(overrideDynAcl, OverrideDynAcl, Kel::String, ByAcl, bool)
-
-#undef PIMRP_RP_ENTRY_COLLECTION
-
- public:
-  Mode mode() const { return mode_; }
-  void modeIs(Mode mode) {
-    if (mode_ == mode) return;
-    mode_ = mode;
-    notify(&NotifieeConst::onMode);
-  }
-
- private:
-  const Ipkit::IpGenAddr address_;
-  Mode mode_ = modePimSm;
+  KEL_VALUE_COLLECTION(group, Group, ByPrefix<bool>)
+  KEL_VALUE_COLLECTION(acl, Acl, ByAcl<bool>)
+  KEL_VALUE_COLLECTION(priorityGrp, PriorityGrp, ByPrefix<RpPriority>)
+  KEL_VALUE_COLLECTION(priorityAcl, PriorityAcl, ByAcl<RpPriority>)
+  KEL_VALUE_COLLECTION(hashMaskGrp, HashMaskGrp, ByPrefix<RpHashMaskLen>)
+  KEL_VALUE_COLLECTION(hashMaskAcl, HashMaskAcl, ByAcl<RpHashMaskLen>)
+  KEL_VALUE_COLLECTION(overrideDynGrp, OverrideDynGrp, ByPrefix<bool>)
+  KEL_VALUE_COLLECTION(overrideDynAcl, OverrideDynAcl, ByAcl<bool>)
+  KEL_SCALAR(mode, Mode, modePimSm, Mode)
 };
 
 }  // namespace Static

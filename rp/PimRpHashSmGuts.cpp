@@ -1,0 +1,69 @@
+// The two writers of one RP hash entry, shared by the candidate path and the algorithm change.
+
+#include "framework/Kel/Trace.h"
+#include "rp/PimRpHashSmIntermediate.h"
+
+namespace Routing {
+namespace Pim {
+namespace {
+
+const Kel::TraceFile& trace() {
+  static const Kel::TraceFile& file = Kel::TraceFile::named("PimRpHashSm");
+  return file;
+}
+
+// The parameter types are spelled as the table and compute handles are known to readers of the
+// traces, which the compiler's rendering of Kel::Ptr<...> would not give.
+const char kUpdateSignature[] =
+    "void Routing::Pim::doUpdateRpHashGuts(const Ipkit::IpGenPrefix&, bool, "
+    "Routing::Pim::RpHashStatus::Ptr, Routing::Pim::RpCompute::Ptr, Ipkit::IpGenAddr, "
+    "Routing::Pim::Mode, Routing::Pim::RpHashAlgorithm)";
+
+const char* trueOrFalse(bool value) { return value ? "true" : "false"; }
+const char* pythonBool(bool value) { return value ? "True" : "False"; }
+
+// Steps shared by both writers; `caller` names the writer in its traces.
+void doWriteEntry(const char* caller, const Ipkit::IpGenPrefix& prefix, RpHashStatus& table,
+                  RpCompute& compute, Mode mode) {
+  RpCandidateInfo info = compute.doComputeRpFromPrefix(prefix);
+  if (mode != modePimNone && info.mode() != mode) {
+    KEL_TRACE(trace(), 5,
+              caller << ": mismatching pimMode " << info.mode() << " expected mode " << mode);
+    info = RpCandidateInfo(Ipkit::IpGenAddr(), kRpPriorityNone, kRpHashMaskLenNone, false, mode);
+  }
+  KEL_TRACE(trace(), 5,
+            caller << ": RP for group " << prefix << " is " << info.address() << " with priority "
+                   << info.priority() << " and hashmask length " << info.hashMaskLen()
+                   << " with override flag as " << pythonBool(info.override()) << " and mode "
+                   << info.mode());
+  const RpHash entry(prefix, info);
+  KEL_TRACE(trace(), 5, caller << ": Adding " << entry);
+  table.rpHashIs(entry);
+}
+
+}  // namespace
+
+void doAddRpHashGuts(Ipkit::IpGenPrefix prefix, Kel::Ptr<RpHashStatus> table,
+                     Kel::Ptr<RpCompute> compute, Mode mode) {
+  doWriteEntry("doAddRpHashGuts", prefix, *table, *compute, mode);
+}
+
+void doUpdateRpHashGuts(const Ipkit::IpGenPrefix& prefix, bool add, Kel::Ptr<RpHashStatus> table,
+                        Kel::Ptr<RpCompute> compute, Ipkit::IpGenAddr rp, Mode mode,
+                        RpHashAlgorithm algorithm) {
+  KEL_TRACE(trace(), 9,
+            kUpdateSignature << " ( " << prefix << ", " << trueOrFalse(add) << ", " << rp << ", "
+                             << mode << ", " << algorithm << " )");
+  if (add) {
+    doAddRpHashGuts(prefix, table, compute, mode);
+    return;
+  }
+  const RpHash current = table->rpHash(prefix);
+  if (current.address() != rp && algorithm != rpHashAlgorithmModulo) return;
+  KEL_TRACE(trace(), 5,
+            kUpdateSignature << "Removing RP " << current.address() << " for group " << prefix);
+  doWriteEntry("doUpdateRpHashGuts", prefix, *table, *compute, mode);
+}
+
+}  // namespace Pim
+}  // namespace Routing
