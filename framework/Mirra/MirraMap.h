@@ -563,7 +563,8 @@ class MirraMap {
   }
 
   // Writer: replaces slot `at` with image, under the slot's sequence (see invariant 7).
-  void writeSlot(SlotIndex at, Slot image) {
+  void writeSlot(SlotIndex at, const Slot& contents) {
+    Slot image = contents;
     std::uint64_t* words = layout_.slots + static_cast<std::size_t>(at) * kSlotWords;
     const std::uint64_t oldHead = internal::loadRelaxed(words);
     const auto busy = static_cast<std::uint16_t>(sequenceOf(oldHead) | 1);

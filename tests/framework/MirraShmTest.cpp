@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <string>
 #include <vector>
@@ -112,12 +114,17 @@ TEST_F(MirraShm, ReaderAttachment_RefusesWritesThroughTheInterface) {
 TEST_F(MirraShm, ReaderMapping_IsReadOnly_AStrayWriteFaults) {
   Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
   writer.insert(recordFor(5, 1));
+  constexpr int kFaulted = 11;
+  constexpr int kWritten = 42;
   const pid_t child = MirraShmTest::forkChild([&] {
     const Table reader = Table::attachShared(segment.name(), AttachMode::reader);
+    struct sigaction onFault {};
+    onFault.sa_handler = [](int) { _exit(kFaulted); };
+    sigaction(SIGSEGV, &onFault, nullptr);
     MirraMapBackdoor::damageValue(reader, std::uint64_t{5});
-    return 42;  // reached only when the write went through
+    return kWritten;
   });
-  EXPECT_NE(MirraShmTest::waitFor(child), 42);
+  EXPECT_EQ(MirraShmTest::waitFor(child), kFaulted);
   EXPECT_EQ(writer.lookup(5), recordFor(5, 1));
 }
 
