@@ -17,10 +17,14 @@
 //     length); rpHashFrom(prefix) positions at the first key at or after prefix. The keys inside
 //     a prefix P (P itself and every longer prefix it contains) sort together, starting at P:
 //     walk from rpHashFrom(P) while P.contains(key); forEachRpHashWithin does exactly that.
-//  6. The table lives in process memory today; its layout is the one a shared-memory table uses.
+//  6. RpHashStatus() keeps its table in process memory; RpHashStatus(table) works over a given
+//     attachment, such as Table::attachShared(name, Mirra::AttachMode::singleWriter) for a table
+//     that other processes read, or a reader attachment to another process's table (whose
+//     rpHashIs/rpHashDel are then refused).
 
 #include <cstddef>
 #include <string>
+#include <utility>
 
 #include "framework/Ipkit/IpGenPrefix.h"
 #include "framework/Kel/Entity.h"
@@ -40,6 +44,7 @@ class RpHashStatus : public Kel::Entity {
   };
 
   RpHashStatus() = default;
+  explicit RpHashStatus(Table table) : rpHash_(std::move(table)) {}
 
   RpHash rpHash(const Ipkit::IpGenPrefix& prefix) const { return rpHash_.lookup(prefix); }
   // The whole table, for iteration in key order (values are copies) and member count.

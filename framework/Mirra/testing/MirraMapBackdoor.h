@@ -1,12 +1,16 @@
 #pragma once
 // Mirra::testing::MirraMapBackdoor: fault injection into a MirraMap, for tests and benchmarks only.
 //
-// Each call changes bytes of one stored slot the way a stray write from another process would,
-// leaving the slot's checksum stale. Production code never includes this header.
+// Each damage call changes bytes of the table's memory the way a stray write from another process
+// would, leaving checksums and checks stale; for a shared table that memory is the shared segment
+// itself, so every attachment in every process sees the damage. midWriteHookIs lets a test stop a
+// writer in the middle of a slot write. Production code never includes this header.
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <functional>
+#include <utility>
 
 namespace Mirra {
 namespace testing {
@@ -16,9 +20,11 @@ class MirraMapBackdoor {
   // The slot index that holds key, or -1 when key is absent; no verification.
   template <class Map, class K>
   static long slotOf(const Map& map, const K& key) {
-    const auto& slots = map.storage_->slots;
-    for (std::size_t index = 0; index < slots.size(); ++index) {
-      if (slots[index].state == Map::SlotState::used && keyBytesOf(map, index) == key) {
+    map.refresh();
+    const std::size_t filled = map.filled();
+    for (std::size_t index = 0; index < filled; ++index) {
+      const auto slot = imageOf(map, index);
+      if (slot.state == Map::SlotState::used && keyOfImage<Map>(slot) == key) {
         return static_cast<long>(index);
       }
     }
@@ -28,12 +34,8 @@ class MirraMapBackdoor {
   // Flips bits of the last byte of key's stored value. Returns false when key is absent.
   template <class Map, class K>
   static bool damageValue(const Map& map, const K& key) {
-    const long at = slotOf(map, key);
-    if (at < 0) return false;
-    const auto& slot = map.storage_->slots[static_cast<std::size_t>(at)];
-    const auto* base = reinterpret_cast<const unsigned char*>(&slot);
-    const auto* value = reinterpret_cast<const unsigned char*>(&slot.value);
-    return flip(map, key, static_cast<std::size_t>(value - base) + sizeof(slot.value) - 1);
+    using Slot = typename Map::Slot;
+    return flip(map, key, offsetof(Slot, value) + sizeof(Slot::value) - 1);
   }
 
   // Flips bits of byte `byteInKey` of key's stored key. Returns false when key is absent.
@@ -41,10 +43,9 @@ class MirraMapBackdoor {
   static bool damageKey(const Map& map, const K& key, std::size_t byteInKey) {
     const long at = slotOf(map, key);
     if (at < 0) return false;
-    const auto& slot = map.storage_->slots[static_cast<std::size_t>(at)];
+    const auto slot = imageOf(map, static_cast<std::size_t>(at));
     const auto* base = reinterpret_cast<const unsigned char*>(&slot);
-    const auto* keyBytes =
-        reinterpret_cast<const unsigned char*>(&keyBytesOf(map, static_cast<std::size_t>(at)));
+    const auto* keyBytes = reinterpret_cast<const unsigned char*>(&keyOfImage<Map>(slot));
     return flip(map, key, static_cast<std::size_t>(keyBytes - base) + byteInKey);
   }
 
@@ -53,59 +54,81 @@ class MirraMapBackdoor {
   static bool damageState(const Map& map, const K& key, std::uint8_t byte) {
     const long at = slotOf(map, key);
     if (at < 0) return false;
-    auto& slot = map.storage_->slots[static_cast<std::size_t>(at)];
-    std::memcpy(&slot.state, &byte, 1);
+    damageStateAt(map, static_cast<std::size_t>(at), byte);
     return true;
   }
 
   // Overwrites the state byte of slot `index` (any state) with `byte`.
   template <class Map>
   static void damageStateAt(const Map& map, std::size_t index, std::uint8_t byte) {
-    std::memcpy(&map.storage_->slots[index].state, &byte, 1);
+    using Slot = typename Map::Slot;
+    slotBytes(map, index)[offsetof(Slot, state)] = byte;
   }
 
   // The number of slots in the array.
   template <class Map>
   static std::size_t slots(const Map& map) {
-    return map.storage_->slots.size();
+    map.refresh();
+    return map.layout_.header->slots;
   }
 
   // The position of key's index entry, or -1 when key is absent; no verification.
   template <class Map, class K>
   static long entryOf(const Map& map, const K& key) {
     const long slot = slotOf(map, key);
-    const auto& index = map.storage_->index;
-    for (std::size_t at = 0; slot >= 0 && at < index.size(); ++at) {
-      if (index[at].slot == static_cast<std::uint32_t>(slot)) return static_cast<long>(at);
+    const std::size_t size = entries(map);
+    for (std::size_t at = 0; slot >= 0 && at < size; ++at) {
+      if (Map::entryAt(map.layout_, at).slot == static_cast<std::uint32_t>(slot)) {
+        return static_cast<long>(at);
+      }
     }
     return -1;
   }
   // The number of entries in the index.
   template <class Map>
   static std::size_t entries(const Map& map) {
-    return map.storage_->index.size();
+    map.refresh();
+    return map.layout_.header->entries;
   }
   // Flips bits of the hash tag in key's index entry. Returns false when key is absent.
   template <class Map, class K>
   static bool damageEntry(const Map& map, const K& key) {
+    using Entry = typename Map::IndexEntry;
     const long at = entryOf(map, key);
     if (at < 0) return false;
-    map.storage_->index[static_cast<std::size_t>(at)].tag ^= 0x5a00u;
+    auto* bytes = reinterpret_cast<unsigned char*>(map.layout_.index + at);
+    bytes[offsetof(Entry, tag) + 1] ^= 0x5a;
     return true;
+  }
+
+  // Runs hook inside each later slot write of this writer, after the slot is marked busy and
+  // before its contents change; an empty hook removes it.
+  template <class Map>
+  static void midWriteHookIs(Map& map, std::function<void()> hook) {
+    map.midWriteHook_ = std::move(hook);
   }
 
  private:
   template <class Map>
-  static const auto& keyBytesOf(const Map& map, std::size_t index) {
-    return map.keyAt(static_cast<typename Map::SlotIndex>(index));
+  static typename Map::Slot imageOf(const Map& map, std::size_t index) {
+    typename Map::Slot slot;
+    std::memcpy(static_cast<void*>(&slot), slotBytes(map, index), sizeof(slot));
+    return slot;
+  }
+  template <class Map, class Slot>
+  static const auto& keyOfImage(const Slot& slot) {
+    return typename Map::KeyOfType()(slot.value);
+  }
+  template <class Map>
+  static unsigned char* slotBytes(const Map& map, std::size_t index) {
+    map.refresh();
+    return reinterpret_cast<unsigned char*>(map.layout_.slots + index * Map::kSlotWords);
   }
   template <class Map, class K>
   static bool flip(const Map& map, const K& key, std::size_t byteInSlot) {
     const long at = slotOf(map, key);
     if (at < 0) return false;
-    auto* bytes =
-        reinterpret_cast<unsigned char*>(&map.storage_->slots[static_cast<std::size_t>(at)]);
-    bytes[byteInSlot] ^= 0x5a;
+    slotBytes(map, static_cast<std::size_t>(at))[byteInSlot] ^= 0x5a;
     return true;
   }
 };

@@ -1,0 +1,224 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "framework/Kel/Trace.h"
+#include "framework/Mirra/CorruptionDetectedException.h"
+#include "framework/Mirra/MirraMap.h"
+#include "framework/Mirra/testing/MirraMapBackdoor.h"
+#include "tests/framework/MirraShmTestSupport.h"
+
+namespace {
+
+using Mirra::AttachMode;
+using Mirra::testing::MirraMapBackdoor;
+using MirraShmTest::Record;
+using MirraShmTest::recordFor;
+using MirraShmTest::SegmentGuard;
+using MirraShmTest::Table;
+using MirraShmTest::wholeRecordOf;
+
+// A child reader that tells the parent when it has attached, then answers when it is done.
+class ReaderProcess {
+ public:
+  template <class Body>
+  ReaderProcess(const std::string& name, Body body) {
+    int ready[2];
+    int answer[2];
+    if (pipe(ready) != 0 || pipe(answer) != 0) return;
+    pid_ = fork();
+    if (pid_ == 0) {
+      close(ready[0]);
+      close(answer[0]);
+      std::string result;
+      try {
+        const Table reader = Table::attachShared(name, AttachMode::reader);
+        const char attached = 'a';
+        if (write(ready[1], &attached, 1) != 1) _exit(3);
+        result = body(reader);
+      } catch (const std::exception& error) {
+        result = std::string("threw: ") + error.what();
+      }
+      if (write(answer[1], result.data(), result.size()) < 0) _exit(4);
+      _exit(0);
+    }
+    close(ready[1]);
+    close(answer[1]);
+    char attached = 0;
+    attached_ = read(ready[0], &attached, 1) == 1;
+    close(ready[0]);
+    answerFd_ = answer[0];
+  }
+  bool attached() const { return attached_; }
+  std::string answer() {
+    std::string text;
+    char buffer[512];
+    for (ssize_t got; (got = read(answerFd_, buffer, sizeof(buffer))) > 0;)
+      text.append(buffer, got);
+    close(answerFd_);
+    MirraShmTest::waitFor(pid_);
+    return text;
+  }
+
+ private:
+  pid_t pid_ = -1;
+  int answerFd_ = -1;
+  bool attached_ = false;
+};
+
+// Keys in [0, bound) in a fixed scattered order.
+struct KeyWalk {
+  std::uint64_t state = 88172645463325252ull;
+  std::uint64_t next(std::uint64_t bound) {
+    state ^= state << 13;
+    state ^= state >> 7;
+    state ^= state << 17;
+    return state % bound;
+  }
+};
+
+class MirraShmConcurrency : public ::testing::Test {
+ protected:
+  void SetUp() override { Kel::TraceRing::instance().clear(); }
+  SegmentGuard segment{::testing::UnitTest::GetInstance()->current_test_info()->name()};
+};
+
+TEST_F(MirraShmConcurrency, WriterRewritesWhileReaderReads_NoTornValue) {
+  constexpr std::uint64_t kEntries = 100000;
+  constexpr std::uint64_t kRounds = 4;
+  constexpr std::uint64_t kDoneKey = kEntries;  // inserted once the rewriting is over
+  Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
+  for (std::uint64_t key = 0; key < kEntries; ++key) writer.insert(recordFor(key, 0));
+  ReaderProcess reader(segment.name(), [&](const Table& table) {
+    KeyWalk walk;
+    std::uint64_t reads = 0;
+    std::uint64_t torn = 0;
+    std::uint64_t rewritten = 0;
+    for (bool done = false; !done;) {
+      for (int batch = 0; batch < 4096; ++batch, ++reads) {
+        const std::uint64_t key = walk.next(kEntries);
+        const Record record = table.lookup(key);
+        if (!wholeRecordOf(record, key)) ++torn;
+        if (record.round > 0) ++rewritten;
+      }
+      done = table.contains(kDoneKey);
+    }
+    return std::to_string(reads) + " " + std::to_string(torn) + " " + std::to_string(rewritten);
+  });
+  ASSERT_TRUE(reader.attached());
+  for (std::uint64_t round = 1; round <= kRounds; ++round) {
+    for (std::uint64_t key = 0; key < kEntries; ++key) writer.insert(recordFor(key, round));
+  }
+  writer.insert(recordFor(kDoneKey, 0));
+  unsigned long long reads = 0;
+  unsigned long long torn = 1;
+  unsigned long long rewritten = 0;
+  const std::string answer = reader.answer();
+  ASSERT_EQ(std::sscanf(answer.c_str(), "%llu %llu %llu", &reads, &torn, &rewritten), 3) << answer;
+  RecordProperty("reads", std::to_string(reads));
+  RecordProperty("readsOfRewrittenValues", std::to_string(rewritten));
+  std::printf("reader: %llu reads, %llu of rewritten values, %llu torn\n", reads, rewritten, torn);
+  EXPECT_EQ(torn, 0u);
+  EXPECT_GT(rewritten, 0u);
+  EXPECT_GE(reads, 4096u);
+}
+
+TEST_F(MirraShmConcurrency, WriterKilledMidWrite_HalfWrittenSlotReportedNewWriterRepairs) {
+  constexpr std::uint64_t kEntries = 1000;
+  constexpr std::uint64_t kVictim = 500;
+  const pid_t child = MirraShmTest::forkChild([&] {
+    Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
+    for (std::uint64_t key = 0; key < kEntries; ++key) writer.insert(recordFor(key, 1));
+    MirraMapBackdoor::midWriteHookIs(writer, [] { raise(SIGSTOP); });
+    writer.insert(recordFor(kVictim, 2));
+    return 0;
+  });
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, WUNTRACED), child);
+  ASSERT_TRUE(WIFSTOPPED(status));
+  kill(child, SIGKILL);
+  EXPECT_EQ(MirraShmTest::waitFor(child), -SIGKILL);
+
+  Table reader = Table::attachShared(segment.name(), AttachMode::reader);
+  std::vector<std::string> handled;
+  reader.corruptionHandlerIs([&](const std::string& message) { handled.push_back(message); });
+  for (std::uint64_t key = 0; key < kEntries; ++key) {
+    if (key == kVictim) continue;
+    EXPECT_EQ(reader.lookup(key), recordFor(key, 1)) << key;
+  }
+  const long slot = MirraMapBackdoor::slotOf(reader, kVictim);
+  const std::string expected = "slot " + std::to_string(slot) + " of 1024 was left half-written";
+  try {
+    reader.lookup(kVictim);
+    FAIL() << "the half-written slot was read";
+  } catch (const Mirra::CorruptionDetectedException& error) {
+    EXPECT_EQ(std::string(error.what()), expected);
+  }
+  EXPECT_EQ(handled, std::vector<std::string>{expected});
+
+  Kel::TraceRing::instance().clear();
+  Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
+  EXPECT_EQ(Kel::TraceRing::instance().lines("Debug"),
+            (std::vector<std::string>{
+                "MirraMap::corruptionDetected() " + expected,
+                "MirraMap::attach() " + segment.name() + " as writer members:999 slots:1024"}));
+  EXPECT_TRUE(writer.insert(recordFor(kVictim, 2)));
+  EXPECT_EQ(reader.lookup(kVictim), recordFor(kVictim, 2));
+  EXPECT_EQ(reader.members(), kEntries);
+  std::uint64_t expectedKey = 0;
+  for (const Record& record : reader) EXPECT_EQ(record.key, expectedKey++);
+  EXPECT_EQ(expectedKey, kEntries);
+}
+
+TEST_F(MirraShmConcurrency, GrowthWhileReaderReads_ReaderFollowsAndSeesEveryCountedKey) {
+  constexpr std::uint64_t kStart = 1000;
+  constexpr std::uint64_t kEnd = 2000000;
+  Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
+  for (std::uint64_t key = 0; key < kStart; ++key) writer.insert(recordFor(key, 0));
+  ReaderProcess reader(segment.name(), [&](const Table& table) {
+    KeyWalk walk;
+    std::uint64_t reads = 0;
+    std::uint64_t bad = 0;
+    std::uint64_t sizesSeen = 0;
+    std::size_t lastSlots = 0;
+    for (std::uint64_t members = table.members(); members < kEnd; members = table.members()) {
+      // Keys are inserted in ascending order and never erased, so every key below a member
+      // count read earlier is present.
+      for (int batch = 0; batch < 256; ++batch, ++reads) {
+        const std::uint64_t key = walk.next(members);
+        if (!wholeRecordOf(table.lookup(key), key)) ++bad;
+      }
+      const std::size_t slots = MirraMapBackdoor::slots(table);
+      if (slots != lastSlots) ++sizesSeen;
+      lastSlots = slots;
+    }
+    std::uint64_t expectedKey = kEnd - 100;
+    for (auto at = table.lowerBound(expectedKey); at != table.end(); ++at) {
+      if (at->key != expectedKey++) ++bad;
+    }
+    if (expectedKey != kEnd) ++bad;
+    return std::to_string(reads) + " " + std::to_string(bad) + " " + std::to_string(sizesSeen);
+  });
+  ASSERT_TRUE(reader.attached());
+  for (std::uint64_t key = kStart; key < kEnd; ++key) writer.insert(recordFor(key, 0));
+  unsigned long long reads = 0;
+  unsigned long long bad = 1;
+  unsigned long long sizesSeen = 0;
+  const std::string answer = reader.answer();
+  ASSERT_EQ(std::sscanf(answer.c_str(), "%llu %llu %llu", &reads, &bad, &sizesSeen), 3) << answer;
+  RecordProperty("reads", std::to_string(reads));
+  RecordProperty("tableSizesSeen", std::to_string(sizesSeen));
+  std::printf("reader: %llu reads over %llu table sizes\n", reads, sizesSeen);
+  EXPECT_EQ(bad, 0u);
+  EXPECT_GE(sizesSeen, 2u);
+  EXPECT_EQ(MirraMapBackdoor::slots(writer), 2097152u);
+  EXPECT_EQ(writer.members(), kEnd);
+}
+
+}  // namespace

@@ -1,0 +1,139 @@
+#pragma once
+// Shared-table test support: a record that carries its own check, a table name unique to the test
+// process whose segments are removed when the test ends however it ends, and child processes that
+// report through their exit code.
+
+#include <signal.h>
+#include <sys/types.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <exception>
+#include <functional>
+#include <string>
+
+#include "framework/Mirra/MirraMap.h"
+
+namespace MirraShmTest {
+
+// A value whose last word checks all the others, so that a reader can tell a value written whole
+// from one that mixes two writes.
+struct Record {
+  std::uint64_t key = 0;
+  std::uint64_t round = 0;
+  std::uint64_t words[3] = {0, 0, 0};
+  std::uint64_t check = 0;
+  bool operator==(const Record& other) const {
+    return key == other.key && round == other.round && words[0] == other.words[0] &&
+           words[1] == other.words[1] && words[2] == other.words[2] && check == other.check;
+  }
+};
+struct RecordKey {
+  const std::uint64_t& operator()(const Record& record) const { return record.key; }
+};
+struct KeyHash {
+  std::size_t operator()(std::uint64_t key) const {
+    return static_cast<std::size_t>((key + 1) * 0x9e3779b97f4a7c15ull);
+  }
+};
+using Table = Mirra::MirraMap<std::uint64_t, Record, RecordKey, KeyHash>;
+
+inline std::uint64_t mix(std::uint64_t word) {
+  word ^= word >> 33;
+  word *= 0xff51afd7ed558ccdull;
+  word ^= word >> 33;
+  return word;
+}
+inline std::uint64_t checkOf(const Record& record) {
+  return mix(record.key ^ mix(record.round ^
+                              mix(record.words[0] ^ mix(record.words[1] ^ mix(record.words[2])))));
+}
+inline Record recordFor(std::uint64_t key, std::uint64_t round) {
+  Record record;
+  record.key = key;
+  record.round = round;
+  for (std::uint64_t& word : record.words) word = mix(key * 31 + round + (&word - record.words));
+  record.check = checkOf(record);
+  return record;
+}
+// Written whole by recordFor, for `key`.
+inline bool wholeRecordOf(const Record& record, std::uint64_t key) {
+  return record.key == key && record.check == checkOf(record) &&
+         record == recordFor(key, record.round);
+}
+
+// A table name unique to this process and test; its segments go when the guard goes.
+class SegmentGuard {
+ public:
+  explicit SegmentGuard(const std::string& test)
+      : name_("mirra-test-" + std::to_string(getpid()) + "-" + test) {
+    Table::unlinkShared(name_);
+  }
+  ~SegmentGuard() { Table::unlinkShared(name_); }
+  SegmentGuard(const SegmentGuard&) = delete;
+  SegmentGuard& operator=(const SegmentGuard&) = delete;
+  const std::string& name() const { return name_; }
+
+ private:
+  std::string name_;
+};
+
+// Runs body in a child process, which ends with body's result as its exit code (and 99 when body
+// threw). Returns the child's pid.
+inline pid_t forkChild(const std::function<int()>& body) {
+  const pid_t child = fork();
+  if (child != 0) return child;
+  int code = 99;
+  try {
+    code = body();
+  } catch (...) {
+  }
+  _exit(code);
+}
+
+// The exit code of a child that ended normally, or -(signal) for one a signal ended.
+inline int waitFor(pid_t child) {
+  int status = 0;
+  if (waitpid(child, &status, 0) != child) return -1000;
+  if (WIFEXITED(status)) return WEXITSTATUS(status);
+  if (WIFSIGNALED(status)) return -WTERMSIG(status);
+  return -1000;
+}
+
+// Runs body in a child process and returns what it returned, or "threw: <what>"; the child's
+// answer comes back through a pipe, so the parent compares it whole.
+inline std::string answerFromChild(const std::function<std::string()>& body) {
+  int ends[2];
+  if (pipe(ends) != 0) return "no pipe";
+  const pid_t child = fork();
+  if (child == 0) {
+    close(ends[0]);
+    std::string answer;
+    try {
+      answer = body();
+    } catch (const std::exception& error) {
+      answer = std::string("threw: ") + error.what();
+    }
+    const char* at = answer.data();
+    std::size_t left = answer.size();
+    while (left > 0) {
+      const ssize_t wrote = write(ends[1], at, left);
+      if (wrote <= 0) break;
+      at += wrote;
+      left -= static_cast<std::size_t>(wrote);
+    }
+    _exit(0);
+  }
+  close(ends[1]);
+  std::string answer;
+  char buffer[4096];
+  for (ssize_t got; (got = read(ends[0], buffer, sizeof(buffer))) > 0;) answer.append(buffer, got);
+  close(ends[0]);
+  const int code = waitFor(child);
+  if (code != 0) answer += " [child ended with " + std::to_string(code) + "]";
+  return answer;
+}
+
+}  // namespace MirraShmTest
