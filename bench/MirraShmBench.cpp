@@ -85,11 +85,10 @@ void BM_Baseline_UnorderedMapLookup(benchmark::State& state) {
 }
 BENCHMARK(BM_Baseline_UnorderedMapLookup);
 
-void BM_MirraShm_WriterReplace(benchmark::State& state) {
-  const SharedName shared;
-  const std::vector<RpHash> all = entries();
-  RpHashStatus writer(
-      RpHashStatus::Table::attachShared(shared.name, Mirra::AttachMode::singleWriter));
+// The writer loops, shared by the shared-memory and the in-process table so that the two differ
+// only in where the table lives.
+void runWriterReplace(benchmark::State& state, RpHashStatus& writer,
+                      const std::vector<RpHash>& all) {
   for (const RpHash& entry : all) writer.rpHashIs(entry);
   std::uint32_t i = 0;
   for (auto _ : state) {
@@ -98,18 +97,32 @@ void BM_MirraShm_WriterReplace(benchmark::State& state) {
   }
   state.SetItemsProcessed(state.iterations());
 }
+
+void runWriterInsertErase(benchmark::State& state, RpHashStatus& writer,
+                          const std::vector<RpHash>& all) {
+  for (std::size_t at = 0; at < kEntries / 2; ++at) writer.rpHashIs(all[at]);
+  std::size_t i = 0;
+  for (auto _ : state) {
+    const RpHash& entry = all[kEntries / 2 + (i++ & (kEntries / 2 - 1))];
+    writer.rpHashIs(entry);
+    writer.rpHashDel(entry.key());
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+
+void BM_MirraShm_WriterReplace(benchmark::State& state) {
+  const SharedName shared;
+  const std::vector<RpHash> all = entries();
+  RpHashStatus writer(
+      RpHashStatus::Table::attachShared(shared.name, Mirra::AttachMode::singleWriter));
+  runWriterReplace(state, writer, all);
+}
 BENCHMARK(BM_MirraShm_WriterReplace);
 
 void BM_MirraInProcess_WriterReplace(benchmark::State& state) {
   const std::vector<RpHash> all = entries();
   RpHashStatus writer;
-  for (const RpHash& entry : all) writer.rpHashIs(entry);
-  std::uint32_t i = 0;
-  for (auto _ : state) {
-    writer.rpHashIs(changed(all[i & (kEntries - 1)], i / kEntries + 1));
-    ++i;
-  }
-  state.SetItemsProcessed(state.iterations());
+  runWriterReplace(state, writer, all);
 }
 BENCHMARK(BM_MirraInProcess_WriterReplace);
 
@@ -133,28 +146,14 @@ void BM_MirraShm_WriterInsertErase(benchmark::State& state) {
   const std::vector<RpHash> all = entries();
   RpHashStatus writer(
       RpHashStatus::Table::attachShared(shared.name, Mirra::AttachMode::singleWriter));
-  for (std::size_t at = 0; at < kEntries / 2; ++at) writer.rpHashIs(all[at]);
-  std::size_t i = 0;
-  for (auto _ : state) {
-    const RpHash& entry = all[kEntries / 2 + (i++ & (kEntries / 2 - 1))];
-    writer.rpHashIs(entry);
-    writer.rpHashDel(entry.key());
-  }
-  state.SetItemsProcessed(state.iterations());
+  runWriterInsertErase(state, writer, all);
 }
 BENCHMARK(BM_MirraShm_WriterInsertErase);
 
 void BM_MirraInProcess_WriterInsertErase(benchmark::State& state) {
   const std::vector<RpHash> all = entries();
   RpHashStatus writer;
-  for (std::size_t at = 0; at < kEntries / 2; ++at) writer.rpHashIs(all[at]);
-  std::size_t i = 0;
-  for (auto _ : state) {
-    const RpHash& entry = all[kEntries / 2 + (i++ & (kEntries / 2 - 1))];
-    writer.rpHashIs(entry);
-    writer.rpHashDel(entry.key());
-  }
-  state.SetItemsProcessed(state.iterations());
+  runWriterInsertErase(state, writer, all);
 }
 BENCHMARK(BM_MirraInProcess_WriterInsertErase);
 
