@@ -12,8 +12,9 @@ std::size_t kindIndex(HashKind kind) { return static_cast<std::size_t>(kind); }
 }  // namespace
 
 FamilyWiring::FamilyWiring(Ipkit::AddressFamily af, const L3::VrfName& vrf,
-                           const SharedInputs& shared)
+                           const SharedInputs& shared, const TableMaker& makeTable)
     : af_(af),
+      shared_(shared),
       staticConfig_(new Static::RpConfig(vrf)),
       aclConfig_(new Acl::AclTypeConfig),
       staticStatus_(new RpCandidateStatus),
@@ -24,38 +25,13 @@ FamilyWiring::FamilyWiring(Ipkit::AddressFamily af, const L3::VrfName& vrf,
   // The bootstrap machinery marks the status it writes, as the static reactor marks its own.
   bsrStatus_->rpSetTypeIs(rpTypeBsr);
   staticReactor_ = Static::rpCandidateSmFactory(staticConfig_, aclConfig_, staticStatus_);
-  for (auto& kinds : tables_) {
-    for (auto& modes : kinds) {
-      for (auto& table : modes) table = Kel::Ptr<RpHashStatus>(new RpHashStatus);
-    }
-  }
-  for (const Mode mode : {modePimSm, modePimBidir}) {
-    const std::size_t m = tableModeIndex(mode);
-    for (const HashSource source : {HashSource::staticRp, HashSource::bsr}) {
-      const auto& status = source == HashSource::staticRp ? staticStatus_ : bsrStatus_;
-      reviews_[sourceIndex(source)][m] =
-          rpHashIntermediateSmFactory(af, groups_, status, table(source, HashKind::groups, mode),
-                                      table(source, HashKind::prefixes, mode), shared.clock, mode,
-                                      shared.attrLog, shared.rpConfig);
-    }
+  for (const HashSource source : {HashSource::staticRp, HashSource::bsr, HashSource::final}) {
     for (const HashKind kind : {HashKind::groups, HashKind::prefixes}) {
-      merges_[kindIndex(kind)][m] = rpHashSmFactory(
-          mode, table(HashSource::staticRp, kind, mode), table(HashSource::bsr, kind, mode),
-          table(HashSource::final, kind, mode), shared.bitMapConfig);
+      for (const Mode mode : {modePimSm, modePimBidir}) {
+        tables_[sourceIndex(source)][kindIndex(kind)][tableModeIndex(mode)] =
+            makeTable(source, kind, mode);
+      }
     }
-  }
-  compute_[modePimNone] = rpHashComputeStatusFactory(staticStatus_, bsrStatus_, anyModeTable_,
-                                                     modePimNone, shared.rpConfig);
-  for (const Mode mode : {modePimSm, modePimBidir}) {
-    compute_[mode] = rpHashComputeStatusFactory(staticStatus_, bsrStatus_,
-                                                table(HashSource::final, HashKind::groups, mode),
-                                                mode, shared.rpConfig);
-    // Both filters read the bidirectional ranges: a group in one is served in bidir mode, any
-    // other group in sparse mode.
-    const std::size_t m = tableModeIndex(mode);
-    groupFilter_[m] = groupFilterStatusFactory(af, mode);
-    groupFilterSm_[m] = groupFilterSmFactory(
-        table(HashSource::final, HashKind::prefixes, modePimBidir), groupFilter_[m], shared.clock);
   }
   localSm_ = rpLocalSmFactory(staticStatus_, bsrStatus_, localRpStatus_);
   if (af == Ipkit::AddressFamily::ipv4) {
@@ -64,6 +40,39 @@ FamilyWiring::FamilyWiring(Ipkit::AddressFamily af, const L3::VrfName& vrf,
     shadow6_ = Kel::Ptr<Routing6::Shadow::Status>(new Routing6::Shadow::Status("urib6Trie"));
   }
   shadowIs(true);
+}
+
+void FamilyWiring::reactorsStart() {
+  if (reactorsStarted_) return;
+  reactorsStarted_ = true;
+  for (const Mode mode : {modePimSm, modePimBidir}) {
+    const std::size_t m = tableModeIndex(mode);
+    for (const HashSource source : {HashSource::staticRp, HashSource::bsr}) {
+      const auto& status = source == HashSource::staticRp ? staticStatus_ : bsrStatus_;
+      reviews_[sourceIndex(source)][m] =
+          rpHashIntermediateSmFactory(af_, groups_, status, table(source, HashKind::groups, mode),
+                                      table(source, HashKind::prefixes, mode), shared_.clock, mode,
+                                      shared_.attrLog, shared_.rpConfig);
+    }
+    for (const HashKind kind : {HashKind::groups, HashKind::prefixes}) {
+      merges_[kindIndex(kind)][m] = rpHashSmFactory(
+          mode, table(HashSource::staticRp, kind, mode), table(HashSource::bsr, kind, mode),
+          table(HashSource::final, kind, mode), shared_.bitMapConfig);
+    }
+  }
+  compute_[modePimNone] = rpHashComputeStatusFactory(staticStatus_, bsrStatus_, anyModeTable_,
+                                                     modePimNone, shared_.rpConfig);
+  for (const Mode mode : {modePimSm, modePimBidir}) {
+    compute_[mode] = rpHashComputeStatusFactory(staticStatus_, bsrStatus_,
+                                                table(HashSource::final, HashKind::groups, mode),
+                                                mode, shared_.rpConfig);
+    // Both filters read the bidirectional ranges: a group in one is served in bidir mode, any
+    // other group in sparse mode.
+    const std::size_t m = tableModeIndex(mode);
+    groupFilter_[m] = groupFilterStatusFactory(af_, mode);
+    groupFilterSm_[m] = groupFilterSmFactory(
+        table(HashSource::final, HashKind::prefixes, modePimBidir), groupFilter_[m], shared_.clock);
+  }
 }
 
 const Kel::Ptr<RpHashStatus>& FamilyWiring::table(HashSource source, HashKind kind,

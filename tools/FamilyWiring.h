@@ -14,19 +14,24 @@
 // RP reactor watches both candidate statuses and the family's route shadow.
 //
 // The RP configuration, the clock, the attribute log and the allocator's request record are the
-// tool's, shared by both families, and handed in.
+// tool's, shared by both families, and handed in. The RP hash tables come from a TableMaker (in
+// process memory, or attached to shared memory); the reactors that write and read them start at
+// reactorsStart(), so that a run over tables left by an earlier one can first put its inputs back
+// and then let the reactors take the tables up, as a restarted agent does.
 //
 // Invariants:
 //  1. The static candidate reactor always watches the current static configuration and the
 //     access-list configuration; it is the only writer of the static status.
 //  2. The tool writes the bootstrap status, the known groups and the route shadow itself, as the
 //     bootstrap machinery, the group table and the unicast routing agent would.
-//  3. Every table is written by exactly one reactor; the tool only reads them.
+//  3. Every table is written by exactly one reactor; the tool only reads them. Before
+//     reactorsStart() nothing writes them.
 //  4. The route shadow is attached to the local RP reactor from construction until shadowIs(false).
 
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 #include "framework/Acl/AclTypeConfig.h"
@@ -79,7 +84,19 @@ class FamilyWiring {
     return mode == Routing::Pim::modePimBidir ? 1 : 0;
   }
 
-  FamilyWiring(Ipkit::AddressFamily af, const L3::VrfName& vrf, const SharedInputs& shared);
+  // The table of one role of the family.
+  using TableMaker =
+      std::function<Kel::Ptr<Routing::Pim::RpHashStatus>(HashSource, HashKind, Routing::Pim::Mode)>;
+
+  // Creates the inputs and the tables (through makeTable); the RP hash reactors wait for
+  // reactorsStart().
+  FamilyWiring(Ipkit::AddressFamily af, const L3::VrfName& vrf, const SharedInputs& shared,
+               const TableMaker& makeTable);
+
+  // Creates the reactors that write and read the RP hash tables (reviews, merges, the compute
+  // statuses, the group filters); each takes up its tables as it finds them. Once only.
+  void reactorsStart();
+  bool reactorsStarted() const { return reactorsStarted_; }
 
   Ipkit::AddressFamily af() const { return af_; }
 
@@ -93,17 +110,17 @@ class FamilyWiring {
   const Kel::Ptr<Routing::Pim::RpCandidateStatus>& staticStatus() const { return staticStatus_; }
   const Kel::Ptr<Routing::Pim::RpCandidateStatus>& bsrStatus() const { return bsrStatus_; }
   const Kel::Ptr<Routing::Pim::GroupStatus>& groups() const { return groups_; }
-  // REQUIRES: mode is modePimNone, modePimSm or modePimBidir.
+  // REQUIRES: reactorsStarted(); mode is modePimNone, modePimSm or modePimBidir.
   const Kel::Ptr<Routing::Pim::RpHashComputeStatus>& compute(Routing::Pim::Mode mode) const {
     return compute_[mode];
   }
   // REQUIRES: mode is modePimSm or modePimBidir.
   const Kel::Ptr<Routing::Pim::RpHashStatus>& table(HashSource source, HashKind kind,
                                                     Routing::Pim::Mode mode) const;
-  // REQUIRES: mode is modePimSm or modePimBidir; source is staticRp or bsr.
+  // REQUIRES: reactorsStarted(); mode is modePimSm or modePimBidir; source is staticRp or bsr.
   const Kel::Ptr<Routing::Pim::RpHashIntermediateSm>& review(HashSource source,
                                                              Routing::Pim::Mode mode) const;
-  // REQUIRES: mode is modePimSm or modePimBidir.
+  // REQUIRES: reactorsStarted(); mode is modePimSm or modePimBidir.
   const Kel::Ptr<Routing::Pim::GroupFilterStatus>& groupFilter(Routing::Pim::Mode mode) const {
     return groupFilter_[tableModeIndex(mode)];
   }
@@ -120,6 +137,7 @@ class FamilyWiring {
 
  private:
   const Ipkit::AddressFamily af_;
+  const SharedInputs shared_;
   Kel::Ptr<Routing::Pim::Static::RpConfig> staticConfig_;
   const Kel::Ptr<Acl::AclTypeConfig> aclConfig_;
   const Kel::Ptr<Routing::Pim::RpCandidateStatus> staticStatus_;
@@ -142,6 +160,7 @@ class FamilyWiring {
   Kel::Ptr<Routing::Shadow::Status> shadow4_;   // IPv4 family only
   Kel::Ptr<Routing6::Shadow::Status> shadow6_;  // IPv6 family only
   Kel::Ptr<Routing::Pim::RpLocalSm> localSm_;
+  bool reactorsStarted_ = false;
 };
 
 }  // namespace PimrpTool

@@ -50,8 +50,14 @@ using LineSource = std::function<bool(std::string& line)>;
 
 class Interpreter {
  public:
+  // Over a session attached read-only to shared tables, only show rp-hash is accepted.
   Interpreter(Session& session, Output& output, std::ostream& errors)
-      : session_(session), output_(output), errors_(errors) {}
+      : session_(session),
+        output_(output),
+        errors_(errors),
+        validator_(session.tableHome().kind == TableHome::Kind::sharedReader
+                       ? session.tableHome().name
+                       : "") {}
 
   int runScript(const std::string& name, const std::string& text);
   // `flush` runs after each statement; when it returns false (the answers cannot be written)

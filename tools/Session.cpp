@@ -503,16 +503,43 @@ SharedInputs sharedInputsFromTimeZero() {
                       Kel::Ptr<BitMapper::Config>(new BitMapper::Config)};
 }
 
+// Known groups come back before the reactors take up shared tables; anything else needs them.
+bool needsReactors(const Statement& statement) {
+  return !std::holds_alternative<GroupStatement>(statement);
+}
+
+FamilyWiring::TableMaker tablesIn(const TableHome& home, Ipkit::AddressFamily af) {
+  return [home, af](HashSource source, HashKind kind, Mode mode) {
+    return rpHashTableIn(home, af, source, kind, mode);
+  };
+}
+
 }  // namespace
 
-Session::Session()
-    : shared_(sharedInputsFromTimeZero()),
-      ipv4_(Ipkit::AddressFamily::ipv4, vrf_, shared_),
-      ipv6_(Ipkit::AddressFamily::ipv6, vrf_, shared_) {}
+Session::Session(const TableHome& home)
+    : home_(home),
+      shared_(sharedInputsFromTimeZero()),
+      ipv4_(Ipkit::AddressFamily::ipv4, vrf_, shared_, tablesIn(home, Ipkit::AddressFamily::ipv4)),
+      ipv6_(Ipkit::AddressFamily::ipv6, vrf_, shared_, tablesIn(home, Ipkit::AddressFamily::ipv6)) {
+  if (home_.kind == TableHome::Kind::process) reactorsStart();
+}
+
+void Session::reactorsStart() {
+  ipv4_.reactorsStart();
+  ipv6_.reactorsStart();
+}
+
+void Session::finish() {
+  if (home_.kind != TableHome::Kind::sharedWriter) return;
+  commit();
+  reactorsStart();
+  if (clockSettles_) settle();
+}
 
 std::optional<ShowResult> Session::apply(const Statement& statement, Commit commit) {
   // A run ends at anything but one more rule statement of its list.
   if (commit == Commit::eachStatement || !isRuleStatement(statement)) this->commit();
+  if (home_.kind == TableHome::Kind::sharedWriter && needsReactors(statement)) reactorsStart();
   if (clockSettles_ && isShowStatement(statement)) settle();
   return std::visit(SessionApply{*this, commit}, statement);
 }

@@ -17,6 +17,13 @@
 //     commit(): the library refolds the list once per run, as after an operator's configuration
 //     session, instead of once per rule. Every other statement, a show included, sees the rules
 //     committed.
+//  5. The RP hash tables live where the TableHome says. In process memory the reactors run from
+//     construction. Over shared tables that this run writes, the reactors start at the first
+//     statement that is not `group` (or at finish()): the leading group statements are the groups
+//     the router still knows when it restarts, and the library's start-up passes drop the entries
+//     of every other group; the configuration that follows reaches running reactors, as an
+//     agent's replayed configuration does. Over another run's tables (sharedReader) the reactors
+//     never start: only show rp-hash may be applied.
 
 #include <cstdint>
 #include <optional>
@@ -29,6 +36,7 @@
 #include "model/Pim/RpConfig.h"
 #include "tools/FamilyWiring.h"
 #include "tools/Results.h"
+#include "tools/SharedTables.h"
 #include "tools/Statement.h"
 
 namespace PimrpTool {
@@ -38,7 +46,9 @@ enum class Commit { eachStatement, inRuns };
 
 class Session {
  public:
-  Session();
+  // Throws Kel::RangeException, with the shared-table facility's reason, when the shared tables
+  // cannot be attached (a second writer, a reader of tables that do not exist).
+  explicit Session(const TableHome& home = TableHome());
 
   // Applies one statement; a show statement returns its answer.
   // REQUIRES: the statement was accepted by the Validator that judged every statement before it.
@@ -49,6 +59,12 @@ class Session {
 
   // Makes the rules collected by the current run the list's current rules; nothing without a run.
   void commit();
+  // Ends the input of a run that writes shared tables: starts the reactors if no statement has,
+  // and settles the clock (unless clock manual), so that the tables left behind are complete.
+  // Nothing in any other home.
+  void finish();
+
+  const TableHome& tableHome() const { return home_; }
 
   const Kel::Ptr<Routing::Pim::RpConfig>& rpConfig() const { return shared_.rpConfig; }
   const SharedInputs& shared() const { return shared_; }
@@ -65,6 +81,10 @@ class Session {
   // from the list's current rules; null when `create` is false and the list has no rules.
   Kel::Ptr<Acl::AclSubConfig> runRulesOf(const std::string& acl, bool create);
 
+  // Starts both families' reactors, once.
+  void reactorsStart();
+
+  const TableHome home_;
   // Declared first: the families' reactors hold on to these and go before them.
   SharedInputs shared_;
   L3::VrfName vrf_;

@@ -235,9 +235,55 @@ struct StatementChecks {
   void operator()(const ShowAclStatement&) const {}
 };
 
+// The keywords that open each statement, as the statement table spells them.
+struct StatementWords {
+  const char* operator()(const VrfStatement&) const { return "vrf"; }
+  const char* operator()(const RpGroupStatement&) const { return "rp-address"; }
+  const char* operator()(const RpAclStatement&) const { return "rp-address"; }
+  const char* operator()(const RpModeStatement&) const { return "rp-address"; }
+  const char* operator()(const NoRpGroupStatement&) const { return "no rp-address"; }
+  const char* operator()(const NoRpAclStatement&) const { return "no rp-address"; }
+  const char* operator()(const NoRpStatement&) const { return "no rp-address"; }
+  const char* operator()(const AclRuleStatement&) const { return "acl"; }
+  const char* operator()(const NoAclRuleStatement&) const { return "no acl"; }
+  const char* operator()(const NoAclStatement&) const { return "no acl"; }
+  const char* operator()(const BsrRpStatement&) const { return "bsr-rp"; }
+  const char* operator()(const NoBsrRpStatement&) const { return "no bsr-rp"; }
+  const char* operator()(const RpHashAlgorithmStatement&) const { return "rp-hash-algorithm"; }
+  const char* operator()(const GroupStatement&) const { return "group"; }
+  const char* operator()(const NoGroupStatement&) const { return "no group"; }
+  const char* operator()(const RouteStatement&) const { return "route"; }
+  const char* operator()(const NoRouteStatement&) const { return "no route"; }
+  const char* operator()(const ShadowStatement&) const { return "shadow"; }
+  const char* operator()(const AttrLogStatement&) const { return "attr-log"; }
+  const char* operator()(const RunStatement&) const { return "run"; }
+  const char* operator()(const ClockStatement&) const { return "clock"; }
+  const char* operator()(const ShowRpStatement&) const { return "show rp"; }
+  const char* operator()(const ShowCandidatesStatement&) const { return "show candidates"; }
+  const char* operator()(const ShowAclStatement&) const { return "show acl"; }
+  const char* operator()(const ShowRpHashStatement&) const { return "show rp-hash"; }
+  const char* operator()(const ShowLocalRpStatement&) const { return "show local-rp"; }
+  const char* operator()(const ShowGroupFilterStatement&) const { return "show group-filter"; }
+  const char* operator()(const ShowAllocRequestsStatement&) const { return "show alloc-requests"; }
+  const char* operator()(const ShowReviewStatement&) const { return "show review"; }
+};
+
 }  // namespace
 
+void Validator::checkReadOnly(const Statement& statement) const {
+  if (std::holds_alternative<ShowRpHashStatement>(statement)) return;
+  const std::string words = std::visit(StatementWords{}, statement);
+  const std::string attachment =
+      "a read-only attachment to the shared tables " + quoted(readOnlyTables_);
+  if (!isShowStatement(statement)) {
+    throw StatementError(quoted(words) + " would change state, and this is " + attachment);
+  }
+  throw StatementError(quoted(words) + " is not available in " + attachment +
+                       ": it needs the writer's own state; only 'show rp-hash' reads the tables");
+}
+
 void Validator::check(const Statement& statement) {
+  if (!readOnlyTables_.empty()) checkReadOnly(statement);
   // Work on a copy of the record so that a refused statement leaves it as it was.
   bool rpAddressSeen = rpAddressSeen_;
   std::visit(StatementChecks{rpAddressSeen}, statement);

@@ -14,6 +14,11 @@
 //     bad line reported.
 //  2. The same Validator judges a script and then every statement typed after it, so the order
 //     rules hold across both.
+//  3. A Validator for a read-only attachment to shared tables refuses every statement but
+//     show rp-hash: the others would change state, or need state the attachment does not have.
+
+#include <string>
+#include <utility>
 
 #include "tools/Statement.h"
 
@@ -21,11 +26,19 @@ namespace PimrpTool {
 
 class Validator {
  public:
+  // readOnlyTables: the name of the shared tables a read-only session is attached to; empty for
+  // a session that writes.
+  explicit Validator(std::string readOnlyTables = "")
+      : readOnlyTables_(std::move(readOnlyTables)) {}
+
   void check(const Statement& statement);
 
   bool rpAddressSeen() const { return rpAddressSeen_; }
 
  private:
+  void checkReadOnly(const Statement& statement) const;
+
+  std::string readOnlyTables_;
   bool rpAddressSeen_ = false;
 };
 

@@ -13,12 +13,14 @@
 #include <string>
 #include <vector>
 
+#include "framework/Kel/Exception.h"
 #include "framework/Kel/System.h"
 #include "tools/DemoScript.h"
 #include "tools/Interpreter.h"
 #include "tools/LineEditor.h"
 #include "tools/Output.h"
 #include "tools/Session.h"
+#include "tools/SharedTables.h"
 #include "tools/StatementError.h"
 #include "tools/TraceOption.h"
 
@@ -35,6 +37,9 @@ struct Options {
   bool json = false;
   bool printDemoScript = false;
   std::vector<std::string> traces;
+  std::optional<std::string> shm;     // tables in shared memory under this name
+  std::optional<std::string> attach;  // another run's shared tables, read only
+  bool unlink = false;                // remove the shared tables of shm
 };
 
 void defineOptions(CLI::App& app, Options& options) {
@@ -50,6 +55,14 @@ void defineOptions(CLI::App& app, Options& options) {
                  "error; repeatable")
       ->type_name("NAME=LEVEL")
       ->allow_extra_args(false);
+  app.add_option("--shm", options.shm,
+                 "keep the RP hash tables in shared memory as NAME.*, kept after the run")
+      ->type_name("NAME");
+  app.add_option("--attach", options.attach,
+                 "read the shared tables NAME.* of another run, without writing")
+      ->type_name("NAME");
+  app.add_flag("--unlink", options.unlink,
+               "with --shm NAME: remove the tables NAME.*, run nothing");
   app.set_version_flag("--version", std::string("pimrp ") + PIMRP_VERSION);
   app.footer(
       "Statements, one per line ('#' starts a comment):\n"
@@ -91,9 +104,19 @@ void defineOptions(CLI::App& app, Options& options) {
       "an IPv6 hash mask of 96 or less sends a whole range to one RP (other PIM implementations\n"
       "may differ). A line holds at most 4096 bytes.\n"
       "\n"
-      "Exit status: 0 all went well; 1 a statement on standard input was refused; 2 a bad\n"
-      "script, option or input (nothing applied); 3 internal error; 4 standard output could\n"
-      "not be written.");
+      "Shared tables: --shm NAME keeps the 24 tables as NAME.FAMILY.MODE.SOURCE.KIND (ipv4|ipv6,\n"
+      "sparse|bidir, static|bsr|final, groups|prefixes: NAME.ipv4.sparse.final.groups, ...).\n"
+      "NAME: letters, digits, '.', '_', '-', not first '.', at most 172 characters. A run over\n"
+      "tables an earlier run left is a restart: the script's leading group statements are the\n"
+      "groups still known; at its first other statement the library takes the tables up, drops\n"
+      "the entries of groups no longer known and the final entries no longer backed, with their\n"
+      "deallocation requests (--trace PimRpHashSm=5 shows it). The end of the input settles the\n"
+      "clock (unless clock manual). One writer at a time. --attach NAME reads the tables of a\n"
+      "running or finished run: only show rp-hash. --shm NAME --unlink removes them.\n"
+      "\n"
+      "Exit status: 0 all went well; 1 a statement on standard input was refused, or --unlink\n"
+      "found no tables; 2 a bad script, option or input (nothing applied), or shared tables\n"
+      "that cannot be attached; 3 internal error; 4 standard output could not be written.");
 }
 
 // Set up before the library is wired, so that its construction is traced too.
@@ -149,7 +172,58 @@ std::string optionsRefusal(const Options& options) {
     return "the script name is empty: give a FILE, '-' for standard input, or nothing for the "
            "demo";
   }
+  if (options.shm && options.attach) {
+    return "--shm writes shared tables and --attach only reads them: give one of them";
+  }
+  if (options.unlink && !options.shm) return "--unlink needs --shm NAME: the tables to remove";
+  if (options.unlink && (options.script || options.printDemoScript || options.json)) {
+    return "--unlink removes the shared tables and runs nothing: give it no FILE, "
+           "--demo-script or --json";
+  }
+  if (options.attach && !options.script) {
+    return "--attach reads only, and the demo changes state: give a FILE or '-'";
+  }
+  for (const auto* name : {&options.shm, &options.attach}) {
+    if (!*name) continue;
+    const std::string why = sharedNameRefusal(**name);
+    if (!why.empty()) return (name == &options.shm ? "--shm: " : "--attach: ") + why;
+  }
   return "";
+}
+
+// Removes the shared tables of `name`, listing each one removed.
+int unlinkTables(const std::string& name) {
+  const std::vector<std::string> removed = sharedTablesUnlink(name);
+  if (removed.empty()) {
+    std::cerr << "pimrp: no shared tables named " << quoted(name) << " to remove\n";
+    return kExitStatementFailed;
+  }
+  for (const std::string& table : removed) std::cout << "removed " << table << '\n';
+  return kExitOk;
+}
+
+TableHome tableHomeOf(const Options& options) {
+  if (options.shm) return TableHome{TableHome::Kind::sharedWriter, *options.shm};
+  if (options.attach) return TableHome{TableHome::Kind::sharedReader, *options.attach};
+  return TableHome{};
+}
+
+// The session, or null after reporting why its shared tables cannot be attached.
+Session* sessionFor(const TableHome& home) {
+  try {
+    return new Session(home);
+  } catch (const Kel::RangeException& refusal) {
+    std::cerr << "pimrp: cannot attach the shared tables " << quoted(home.name) << ": "
+              << refusal.what() << '\n';
+    return nullptr;
+  }
+}
+
+// The interpreter's status, after the end of the input has been given to the session (a bad
+// script applied nothing and leaves everything as it was).
+int finished(Session& session, int status) {
+  if (status == kExitOk || status == kExitStatementFailed) session.finish();
+  return status;
 }
 
 // Standard input as a stream of statements; a directory there reads as nothing at all, which
@@ -172,32 +246,37 @@ int run(const Options& options) {
     std::cout << demoScript();
     return kExitOk;
   }
+  if (options.unlink) return unlinkTables(*options.shm);
   // Virtual time from zero: a script replays the same way every time, and later statements can
   // move the clock.
   Kel::System::virtualTimeIs(0.0);
   if (!applyTraceOptions(options.traces)) return kExitBadScript;
+  // A script that cannot be read changes no shared table: it is read before they are attached.
+  std::optional<std::string> text;
+  if (options.script && *options.script != "-") {
+    std::string why;
+    text = readFile(*options.script, why);
+    if (!text) {
+      std::cerr << "pimrp: cannot read " << quoted(*options.script) << ": " << why << '\n';
+      return kExitBadScript;
+    }
+  }
+  if (options.script && *options.script == "-" && !standardInputReadable()) return kExitBadScript;
   // The wired library stays until the process ends: taking a large configuration apart object by
   // object costs nearly as much as building it, for nothing that the end of the process does not
   // do at once. Held from a static, it is still reachable for leak checkers.
-  static Session* const session = new Session;
+  static Session* const session = sessionFor(tableHomeOf(options));
+  if (session == nullptr) return kExitBadScript;
   const auto output = options.json ? jsonOutputFactory(std::cout) : humanOutputFactory(std::cout);
   Interpreter interpreter(*session, *output, std::cerr);
-  if (!options.script) return interpreter.runScript("demo", demoScript());
-  const std::string& script = *options.script;
-  if (script != "-") {
-    std::string why;
-    const auto text = readFile(script, why);
-    if (!text) {
-      std::cerr << "pimrp: cannot read " << quoted(script) << ": " << why << '\n';
-      return kExitBadScript;
-    }
-    return interpreter.runScript(script, *text);
-  }
-  if (!standardInputReadable()) return kExitBadScript;
+  if (!options.script) return finished(*session, interpreter.runScript("demo", demoScript()));
+  if (text) return finished(*session, interpreter.runScript(*options.script, *text));
   const auto flush = [] { return static_cast<bool>(std::cout.flush()); };
   if (isatty(STDIN_FILENO) == 0) {
-    return interpreter.runStream(
-        "-", [](std::string& line) { return lineFromStream(std::cin, line); }, flush);
+    return finished(
+        *session,
+        interpreter.runStream(
+            "-", [](std::string& line) { return lineFromStream(std::cin, line); }, flush));
   }
   // At a terminal: line editing and history, the prompt on standard error.
   LineEditor editor("pimrp");
@@ -205,7 +284,7 @@ int run(const Options& options) {
       "-", [&editor](std::string& line) { return editor.lineNext(line); }, flush);
   // End of input leaves the cursor after the last prompt; the shell's prompt belongs below it.
   std::cerr << '\n';
-  return status;
+  return finished(*session, status);
 }
 
 // The parser's refusal as a pimrp error: an unknown option or a second FILE named as such.

@@ -1,0 +1,95 @@
+#include "tools/SharedTables.h"
+
+#include "tools/Output.h"
+#include "tools/StatementError.h"
+
+namespace PimrpTool {
+
+using Routing::Pim::Mode;
+using Routing::Pim::RpHashStatus;
+
+namespace {
+
+bool plainCharacter(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '.' ||
+         c == '_' || c == '-';
+}
+
+// The words of `show rp-hash`.
+const char* sourceWord(HashSource source) {
+  switch (source) {
+    case HashSource::staticRp:
+      return "static";
+    case HashSource::bsr:
+      return "bsr";
+    case HashSource::final:
+      break;
+  }
+  return "final";
+}
+
+const char* kindWord(HashKind kind) { return kind == HashKind::groups ? "groups" : "prefixes"; }
+
+// Calls visit(af, source, kind, mode) for every role, in the order of invariant 2.
+template <class Visit>
+void forEachRole(Visit visit) {
+  for (const auto af : {Ipkit::AddressFamily::ipv4, Ipkit::AddressFamily::ipv6}) {
+    for (const Mode mode : {Routing::Pim::modePimSm, Routing::Pim::modePimBidir}) {
+      for (const HashSource source : {HashSource::staticRp, HashSource::bsr, HashSource::final}) {
+        for (const HashKind kind : {HashKind::groups, HashKind::prefixes}) {
+          visit(af, source, kind, mode);
+        }
+      }
+    }
+  }
+}
+
+}  // namespace
+
+std::string sharedNameRefusal(const std::string& name) {
+  if (name.empty()) return "the table name is empty";
+  for (const char c : name) {
+    if (plainCharacter(c)) continue;
+    return "table name " + quoted(name) + " holds " + quoted(std::string(1, c)) +
+           ": use only letters, digits, '.', '_' and '-'";
+  }
+  if (name[0] == '.') return "table name " + quoted(name) + " starts with '.'";
+  if (name.size() > kMaxSharedNameLength) {
+    return "table name " + quoted(name) + " is longer than " +
+           std::to_string(kMaxSharedNameLength) + " characters";
+  }
+  return "";
+}
+
+std::string tableRole(Ipkit::AddressFamily af, HashSource source, HashKind kind, Mode mode) {
+  return familyWord(af) + '.' + modeWord(mode) + '.' + sourceWord(source) + '.' + kindWord(kind);
+}
+
+std::vector<std::string> sharedTableNames(const std::string& name) {
+  std::vector<std::string> names;
+  forEachRole([&](Ipkit::AddressFamily af, HashSource source, HashKind kind, Mode mode) {
+    names.push_back(name + '.' + tableRole(af, source, kind, mode));
+  });
+  return names;
+}
+
+Kel::Ptr<RpHashStatus> rpHashTableIn(const TableHome& home, Ipkit::AddressFamily af,
+                                     HashSource source, HashKind kind, Mode mode) {
+  if (home.kind == TableHome::Kind::process) return Kel::Ptr<RpHashStatus>(new RpHashStatus);
+  const auto attachMode = home.kind == TableHome::Kind::sharedWriter
+                              ? Mirra::AttachMode::singleWriter
+                              : Mirra::AttachMode::reader;
+  const std::string table = home.name + '.' + tableRole(af, source, kind, mode);
+  return Kel::Ptr<RpHashStatus>(
+      new RpHashStatus(RpHashStatus::Table::attachShared(table, attachMode)));
+}
+
+std::vector<std::string> sharedTablesUnlink(const std::string& name) {
+  std::vector<std::string> removed;
+  for (const std::string& table : sharedTableNames(name)) {
+    if (RpHashStatus::Table::unlinkShared(table)) removed.push_back(table);
+  }
+  return removed;
+}
+
+}  // namespace PimrpTool
