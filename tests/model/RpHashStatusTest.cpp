@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "framework/Kel/Exception.h"
 #include "framework/Kel/Trace.h"
 #include "framework/Mirra/CorruptionDetectedException.h"
 #include "framework/Mirra/testing/MirraMapBackdoor.h"
@@ -259,6 +261,76 @@ TEST(MirraMap, ReadyAndAdvertise_DebugMessagesAsWritten) {
             }));
   EXPECT_EQ(table.mode(), Mirra::AttachMode::reader);
   EXPECT_EQ(table.members(), 0u);
+}
+
+// A status over a shared table: a name of this test process, removed before and after the test
+// however it ends, so that a crashed earlier run leaves nothing in the way.
+class RpHashStatusShared : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    name_ = "pimrp-test-" + std::to_string(getpid()) + "-" +
+            ::testing::UnitTest::GetInstance()->current_test_info()->name();
+    RpHashStatus::Table::unlinkShared(name_);
+  }
+  void TearDown() override { RpHashStatus::Table::unlinkShared(name_); }
+  std::string name_;
+};
+
+TEST_F(RpHashStatusShared, WritesThroughStatus_SeenByAnotherAttachment) {
+  Kel::Ptr<RpHashStatus> writer(
+      new RpHashStatus(RpHashStatus::Table::attachShared(name_, Mirra::AttachMode::singleWriter)));
+  const RpHashStatus reader(RpHashStatus::Table::attachShared(name_, Mirra::AttachMode::reader));
+  writer->rpHashIs(entryFor("239.0.0.0/8", "10.0.0.1"));
+  writer->rpHashIs(entryFor("239.1.0.0/16", "10.0.0.2"));
+  EXPECT_EQ(reader.rpHash(IpGenPrefix("239.0.0.0/8")), entryFor("239.0.0.0/8", "10.0.0.1"));
+  EXPECT_EQ(reader.rpHashs(), 2u);
+  writer->rpHashIs(entryFor("239.0.0.0/8", "10.0.0.3"));
+  writer->rpHashDel(IpGenPrefix("239.1.0.0/16"));
+  EXPECT_EQ(reader.rpHash(IpGenPrefix("239.0.0.0/8")), entryFor("239.0.0.0/8", "10.0.0.3"));
+  EXPECT_EQ(reader.rpHash(IpGenPrefix("239.1.0.0/16")), RpHash());
+  EXPECT_EQ(reader.rpHashs(), 1u);
+  EXPECT_TRUE(writer->rpHash().shared());
+  EXPECT_EQ(writer->rpHash().sharedName(), name_);
+}
+
+TEST_F(RpHashStatusShared, AbsentPrefix_YieldsDefaultEntry) {
+  const RpHashStatus writer(
+      RpHashStatus::Table::attachShared(name_, Mirra::AttachMode::singleWriter));
+  const RpHashStatus reader(RpHashStatus::Table::attachShared(name_, Mirra::AttachMode::reader));
+  const RpHash absent = reader.rpHash(IpGenPrefix("239.9.0.0/16"));
+  EXPECT_EQ(absent, RpHash());
+  EXPECT_EQ(absent.address().af(), Ipkit::ipunknown());
+  EXPECT_EQ(absent.priority(), 256u);
+  EXPECT_EQ(absent.hashMaskLen(), 128u);
+  EXPECT_FALSE(absent.override());
+  EXPECT_EQ(absent.mode(), modePimNone);
+  EXPECT_EQ(writer.rpHash(IpGenPrefix("ff0e::/16")), RpHash());
+}
+
+TEST_F(RpHashStatusShared, SurvivesItsWriter_NextWriterContinuesIt) {
+  {
+    Kel::Ptr<RpHashStatus> first(new RpHashStatus(
+        RpHashStatus::Table::attachShared(name_, Mirra::AttachMode::singleWriter)));
+    first->rpHashIs(entryFor("239.0.0.0/8", "10.0.0.1"));
+  }
+  Kel::Ptr<RpHashStatus> next(
+      new RpHashStatus(RpHashStatus::Table::attachShared(name_, Mirra::AttachMode::singleWriter)));
+  EXPECT_EQ(next->rpHashs(), 1u);
+  EXPECT_EQ(next->rpHash(IpGenPrefix("239.0.0.0/8")), entryFor("239.0.0.0/8", "10.0.0.1"));
+}
+
+TEST_F(RpHashStatusShared, ReaderStatus_RefusesWrites) {
+  const RpHashStatus writer(
+      RpHashStatus::Table::attachShared(name_, Mirra::AttachMode::singleWriter));
+  Kel::Ptr<RpHashStatus> reader(
+      new RpHashStatus(RpHashStatus::Table::attachShared(name_, Mirra::AttachMode::reader)));
+  try {
+    reader->rpHashIs(entryFor("239.0.0.0/8", "10.0.0.1"));
+    FAIL() << "a reader wrote";
+  } catch (const Kel::RangeException& refusal) {
+    EXPECT_STREQ(refusal.what(), "MirraMap::insert() on a reader attachment not allowed");
+  }
+  EXPECT_EQ(writer.rpHashs(), 0u);
 }
 
 }  // namespace
