@@ -158,4 +158,52 @@ TEST(Validation, RefusedRpAddress_DoesNotCountAsTheFirst) {
   EXPECT_EQ(refusalOf(validator, "vrf red"), "");
 }
 
+TEST(Validation, ReadOnly_ShowRpHashAccepted) {
+  Validator validator("lab");
+  EXPECT_EQ(refusalOf(validator, "show rp-hash final groups mode sparse"), "");
+  EXPECT_EQ(refusalOf(validator, "show rp-hash bsr prefixes mode bidir ipv6"), "");
+}
+
+TEST(Validation, ReadOnly_StatementThatChangesState_RefusedByName) {
+  Validator validator("lab");
+  const std::string why =
+      " would change state, and this is a read-only attachment to the shared "
+      "tables 'lab'";
+  EXPECT_EQ(refusalOf(validator, "rp-address 10.0.0.1 group 239.0.0.0/8"), "'rp-address'" + why);
+  EXPECT_EQ(refusalOf(validator, "no rp-address 10.0.0.1"), "'no rp-address'" + why);
+  EXPECT_EQ(refusalOf(validator, "bsr-rp 239.0.0.0/8 10.0.0.1 priority 0 hashmask 30 mode sparse"),
+            "'bsr-rp'" + why);
+  EXPECT_EQ(refusalOf(validator, "group 239.1.1.1"), "'group'" + why);
+  EXPECT_EQ(refusalOf(validator, "no group 239.1.1.1"), "'no group'" + why);
+  EXPECT_EQ(refusalOf(validator, "acl A seq 10 permit any"), "'acl'" + why);
+  EXPECT_EQ(refusalOf(validator, "vrf red"), "'vrf'" + why);
+  EXPECT_EQ(refusalOf(validator, "rp-hash-algorithm modulo"), "'rp-hash-algorithm'" + why);
+  EXPECT_EQ(refusalOf(validator, "route 10.0.0.0/8 local eth0"), "'route'" + why);
+  EXPECT_EQ(refusalOf(validator, "shadow ipv4 detach"), "'shadow'" + why);
+  EXPECT_EQ(refusalOf(validator, "attr-log clogged"), "'attr-log'" + why);
+  EXPECT_EQ(refusalOf(validator, "run 1"), "'run'" + why);
+  EXPECT_EQ(refusalOf(validator, "clock manual"), "'clock'" + why);
+}
+
+TEST(Validation, ReadOnly_ShowThatNeedsWriterState_NotAvailable) {
+  Validator validator("lab");
+  const std::string why =
+      " is not available in a read-only attachment to the shared tables "
+      "'lab': it needs the writer's own state; only 'show rp-hash' reads "
+      "the tables";
+  EXPECT_EQ(refusalOf(validator, "show rp 239.1.1.1"), "'show rp'" + why);
+  EXPECT_EQ(refusalOf(validator, "show candidates static"), "'show candidates'" + why);
+  EXPECT_EQ(refusalOf(validator, "show acl A"), "'show acl'" + why);
+  EXPECT_EQ(refusalOf(validator, "show local-rp"), "'show local-rp'" + why);
+  EXPECT_EQ(refusalOf(validator, "show group-filter 239.1.1.1"), "'show group-filter'" + why);
+  EXPECT_EQ(refusalOf(validator, "show alloc-requests"), "'show alloc-requests'" + why);
+  EXPECT_EQ(refusalOf(validator, "show review"), "'show review'" + why);
+}
+
+TEST(Validation, ReadOnly_RefusalLeavesOrderRulesAsTheyWere) {
+  Validator validator("lab");
+  EXPECT_NE(refusalOf(validator, "rp-address 10.0.0.1 group 239.0.0.0/8"), "");
+  EXPECT_FALSE(validator.rpAddressSeen());
+}
+
 }  // namespace
