@@ -271,10 +271,11 @@ struct StatementWords {
 }  // namespace
 
 void Validator::checkReadOnly(const Statement& statement) const {
+  // The name passed the shared-table name check: quoted whole, however long.
   if (std::holds_alternative<ShowRpHashStatement>(statement)) return;
   const std::string words = std::visit(StatementWords{}, statement);
   const std::string attachment =
-      "a read-only attachment to the shared tables " + quoted(readOnlyTables_);
+      "a read-only attachment to the shared tables '" + readOnlyTables_ + "'";
   if (!isShowStatement(statement)) {
     throw StatementError(quoted(words) + " would change state, and this is " + attachment);
   }

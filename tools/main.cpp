@@ -195,7 +195,7 @@ std::string optionsRefusal(const Options& options) {
 int unlinkTables(const std::string& name) {
   const std::vector<std::string> removed = sharedTablesUnlink(name);
   if (removed.empty()) {
-    std::cerr << "pimrp: no shared tables named " << quoted(name) << " to remove\n";
+    std::cerr << "pimrp: no shared tables named '" << name << "' to remove\n";
     return kExitStatementFailed;
   }
   for (const std::string& table : removed) std::cout << "removed " << table << '\n';
@@ -213,8 +213,8 @@ Session* sessionFor(const TableHome& home) {
   try {
     return new Session(home);
   } catch (const Kel::RangeException& refusal) {
-    std::cerr << "pimrp: cannot attach the shared tables " << quoted(home.name) << ": "
-              << refusal.what() << '\n';
+    std::cerr << "pimrp: cannot attach the shared tables '" << home.name << "': " << refusal.what()
+              << '\n';
     return nullptr;
   }
 }

@@ -1,0 +1,430 @@
+// pimrp over shared tables, run as separate processes: a run that keeps its tables, the next run
+// that takes them up as a restarted agent does, readers attached while the writer runs and after
+// it has gone, and the refusals around them.
+
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "model/Pim/RpHashStatus.h"
+#include "tests/tools/PimrpProcess.h"
+#include "tools/SharedTables.h"
+
+namespace {
+
+using ToolTest::PimrpProcess;
+using ToolTest::PimrpResult;
+using ToolTest::runPimrp;
+
+// Each test names its tables after the test process and itself, and removes them before (a
+// crashed earlier run may have left them) and after, however it ends; its scripts go to a
+// directory of its own.
+class PimrpShm : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    name_ = "pimrp-test-" + std::to_string(getpid()) + "-" +
+            ::testing::UnitTest::GetInstance()->current_test_info()->name();
+    unlinkTables();
+    char directory[] = "/tmp/pimrp-shm-test-XXXXXX";
+    ASSERT_NE(mkdtemp(directory), nullptr);
+    directory_ = directory;
+  }
+  void TearDown() override {
+    unlinkTables();
+    for (const std::string& path : scripts_) std::remove(path.c_str());
+    if (!directory_.empty()) rmdir(directory_.c_str());
+  }
+
+  void unlinkTables() {
+    for (const std::string& table : PimrpTool::sharedTableNames(name_)) {
+      Routing::Pim::RpHashStatus::Table::unlinkShared(table);
+    }
+  }
+
+  // A script file holding `text`; its path.
+  std::string script(const std::string& file, const std::string& text) {
+    const std::string path = directory_ + "/" + file;
+    std::ofstream(path) << text;
+    scripts_.push_back(path);
+    return path;
+  }
+
+  // The segments of this test's tables under /dev/shm, sorted.
+  std::vector<std::string> segments() const {
+    std::vector<std::string> found;
+    DIR* directory = opendir("/dev/shm");
+    if (directory == nullptr) return found;
+    while (const dirent* entry = readdir(directory)) {
+      const std::string segment = entry->d_name;
+      if (segment.compare(0, name_.size() + 1, name_ + ".") == 0) found.push_back(segment);
+    }
+    closedir(directory);
+    std::sort(found.begin(), found.end());
+    return found;
+  }
+
+  std::string name_;
+  std::string directory_;
+  std::vector<std::string> scripts_;
+};
+
+// Run 1 knows four groups and three RPs: two static ranges and a bootstrap range.
+const char kRunOne[] =
+    "rp-address 10.0.0.1 group 239.0.0.0/8\n"
+    "rp-address 10.0.0.2 group 239.1.0.0/16\n"
+    "bsr-rp 239.2.0.0/16 10.0.0.9 priority 0 hashmask 30 mode sparse\n"
+    "group 239.1.1.1\n"
+    "group 239.2.2.2\n"
+    "group 239.3.3.3\n"
+    "group 239.4.4.4\n"
+    "show rp-hash final groups mode sparse\n"
+    "show alloc-requests\n";
+
+// Run 2 restarts knowing three of the groups (239.4.4.4 has gone), and 10.0.0.2 is no longer
+// configured.
+const char kRunTwo[] =
+    "group 239.1.1.1\n"
+    "group 239.2.2.2\n"
+    "group 239.3.3.3\n"
+    "rp-address 10.0.0.1 group 239.0.0.0/8\n"
+    "bsr-rp 239.2.0.0/16 10.0.0.9 priority 0 hashmask 30 mode sparse\n"
+    "show rp-hash final groups mode sparse\n"
+    "show rp-hash final groups mode bidir\n"
+    "show alloc-requests\n";
+
+TEST_F(PimrpShm, RunOne_TablesKeptAfterTheRun) {
+  const PimrpResult run = runPimrp({"--shm", name_, script("one.pimrp", kRunOne)});
+  // 239.1.1.1 is in 10.0.0.2's longer range; the bootstrap RP beats the static one for
+  // 239.2.2.2, which the static review gave 10.0.0.1 first (one allocation and its release);
+  // the final prefix table adds one allocation for each range.
+  EXPECT_EQ(run.out,
+            "rp-hash final groups mode sparse\n"
+            "  prefix        rp        priority  hashmask  override  mode\n"
+            "  239.1.1.1/32  10.0.0.2  0         30        no        sparse\n"
+            "  239.2.2.2/32  10.0.0.9  0         30        no        sparse\n"
+            "  239.3.3.3/32  10.0.0.1  0         30        no        sparse\n"
+            "  239.4.4.4/32  10.0.0.1  0         30        no        sparse\n"
+            "\n"
+            "alloc requests 8, dealloc requests 1\n"
+            "  rp        alloc  dealloc\n"
+            "  10.0.0.1  4      1\n"
+            "  10.0.0.2  2      0\n"
+            "  10.0.0.9  2      0\n");
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+  std::vector<std::string> expected;
+  for (const std::string& table : PimrpTool::sharedTableNames(name_)) {
+    expected.push_back(table);
+    expected.push_back(table + ".g1");
+  }
+  std::sort(expected.begin(), expected.end());
+  EXPECT_EQ(segments(), expected);
+}
+
+TEST_F(PimrpShm, Restart_FinalTablesHoldRunTwoConfiguration) {
+  ASSERT_EQ(runPimrp({"--shm", name_, script("one.pimrp", kRunOne)}).status, 0);
+  const PimrpResult run = runPimrp({"--shm", name_, script("two.pimrp", kRunTwo)});
+  // 239.4.4.4 left: its final entry goes with a release of 10.0.0.1. 10.0.0.2 left: 239.1.1.1
+  // moves to 10.0.0.1 (release 10.0.0.2, allocate 10.0.0.1). Everything else is as run 1 left it
+  // and asks for nothing.
+  EXPECT_EQ(run.out,
+            "rp-hash final groups mode sparse\n"
+            "  prefix        rp        priority  hashmask  override  mode\n"
+            "  239.1.1.1/32  10.0.0.1  0         30        no        sparse\n"
+            "  239.2.2.2/32  10.0.0.9  0         30        no        sparse\n"
+            "  239.3.3.3/32  10.0.0.1  0         30        no        sparse\n"
+            "\n"
+            "rp-hash final groups mode bidir: none\n"
+            "\n"
+            "alloc requests 1, dealloc requests 2\n"
+            "  rp        alloc  dealloc\n"
+            "  10.0.0.1  1      1\n"
+            "  10.0.0.2  0      1\n");
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+}
+
+TEST_F(PimrpShm, Restart_StartUpPassesTraced) {
+  ASSERT_EQ(runPimrp({"--shm", name_, script("one.pimrp", kRunOne)}).status, 0);
+  const PimrpResult run =
+      runPimrp({"--shm", name_, "--trace", "PimRpHashSm=5", script("two.pimrp", kRunTwo)});
+  ASSERT_EQ(run.status, 0);
+  std::vector<std::string> removals;
+  std::vector<std::string> attaches;
+  std::istringstream lines(run.err);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.find("doRemoveExtraRpHashGroups") != std::string::npos) removals.push_back(line);
+    if (line.rfind("[Debug 0] MirraMap::attach() " + name_ + ".", 0) == 0) attaches.push_back(line);
+  }
+  // The four reviews of IPv4 (static, bsr; sparse, bidir) drop the group's own entries, the
+  // sparse merge its final entry; the bidir merge never held one.
+  const std::string removal =
+      "[PimRpHashSm 5] doRemoveExtraRpHashGroups: Deleting group 239.4.4.4/32";
+  EXPECT_EQ(removals, std::vector<std::string>(5, removal));
+  ASSERT_EQ(attaches.size(), 24u);
+  EXPECT_EQ(attaches[0].rfind("[Debug 0] MirraMap::attach() " + name_ +
+                                  ".ipv4.sparse.static.groups as writer members:4 slots:",
+                              0),
+            0u)
+      << attaches[0];
+}
+
+TEST_F(PimrpShm, Restart_PrefixEntryOfRangeGoneMeanwhile_Stays) {
+  ASSERT_EQ(runPimrp({"--shm", name_, script("one.pimrp", kRunOne)}).status, 0);
+  const PimrpResult run = runPimrp(
+      {"--shm", name_,
+       script("two.pimrp", std::string(kRunTwo) + "show rp-hash final prefixes mode sparse\n")});
+  // The start-up passes reconcile the per-group tables and the final tables with their inputs;
+  // a range's own entry leaves only when its candidates leave while a reactor watches, so
+  // 10.0.0.2's range stays in the prefix tables.
+  const std::string prefixes =
+      "rp-hash final prefixes mode sparse\n"
+      "  prefix        rp        priority  hashmask  override  mode\n"
+      "  239.0.0.0/8   10.0.0.1  0         30        no        sparse\n"
+      "  239.1.0.0/16  10.0.0.2  0         30        no        sparse\n"
+      "  239.2.0.0/16  10.0.0.9  0         30        no        sparse\n";
+  ASSERT_GE(run.out.size(), prefixes.size());
+  EXPECT_EQ(run.out.substr(run.out.size() - prefixes.size()), prefixes);
+}
+
+// A writer that keeps running: its script comes through a pipe the test holds open.
+const char kWriterScript[] =
+    "rp-address 10.0.0.1 group 239.0.0.0/8\n"
+    "bsr-rp ff0e::/16 2001:db8::9 priority 0 hashmask 126 mode sparse\n"
+    "group 239.1.1.1\n"
+    "group ff0e::1\n"
+    "show rp-hash final groups mode sparse\n";
+const char kWriterAnswer[] =
+    "rp-hash final groups mode sparse\n"
+    "  prefix        rp           priority  hashmask  override  mode\n"
+    "  239.1.1.1/32  10.0.0.1     0         30        no        sparse\n"
+    "  ff0e::1/128   2001:db8::9  0         126       no        sparse\n";
+
+const char kReaderScript[] =
+    "show rp-hash final groups mode sparse ipv6\n"
+    "show rp-hash bsr prefixes mode sparse\n"
+    "show rp-hash static groups mode bidir ipv4\n";
+const char kReaderAnswer[] =
+    "rp-hash final groups mode sparse ipv6\n"
+    "  prefix       rp           priority  hashmask  override  mode\n"
+    "  ff0e::1/128  2001:db8::9  0         126       no        sparse\n"
+    "\n"
+    "rp-hash bsr prefixes mode sparse\n"
+    "  prefix     rp           priority  hashmask  override  mode\n"
+    "  ff0e::/16  2001:db8::9  0         126       no        sparse\n"
+    "\n"
+    "rp-hash static groups mode bidir ipv4\n"
+    "  prefix        rp  priority  hashmask  override  mode\n"
+    "  239.1.1.1/32  -   -         -         no        bidir\n";
+const char kReaderJson[] =
+    "{\"table\":\"final\",\"kind\":\"groups\",\"mode\":\"sparse\",\"family\":\"ipv6\","
+    "\"entries\":[{\"prefix\":\"ff0e::1/128\",\"address\":\"2001:db8::9\",\"priority\":0,"
+    "\"hashMaskLen\":126,\"override\":false,\"mode\":\"sparse\"}]}\n"
+    "{\"table\":\"bsr\",\"kind\":\"prefixes\",\"mode\":\"sparse\",\"family\":\"any\","
+    "\"entries\":[{\"prefix\":\"ff0e::/16\",\"address\":\"2001:db8::9\",\"priority\":0,"
+    "\"hashMaskLen\":126,\"override\":false,\"mode\":\"sparse\"}]}\n"
+    "{\"table\":\"static\",\"kind\":\"groups\",\"mode\":\"bidir\",\"family\":\"ipv4\","
+    "\"entries\":[{\"prefix\":\"239.1.1.1/32\",\"address\":null,\"priority\":256,"
+    "\"hashMaskLen\":128,\"override\":false,\"mode\":\"bidir\"}]}\n";
+
+TEST_F(PimrpShm, Attach_WhileWriterRunsAndAfterItHasGone) {
+  const std::string reader = script("reader.pimrp", kReaderScript);
+  PimrpProcess writer({"--shm", name_, "-"});
+  ASSERT_TRUE(writer.started());
+  writer.write(kWriterScript);
+  ASSERT_TRUE(writer.readOutputUntil(kWriterAnswer));
+  const PimrpResult whileRunning = runPimrp({"--attach", name_, reader});
+  EXPECT_EQ(whileRunning.out, kReaderAnswer);
+  EXPECT_EQ(whileRunning.err, "");
+  EXPECT_EQ(whileRunning.status, 0);
+  const PimrpResult json = runPimrp({"--attach", name_, "--json", reader});
+  EXPECT_EQ(json.out, kReaderJson);
+  EXPECT_EQ(json.status, 0);
+  const PimrpResult writerEnd = writer.wait();
+  EXPECT_EQ(writerEnd.out, kWriterAnswer);
+  EXPECT_EQ(writerEnd.err, "");
+  EXPECT_EQ(writerEnd.status, 0);
+  const PimrpResult afterwards = runPimrp({"--attach", name_, reader});
+  EXPECT_EQ(afterwards.out, kReaderAnswer);
+  EXPECT_EQ(afterwards.err, "");
+  EXPECT_EQ(afterwards.status, 0);
+}
+
+TEST_F(PimrpShm, Attach_WhileWriterRuns_SeesItsLaterWrites) {
+  PimrpProcess writer({"--shm", name_, "-"});
+  ASSERT_TRUE(writer.started());
+  writer.write(kWriterScript);
+  ASSERT_TRUE(writer.readOutputUntil(kWriterAnswer));
+  const std::string reader = script("reader.pimrp", "show rp-hash final groups mode sparse ipv4\n");
+  writer.write("group 239.2.2.2\nshow rp-hash final groups mode sparse ipv4\n");
+  ASSERT_TRUE(
+      writer.readOutputUntil("  239.2.2.2/32  10.0.0.1  0         30        no        sparse\n"));
+  const PimrpResult read = runPimrp({"--attach", name_, reader});
+  EXPECT_EQ(read.out,
+            "rp-hash final groups mode sparse ipv4\n"
+            "  prefix        rp        priority  hashmask  override  mode\n"
+            "  239.1.1.1/32  10.0.0.1  0         30        no        sparse\n"
+            "  239.2.2.2/32  10.0.0.1  0         30        no        sparse\n");
+  EXPECT_EQ(read.status, 0);
+  EXPECT_EQ(writer.wait().status, 0);
+}
+
+// Every statement but show rp-hash, as a script (nothing applied, status 2) and as a stream
+// (each refused and skipped, status 1); the tables stay as the writer left them.
+const char kRefusedScript[] =
+    "show rp-hash final groups mode sparse ipv4\n"
+    "rp-address 10.0.0.2 group 239.0.0.0/8\n"
+    "no rp-address 10.0.0.1\n"
+    "bsr-rp 239.0.0.0/8 10.0.0.3 priority 0 hashmask 30 mode sparse\n"
+    "group 239.5.5.5\n"
+    "no group 239.1.1.1\n"
+    "run 5\n"
+    "clock manual\n"
+    "show rp 239.1.1.1\n"
+    "show alloc-requests\n"
+    "show review\n";
+
+std::string refusalsIn(const std::string& source, const std::string& name) {
+  const std::string changes =
+      " would change state, and this is a read-only attachment to the shared tables '" + name +
+      "'\n";
+  const std::string unavailable =
+      " is not available in a read-only attachment to the shared tables '" + name +
+      "': it needs the writer's own state; only 'show rp-hash' reads the tables\n";
+  return source + ":2: error: 'rp-address'" + changes + source + ":3: error: 'no rp-address'" +
+         changes + source + ":4: error: 'bsr-rp'" + changes + source + ":5: error: 'group'" +
+         changes + source + ":6: error: 'no group'" + changes + source + ":7: error: 'run'" +
+         changes + source + ":8: error: 'clock'" + changes + source + ":9: error: 'show rp'" +
+         unavailable + source + ":10: error: 'show alloc-requests'" + unavailable + source +
+         ":11: error: 'show review'" + unavailable;
+}
+
+const char kIpv4Answer[] =
+    "rp-hash final groups mode sparse ipv4\n"
+    "  prefix        rp        priority  hashmask  override  mode\n"
+    "  239.1.1.1/32  10.0.0.1  0         30        no        sparse\n";
+
+TEST_F(PimrpShm, Attach_StatementsThatChangeOrNeedState_Refused) {
+  ASSERT_EQ(runPimrp({"--shm", name_, script("writer.pimrp", kWriterScript)}).status, 0);
+  const std::string refused = script("refused.pimrp", kRefusedScript);
+  const PimrpResult asScript = runPimrp({"--attach", name_, refused});
+  EXPECT_EQ(asScript.out, "");
+  EXPECT_EQ(asScript.err, refusalsIn(refused, name_));
+  EXPECT_EQ(asScript.status, 2);
+  const PimrpResult asStream = runPimrp({"--attach", name_, "-"}, kRefusedScript);
+  EXPECT_EQ(asStream.out, kIpv4Answer);
+  EXPECT_EQ(asStream.err, refusalsIn("-", name_));
+  EXPECT_EQ(asStream.status, 1);
+  const PimrpResult after = runPimrp({"--attach", name_, "-"}, kReaderScript);
+  EXPECT_EQ(after.out, kReaderAnswer);
+}
+
+TEST_F(PimrpShm, Attach_NoTables_ClearError) {
+  const PimrpResult run = runPimrp({"--attach", name_, "-"}, kReaderScript);
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err, "pimrp: cannot attach the shared tables '" + name_ +
+                         "': MirraMap::attach() table " + name_ +
+                         ".ipv4.sparse.static.groups does not exist\n");
+  EXPECT_EQ(run.status, 2);
+  EXPECT_EQ(segments(), std::vector<std::string>());
+}
+
+TEST_F(PimrpShm, SecondWriter_RefusedAndNothingChanged) {
+  PimrpProcess writer({"--shm", name_, "-"});
+  ASSERT_TRUE(writer.started());
+  writer.write(kWriterScript);
+  ASSERT_TRUE(writer.readOutputUntil(kWriterAnswer));
+  const PimrpResult second = runPimrp(
+      {"--shm", name_, script("second.pimrp", "no rp-address 10.0.0.1\nno group 239.1.1.1\n")});
+  EXPECT_EQ(second.out, "");
+  EXPECT_EQ(second.err, "pimrp: cannot attach the shared tables '" + name_ +
+                            "': MirraMap::attach() table " + name_ +
+                            ".ipv4.sparse.static.groups already has a writer\n");
+  EXPECT_EQ(second.status, 2);
+  const PimrpResult read = runPimrp({"--attach", name_, "-"}, kReaderScript);
+  EXPECT_EQ(read.out, kReaderAnswer);
+  EXPECT_EQ(writer.wait().status, 0);
+}
+
+TEST_F(PimrpShm, BadName_RefusedBeforeAnything) {
+  const PimrpResult slash = runPimrp({"--shm", "lab/one", "-"});
+  EXPECT_EQ(slash.err,
+            "pimrp: --shm: table name 'lab/one' holds '/': use only letters, digits, '.', '_' "
+            "and '-'\n");
+  EXPECT_EQ(slash.status, 2);
+  const PimrpResult empty = runPimrp({"--attach", "", "-"});
+  EXPECT_EQ(empty.err, "pimrp: --attach: the table name is empty\n");
+  EXPECT_EQ(empty.status, 2);
+  const PimrpResult dot = runPimrp({"--shm", "." + name_, "--unlink"});
+  EXPECT_EQ(dot.err, "pimrp: --shm: table name '." + name_ + "' starts with '.'\n");
+  EXPECT_EQ(dot.status, 2);
+  const std::string longName = name_ + std::string(PimrpTool::kMaxSharedNameLength, 'x');
+  const PimrpResult tooLong = runPimrp({"--shm", longName, "-"});
+  EXPECT_EQ(tooLong.err, "pimrp: --shm: table name '" + longName.substr(0, 60) +
+                             "...' is longer than 172 characters\n");
+  EXPECT_EQ(tooLong.status, 2);
+  EXPECT_EQ(slash.out + empty.out + dot.out + tooLong.out, "");
+  EXPECT_EQ(segments(), std::vector<std::string>());
+}
+
+TEST_F(PimrpShm, Options_ContradictionsRefused) {
+  const PimrpResult both = runPimrp({"--shm", name_, "--attach", name_, "-"});
+  EXPECT_EQ(both.err,
+            "pimrp: --shm writes shared tables and --attach only reads them: give one of them\n");
+  EXPECT_EQ(both.status, 2);
+  const PimrpResult unlinkAlone = runPimrp({"--unlink"});
+  EXPECT_EQ(unlinkAlone.err, "pimrp: --unlink needs --shm NAME: the tables to remove\n");
+  EXPECT_EQ(unlinkAlone.status, 2);
+  const PimrpResult unlinkScript = runPimrp({"--shm", name_, "--unlink", "-"});
+  EXPECT_EQ(unlinkScript.err,
+            "pimrp: --unlink removes the shared tables and runs nothing: give it no FILE, "
+            "--demo-script or --json\n");
+  EXPECT_EQ(unlinkScript.status, 2);
+  const PimrpResult attachDemo = runPimrp({"--attach", name_});
+  EXPECT_EQ(attachDemo.err,
+            "pimrp: --attach reads only, and the demo changes state: give a FILE or '-'\n");
+  EXPECT_EQ(attachDemo.status, 2);
+  EXPECT_EQ(segments(), std::vector<std::string>());
+}
+
+TEST_F(PimrpShm, Unlink_RemovesEveryTableThenAttachFails) {
+  ASSERT_EQ(runPimrp({"--shm", name_, script("writer.pimrp", kWriterScript)}).status, 0);
+  const PimrpResult removed = runPimrp({"--shm", name_, "--unlink"});
+  std::string listing;
+  for (const std::string& table : PimrpTool::sharedTableNames(name_)) {
+    listing += "removed " + table + "\n";
+  }
+  EXPECT_EQ(removed.out, listing);
+  EXPECT_EQ(removed.err, "");
+  EXPECT_EQ(removed.status, 0);
+  EXPECT_EQ(segments(), std::vector<std::string>());
+  const PimrpResult attach = runPimrp({"--attach", name_, "-"}, kReaderScript);
+  EXPECT_EQ(attach.err, "pimrp: cannot attach the shared tables '" + name_ +
+                            "': MirraMap::attach() table " + name_ +
+                            ".ipv4.sparse.static.groups does not exist\n");
+  EXPECT_EQ(attach.status, 2);
+  const PimrpResult again = runPimrp({"--shm", name_, "--unlink"});
+  EXPECT_EQ(again.out, "");
+  EXPECT_EQ(again.err, "pimrp: no shared tables named '" + name_ + "' to remove\n");
+  EXPECT_EQ(again.status, 1);
+}
+
+TEST_F(PimrpShm, BadScript_AppliesNothingToTheTables) {
+  ASSERT_EQ(runPimrp({"--shm", name_, script("writer.pimrp", kWriterScript)}).status, 0);
+  const std::string bad =
+      script("bad.pimrp", "no group 239.1.1.1\nrp-address 10.0.0.1 group 1.0.0.0/8\n");
+  const PimrpResult run = runPimrp({"--shm", name_, bad});
+  EXPECT_EQ(run.err, bad + ":2: error: group range '1.0.0.0/8' is not within 224.0.0.0/4\n");
+  EXPECT_EQ(run.status, 2);
+  const PimrpResult read = runPimrp({"--attach", name_, "-"}, kReaderScript);
+  EXPECT_EQ(read.out, kReaderAnswer);
+}
+
+}  // namespace
