@@ -69,26 +69,33 @@ bool Interpreter::doCommit(const std::string& name, std::size_t line) {
   }
 }
 
-int Interpreter::runScript(const std::string& name, const std::string& text) {
-  // Checked against a copy, so that a refused script leaves the order rules as they were.
-  Validator checking = validator_;
+bool scriptChecked(const std::string& name, const std::string& text, Validator& checking,
+                   std::ostream& errors) {
   bool refused = false;
+  const auto report = [&](std::size_t line, const std::string& message) {
+    errors << name << ':' << line << ": error: " << message << '\n';
+    refused = true;
+  };
   forEachLine(text, [&](std::size_t line, std::string_view words) {
     if (words.size() > kMaxLineLength) {
-      doReport(name, line, lineTooLong());
-      refused = true;
+      report(line, lineTooLong());
       return false;
     }
     try {
       const auto statement = parseStatement(words);
       if (statement) checking.check(*statement);
     } catch (const StatementError& error) {
-      doReport(name, line, error.what());
-      refused = true;
+      report(line, error.what());
     }
     return true;
   });
-  if (refused) return kExitBadScript;
+  return !refused;
+}
+
+int Interpreter::runScript(const std::string& name, const std::string& text) {
+  // Checked against a copy, so that a refused script leaves the order rules as they were.
+  Validator checking = validator_;
+  if (!scriptChecked(name, text, checking, errors_)) return kExitBadScript;
   validator_ = checking;
   // Parsing again instead of keeping every statement keeps a long script's memory to that of
   // its text: the statements are far larger than their lines.

@@ -48,6 +48,12 @@ bool lineFromStream(std::istream& in, std::string& line);
 // The next line of an input into `line`; false at its end.
 using LineSource = std::function<bool(std::string& line)>;
 
+// Checks every statement of a whole script with `checking`, as runScript does before it applies
+// anything, and reports each bad line to `errors`; true when every line is good. Lets a caller
+// refuse a script before it creates anything for it.
+bool scriptChecked(const std::string& name, const std::string& text, Validator& checking,
+                   std::ostream& errors);
+
 class Interpreter {
  public:
   // Over a session attached read-only to shared tables, only show rp-hash is accepted.

@@ -251,7 +251,7 @@ int run(const Options& options) {
   // move the clock.
   Kel::System::virtualTimeIs(0.0);
   if (!applyTraceOptions(options.traces)) return kExitBadScript;
-  // A script that cannot be read changes no shared table: it is read before they are attached.
+  // A script that cannot be read creates no shared table: it is read before they are attached.
   std::optional<std::string> text;
   if (options.script && *options.script != "-") {
     std::string why;
@@ -262,6 +262,11 @@ int run(const Options& options) {
     }
   }
   if (options.script && *options.script == "-" && !standardInputReadable()) return kExitBadScript;
+  // A bad script creates no shared table: it is refused before the tables are attached.
+  Validator checking;
+  if (options.shm && text && !scriptChecked(*options.script, *text, checking, std::cerr)) {
+    return kExitBadScript;
+  }
   // The wired library stays until the process ends: taking a large configuration apart object by
   // object costs nearly as much as building it, for nothing that the end of the process does not
   // do at once. Held from a static, it is still reachable for leak checkers.

@@ -427,4 +427,12 @@ TEST_F(PimrpShm, BadScript_AppliesNothingToTheTables) {
   EXPECT_EQ(read.out, kReaderAnswer);
 }
 
+TEST_F(PimrpShm, BadScript_FreshName_CreatesNoTable) {
+  const std::string bad = script("bad.pimrp", "group 239.1.1.1\nbsr-rp 239.0.0.0/8 10.0.0.1\n");
+  const PimrpResult run = runPimrp({"--shm", name_, bad});
+  EXPECT_EQ(run.err, bad + ":2: error: missing 'priority' in 'bsr-rp 239.0.0.0/8 10.0.0.1'\n");
+  EXPECT_EQ(run.status, 2);
+  EXPECT_EQ(segments(), std::vector<std::string>());
+}
+
 }  // namespace
