@@ -15,17 +15,10 @@ bool plainCharacter(char c) {
          c == '_' || c == '-';
 }
 
-// The words of `show rp-hash`.
+// The words of `show rp-hash`, in the order of HashSource and HashKind.
 const char* sourceWord(HashSource source) {
-  switch (source) {
-    case HashSource::staticRp:
-      return "static";
-    case HashSource::bsr:
-      return "bsr";
-    case HashSource::final:
-      break;
-  }
-  return "final";
+  static const char* const words[] = {"static", "bsr", "final"};
+  return words[static_cast<std::size_t>(source)];
 }
 
 const char* kindWord(HashKind kind) { return kind == HashKind::groups ? "groups" : "prefixes"; }

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "tests/tools/ToolTestSupport.h"
 #include "tools/StatementError.h"
@@ -164,40 +166,49 @@ TEST(Validation, ReadOnly_ShowRpHashAccepted) {
   EXPECT_EQ(refusalOf(validator, "show rp-hash bsr prefixes mode bidir ipv6"), "");
 }
 
+// Each line with the keywords its refusal names.
+using NamedLines = std::vector<std::pair<std::string, std::string>>;
+
 TEST(Validation, ReadOnly_StatementThatChangesState_RefusedByName) {
   Validator validator("lab");
   const std::string why =
-      " would change state, and this is a read-only attachment to the shared "
-      "tables 'lab'";
-  EXPECT_EQ(refusalOf(validator, "rp-address 10.0.0.1 group 239.0.0.0/8"), "'rp-address'" + why);
-  EXPECT_EQ(refusalOf(validator, "no rp-address 10.0.0.1"), "'no rp-address'" + why);
-  EXPECT_EQ(refusalOf(validator, "bsr-rp 239.0.0.0/8 10.0.0.1 priority 0 hashmask 30 mode sparse"),
-            "'bsr-rp'" + why);
-  EXPECT_EQ(refusalOf(validator, "group 239.1.1.1"), "'group'" + why);
-  EXPECT_EQ(refusalOf(validator, "no group 239.1.1.1"), "'no group'" + why);
-  EXPECT_EQ(refusalOf(validator, "acl A seq 10 permit any"), "'acl'" + why);
-  EXPECT_EQ(refusalOf(validator, "vrf red"), "'vrf'" + why);
-  EXPECT_EQ(refusalOf(validator, "rp-hash-algorithm modulo"), "'rp-hash-algorithm'" + why);
-  EXPECT_EQ(refusalOf(validator, "route 10.0.0.0/8 local eth0"), "'route'" + why);
-  EXPECT_EQ(refusalOf(validator, "shadow ipv4 detach"), "'shadow'" + why);
-  EXPECT_EQ(refusalOf(validator, "attr-log clogged"), "'attr-log'" + why);
-  EXPECT_EQ(refusalOf(validator, "run 1"), "'run'" + why);
-  EXPECT_EQ(refusalOf(validator, "clock manual"), "'clock'" + why);
+      "' would change state, and this is a read-only attachment to the shared tables 'lab'";
+  for (const auto& [line, words] :
+       NamedLines{{"rp-address 10.0.0.1 group 239.0.0.0/8", "rp-address"},
+                  {"rp-address 10.0.0.1 mode bidir", "rp-address"},
+                  {"no rp-address 10.0.0.1", "no rp-address"},
+                  {"bsr-rp 239.0.0.0/8 10.0.0.1 priority 0 hashmask 30 mode sparse", "bsr-rp"},
+                  {"no bsr-rp 239.0.0.0/8 10.0.0.1", "no bsr-rp"},
+                  {"group 239.1.1.1", "group"},
+                  {"no group 239.1.1.1", "no group"},
+                  {"acl A seq 10 permit any", "acl"},
+                  {"no acl A", "no acl"},
+                  {"vrf red", "vrf"},
+                  {"rp-hash-algorithm modulo", "rp-hash-algorithm"},
+                  {"route 10.0.0.0/8 local eth0", "route"},
+                  {"no route 10.0.0.0/8", "no route"},
+                  {"shadow ipv4 detach", "shadow"},
+                  {"attr-log clogged", "attr-log"},
+                  {"run 1", "run"},
+                  {"clock manual", "clock"}}) {
+    EXPECT_EQ(refusalOf(validator, line), "'" + words + why) << line;
+  }
 }
 
 TEST(Validation, ReadOnly_ShowThatNeedsWriterState_NotAvailable) {
   Validator validator("lab");
   const std::string why =
-      " is not available in a read-only attachment to the shared tables "
-      "'lab': it needs the writer's own state; only 'show rp-hash' reads "
-      "the tables";
-  EXPECT_EQ(refusalOf(validator, "show rp 239.1.1.1"), "'show rp'" + why);
-  EXPECT_EQ(refusalOf(validator, "show candidates static"), "'show candidates'" + why);
-  EXPECT_EQ(refusalOf(validator, "show acl A"), "'show acl'" + why);
-  EXPECT_EQ(refusalOf(validator, "show local-rp"), "'show local-rp'" + why);
-  EXPECT_EQ(refusalOf(validator, "show group-filter 239.1.1.1"), "'show group-filter'" + why);
-  EXPECT_EQ(refusalOf(validator, "show alloc-requests"), "'show alloc-requests'" + why);
-  EXPECT_EQ(refusalOf(validator, "show review"), "'show review'" + why);
+      "' is not available in a read-only attachment to the shared tables 'lab': it needs the "
+      "writer's own state; only 'show rp-hash' reads the tables";
+  for (const auto& [line, words] : NamedLines{{"show rp 239.1.1.1", "show rp"},
+                                              {"show candidates static", "show candidates"},
+                                              {"show acl A", "show acl"},
+                                              {"show local-rp", "show local-rp"},
+                                              {"show group-filter 239.1.1.1", "show group-filter"},
+                                              {"show alloc-requests", "show alloc-requests"},
+                                              {"show review", "show review"}}) {
+    EXPECT_EQ(refusalOf(validator, line), "'" + words + why) << line;
+  }
 }
 
 TEST(Validation, ReadOnly_RefusalLeavesOrderRulesAsTheyWere) {
