@@ -83,9 +83,13 @@ class PimrpProcess {
     input_ = -1;
   }
 
-  // Reads standard output until it ends with `ending`; false when the output ended first.
+  // Reads standard output until it ends with `ending`; false when the output ended first, or
+  // when nothing came for kPatienceMs (a process that answers otherwise would keep the test
+  // waiting on it for ever).
   bool readOutputUntil(const std::string& ending) {
     while (!endsWith(result_.out, ending)) {
+      pollfd end = {output_, POLLIN, 0};
+      if (poll(&end, 1, kPatienceMs) <= 0) return false;
       if (!readSome(output_, result_.out)) return false;
     }
     return true;
@@ -128,6 +132,8 @@ class PimrpProcess {
     into.append(buffer, static_cast<std::size_t>(got));
     return true;
   }
+
+  static constexpr int kPatienceMs = 30000;
 
   pid_t pid_ = -1;
   int input_ = -1;
