@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <string>
 #include <vector>
@@ -468,6 +469,70 @@ TEST_F(SessionTest, RouteLocal_MakesTheRpLocalAndNoRouteTakesItAway) {
   EXPECT_EQ((*local.findStored(IpGenAddr("10.0.0.1")))->intfId(), Ipkit::IntfId("Ethernet1"));
   apply("no route 10.0.0.1/32");
   EXPECT_EQ(local.findStored(IpGenAddr("10.0.0.1")), nullptr);
+}
+
+// A session over shared tables named after the test process and test, removed before and after.
+class SharedSessionTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    name_ = "pimrp-test-" + std::to_string(getpid()) + "-" +
+            ::testing::UnitTest::GetInstance()->current_test_info()->name();
+    unlinkTables();
+  }
+  void TearDown() override { unlinkTables(); }
+  void unlinkTables() const {
+    for (const std::string& table : sharedTableNames(name_)) {
+      RpHashStatus::Table::unlinkShared(table);
+    }
+  }
+  std::string name_;
+};
+
+TEST_F(SharedSessionTest, Writer_ReactorsStartAfterLeadingGroups) {
+  Session session(TableHome{TableHome::Kind::sharedWriter, name_});
+  session.apply(ToolTest::statementOf("group 239.1.1.1"));
+  EXPECT_FALSE(session.family(AddressFamily::ipv4).reactorsStarted());
+  EXPECT_FALSE(session.family(AddressFamily::ipv6).reactorsStarted());
+  session.apply(ToolTest::statementOf("rp-address 10.0.0.1 group 239.0.0.0/8"));
+  EXPECT_TRUE(session.family(AddressFamily::ipv4).reactorsStarted());
+  EXPECT_TRUE(session.family(AddressFamily::ipv6).reactorsStarted());
+  const auto& table =
+      session.family(AddressFamily::ipv4).table(HashSource::final, HashKind::groups, modePimSm);
+  EXPECT_TRUE(table->rpHash().shared());
+  EXPECT_EQ(table->rpHash().sharedName(), name_ + ".ipv4.sparse.final.groups");
+}
+
+TEST_F(SharedSessionTest, Writer_FinishStartsAndSettles) {
+  Session session(TableHome{TableHome::Kind::sharedWriter, name_});
+  session.apply(ToolTest::statementOf("group 239.1.1.1"));
+  session.finish();
+  EXPECT_TRUE(session.family(AddressFamily::ipv4).reactorsStarted());
+  // The review ran: the group has its (placeholder) entry in the static per-group table.
+  const auto& table =
+      session.family(AddressFamily::ipv4).table(HashSource::staticRp, HashKind::groups, modePimSm);
+  EXPECT_EQ(table->rpHashs(), 1u);
+}
+
+TEST_F(SharedSessionTest, Reader_NeverStartsReactors) {
+  { Session writer(TableHome{TableHome::Kind::sharedWriter, name_}); }
+  Session session(TableHome{TableHome::Kind::sharedReader, name_});
+  session.apply(ToolTest::statementOf("show rp-hash final groups mode sparse"));
+  session.finish();
+  EXPECT_FALSE(session.family(AddressFamily::ipv4).reactorsStarted());
+  EXPECT_EQ(session.family(AddressFamily::ipv4)
+                .table(HashSource::final, HashKind::groups, modePimSm)
+                ->rpHash()
+                .mode(),
+            Mirra::AttachMode::reader);
+}
+
+TEST(Session, ProcessTables_ReactorsFromConstruction) {
+  Session session;
+  EXPECT_TRUE(session.family(AddressFamily::ipv4).reactorsStarted());
+  EXPECT_FALSE(session.family(AddressFamily::ipv4)
+                   .table(HashSource::final, HashKind::groups, modePimSm)
+                   ->rpHash()
+                   .shared());
 }
 
 }  // namespace
