@@ -13,8 +13,8 @@
 #include <string>
 #include <vector>
 
-#include "model/Pim/RpHashStatus.h"
 #include "tests/tools/PimrpProcess.h"
+#include "tests/tools/ToolTestSupport.h"
 #include "tools/SharedTables.h"
 
 namespace {
@@ -23,29 +23,17 @@ using ToolTest::PimrpProcess;
 using ToolTest::PimrpResult;
 using ToolTest::runPimrp;
 
-// Each test names its tables after the test process and itself, and removes them before (a
-// crashed earlier run may have left them) and after, however it ends; its scripts go to a
-// directory of its own.
+// Each test owns its tables (see SharedTablesGuard); its scripts go to a directory of its own.
 class PimrpShm : public ::testing::Test {
  protected:
   void SetUp() override {
-    name_ = "pimrp-test-" + std::to_string(getpid()) + "-" +
-            ::testing::UnitTest::GetInstance()->current_test_info()->name();
-    unlinkTables();
     char directory[] = "/tmp/pimrp-shm-test-XXXXXX";
     ASSERT_NE(mkdtemp(directory), nullptr);
     directory_ = directory;
   }
   void TearDown() override {
-    unlinkTables();
     for (const std::string& path : scripts_) std::remove(path.c_str());
     if (!directory_.empty()) rmdir(directory_.c_str());
-  }
-
-  void unlinkTables() {
-    for (const std::string& table : PimrpTool::sharedTableNames(name_)) {
-      Routing::Pim::RpHashStatus::Table::unlinkShared(table);
-    }
   }
 
   // A script file holding `text`; its path.
@@ -70,7 +58,8 @@ class PimrpShm : public ::testing::Test {
     return found;
   }
 
-  std::string name_;
+  const ToolTest::SharedTablesGuard tables_;
+  const std::string name_ = tables_.name();
   std::string directory_;
   std::vector<std::string> scripts_;
 };

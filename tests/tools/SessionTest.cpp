@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <string>
 #include <vector>
@@ -471,21 +470,11 @@ TEST_F(SessionTest, RouteLocal_MakesTheRpLocalAndNoRouteTakesItAway) {
   EXPECT_EQ(local.findStored(IpGenAddr("10.0.0.1")), nullptr);
 }
 
-// A session over shared tables named after the test process and test, removed before and after.
+// A session over shared tables of its own.
 class SharedSessionTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    name_ = "pimrp-test-" + std::to_string(getpid()) + "-" +
-            ::testing::UnitTest::GetInstance()->current_test_info()->name();
-    unlinkTables();
-  }
-  void TearDown() override { unlinkTables(); }
-  void unlinkTables() const {
-    for (const std::string& table : sharedTableNames(name_)) {
-      RpHashStatus::Table::unlinkShared(table);
-    }
-  }
-  std::string name_;
+  const ToolTest::SharedTablesGuard tables_;
+  const std::string name_ = tables_.name();
 };
 
 TEST_F(SharedSessionTest, Writer_ReactorsStartAfterLeadingGroups) {

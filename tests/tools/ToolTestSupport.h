@@ -1,11 +1,15 @@
 #pragma once
-// Shared helpers for the tool's tests: statements from text, as a script would give them.
+// Shared helpers for the tool's tests: statements from text, as a script would give them, and
+// shared tables that a test owns.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <string>
 #include <variant>
 
+#include "model/Pim/RpHashStatus.h"
+#include "tools/SharedTables.h"
 #include "tools/Statement.h"
 #include "tools/StatementParser.h"
 
@@ -26,5 +30,31 @@ S statementAs(const std::string& line) {
   ADD_FAILURE() << "another statement in: " << line;
   return S();
 }
+
+// The shared tables of one test: a name unique to the test process and the test
+// ("pimrp-test-<pid>-<test>"), whose tables are removed when the guard is made (a crashed earlier
+// run may have left them) and when it goes, however the test ends.
+class SharedTablesGuard {
+ public:
+  SharedTablesGuard()
+      : name_("pimrp-test-" + std::to_string(getpid()) + "-" +
+              ::testing::UnitTest::GetInstance()->current_test_info()->name()) {
+    removeAll();
+  }
+  ~SharedTablesGuard() { removeAll(); }
+  SharedTablesGuard(const SharedTablesGuard&) = delete;
+  SharedTablesGuard& operator=(const SharedTablesGuard&) = delete;
+
+  const std::string& name() const { return name_; }
+
+ private:
+  void removeAll() const {
+    for (const std::string& table : PimrpTool::sharedTableNames(name_)) {
+      Routing::Pim::RpHashStatus::Table::unlinkShared(table);
+    }
+  }
+
+  const std::string name_;
+};
 
 }  // namespace ToolTest
