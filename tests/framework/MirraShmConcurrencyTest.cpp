@@ -3,9 +3,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "framework/Kel/Trace.h"
@@ -83,6 +85,23 @@ struct KeyWalk {
   }
 };
 
+// A child writer that fills keys [0, entries) with round 1, then stops itself (SIGSTOP) in the
+// middle of rewriting `victim` with round 2, the victim's slot marked busy; continued, it finishes
+// that write and ends with 0. Returns its pid once it has stopped, or -1.
+pid_t writerStoppedInsideWrite(const std::string& name, std::uint64_t entries,
+                               std::uint64_t victim) {
+  const pid_t child = MirraShmTest::forkChild([&] {
+    Table writer = Table::attachShared(name, AttachMode::singleWriter);
+    for (std::uint64_t key = 0; key < entries; ++key) writer.insert(recordFor(key, 1));
+    MirraMapBackdoor::midWriteHookIs(writer, [] { raise(SIGSTOP); });
+    writer.insert(recordFor(victim, 2));
+    return 0;
+  });
+  int status = 0;
+  if (waitpid(child, &status, WUNTRACED) != child || !WIFSTOPPED(status)) return -1;
+  return child;
+}
+
 class MirraShmConcurrency : public ::testing::Test {
  protected:
   void SetUp() override { Kel::TraceRing::instance().clear(); }
@@ -132,16 +151,8 @@ TEST_F(MirraShmConcurrency, WriterRewritesWhileReaderReads_NoTornValue) {
 TEST_F(MirraShmConcurrency, WriterKilledMidWrite_HalfWrittenSlotReportedNewWriterRepairs) {
   constexpr std::uint64_t kEntries = 1000;
   constexpr std::uint64_t kVictim = 500;
-  const pid_t child = MirraShmTest::forkChild([&] {
-    Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
-    for (std::uint64_t key = 0; key < kEntries; ++key) writer.insert(recordFor(key, 1));
-    MirraMapBackdoor::midWriteHookIs(writer, [] { raise(SIGSTOP); });
-    writer.insert(recordFor(kVictim, 2));
-    return 0;
-  });
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, WUNTRACED), child);
-  ASSERT_TRUE(WIFSTOPPED(status));
+  const pid_t child = writerStoppedInsideWrite(segment.name(), kEntries, kVictim);
+  ASSERT_GT(child, 0);
   kill(child, SIGKILL);
   EXPECT_EQ(MirraShmTest::waitFor(child), -SIGKILL);
 
@@ -174,6 +185,27 @@ TEST_F(MirraShmConcurrency, WriterKilledMidWrite_HalfWrittenSlotReportedNewWrite
   std::uint64_t expectedKey = 0;
   for (const Record& record : reader) EXPECT_EQ(record.key, expectedKey++);
   EXPECT_EQ(expectedKey, kEntries);
+}
+
+TEST_F(MirraShmConcurrency, ReaderMeetsSlotOfStoppedWriter_WaitsAndReadsNewValueOnceResumed) {
+  constexpr std::uint64_t kEntries = 100;
+  constexpr std::uint64_t kVictim = 50;
+  const pid_t child = writerStoppedInsideWrite(segment.name(), kEntries, kVictim);
+  ASSERT_GT(child, 0);
+
+  const Table reader = Table::attachShared(segment.name(), AttachMode::reader);
+  EXPECT_EQ(reader.lookup(kVictim + 1), recordFor(kVictim + 1, 1));
+  // The writer is alive, so the reader waits for the slot it holds rather than report it.
+  std::thread resume([child] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    kill(child, SIGCONT);
+  });
+  const Record read = reader.lookup(kVictim);
+  resume.join();
+  EXPECT_EQ(read, recordFor(kVictim, 2));
+  EXPECT_EQ(reader.corruptions(), 0u);
+  EXPECT_EQ(MirraShmTest::waitFor(child), 0);
+  EXPECT_EQ(reader.members(), kEntries);
 }
 
 TEST_F(MirraShmConcurrency, GrowthWhileReaderReads_ReaderFollowsAndSeesEveryCountedKey) {

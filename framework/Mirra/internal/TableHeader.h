@@ -12,7 +12,7 @@ namespace Mirra {
 namespace internal {
 
 constexpr std::uint64_t kTableMagic = 0x3170616d6172694dull;  // "Mirampa1" read little-endian
-constexpr std::uint32_t kTableFormat = 1;
+constexpr std::uint32_t kTableFormat = 2;  // 2: the slot checksum covers the padding byte
 
 struct TableHeader {
   std::uint64_t magic;
