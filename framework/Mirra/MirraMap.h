@@ -8,11 +8,13 @@
 // one block of memory (see internal/TableHeader.h) holding a header, a dense array of slots and a
 // hash index, whose entries refer to each other by 32-bit slot index only, never by address.
 //
-// Members sit in the slots, each a node of a balanced search tree (a treap whose left/right links
-// are slot indices) that orders the members by K's `<`, and each carrying a checksum over all its
-// other bytes (state, tree links, key, value). Beside it, a compact hash index (open addressing,
-// linear probing: constant-time lookup) maps a key's hash tag to its slot; every index entry
-// carries its own check over the slot number, the tag and its position.
+// Members sit in the slots (internal/SlotArray.h), each a node of a balanced search tree
+// (internal/OrderedTree.h: a treap whose left/right links are slot indices) that orders the members
+// by K's `<`, and each carrying a checksum over all its other bytes (state, tree links, key,
+// value). Beside it, a compact hash index (internal/HashIndex.h: open addressing, linear probing,
+// constant-time lookup) maps a key's hash tag to its slot; every index entry carries its own check
+// over the slot number, the tag and its position. This class holds the public operations, the
+// generations of memory (growth, rebuilds, repair) and the reports.
 //
 // Invariants:
 //  1. K and V are trivially copyable and of fixed size, with ==; a value's key is KeyOf()(value).
@@ -64,8 +66,6 @@
 //  8. Shared tables report attach, ready, detach and corruption to the framework's debug stream and
 //     to the system log; in-process tables to the debug stream only.
 
-#include <time.h>
-
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -81,11 +81,16 @@
 #include "framework/Kel/Debug.h"
 #include "framework/Kel/Exception.h"
 #include "framework/Mirra/CorruptionDetectedException.h"
+#include "framework/Mirra/internal/HashIndex.h"
 #include "framework/Mirra/internal/HeapTableMemory.h"
+#include "framework/Mirra/internal/OrderedTree.h"
 #include "framework/Mirra/internal/SharedTableMemory.h"
 #include "framework/Mirra/internal/SharedWord.h"
-#include "framework/Mirra/internal/SlotChecksum.h"
+#include "framework/Mirra/internal/SlotArray.h"
+#include "framework/Mirra/internal/TableDamage.h"
 #include "framework/Mirra/internal/TableHeader.h"
+#include "framework/Mirra/internal/TableLayout.h"
+#include "framework/Mirra/internal/WriterWait.h"
 
 namespace Mirra {
 
@@ -100,76 +105,24 @@ class MirraMap {
   static_assert(std::is_trivially_copyable_v<K>, "shared keys are copied as plain bytes");
   static_assert(std::is_trivially_copyable_v<V>, "shared values are copied as plain bytes");
 
-  using SlotIndex = std::uint32_t;
+  using SlotIndex = internal::SlotIndex;
   using KeyOfType = KeyOf;
-  static constexpr SlotIndex kNoSlot = 0xffffffffu;
+  static constexpr SlotIndex kNoSlot = internal::kNoSlot;
 
-  // Index entries that name no slot.
-  static constexpr SlotIndex kEmptyEntry = 0xffffffffu;
-  static constexpr SlotIndex kErasedEntry = 0xfffffffeu;
-
-  // Distinct bit patterns, so that a stray write to the state byte is not another valid state.
-  enum class SlotState : std::uint8_t { empty = 0x3c, used = 0xa5, erased = 0x5a };
-
-  // A slot that fits a cache line gets one of its own, so a lookup reads one line per slot.
-  static constexpr std::size_t kSlotHeader = 16;
-  static constexpr std::size_t kSlotAlignment = kSlotHeader + sizeof(V) <= 64 ? 64 : 8;
-
-  // Only ever copied whole between the table's memory and a local image, word by word.
-  struct alignas(kSlotAlignment) Slot {
-    std::uint16_t sequence;  // odd while the writer changes the slot; outside the checksum
-    SlotState state;
-    std::uint8_t padding;  // named, so that every byte is written
-    std::uint32_t checksum;
-    SlotIndex left;
-    SlotIndex right;
-    V value;
-  };
-  static_assert(std::is_trivially_copyable_v<Slot>, "slots are plain bytes");
-  static_assert(offsetof(Slot, sequence) == 0 && offsetof(Slot, checksum) == 4,
-                "the head word holds the sequence, the state and the checksum");
-  static constexpr std::size_t kSlotWords = sizeof(Slot) / 8;
-
-  struct IndexEntry {
-    SlotIndex slot;       // kEmptyEntry, kErasedEntry or the member's slot
-    std::uint16_t tag;    // bits of the key's hash: probes pass other keys without reading them
-    std::uint16_t check;  // over slot, tag and the entry's own position
-  };
-  static_assert(sizeof(IndexEntry) == 8, "an index entry is one shared word");
-
-  // Where one generation of the table's memory keeps its parts.
-  struct Layout {
-    internal::TableHeader* header = nullptr;
-    std::uint64_t* slots = nullptr;  // kSlotWords words per slot
-    std::uint64_t* index = nullptr;  // one word per entry
-  };
-
-  // What a check found wrong, and where.
-  enum class Fault : std::uint8_t {
-    none,
-    checksum,
-    indexEntry,
-    linkOutside,
-    notMember,
-    endlessWalk,
-    halfWritten,
-    unfinishedRelink,
-    header
-  };
-  struct Damage {
-    Fault fault = Fault::none;
-    SlotIndex slot = kNoSlot;
-    bool found() const { return fault != Fault::none; }
-  };
-
-  // Thrown inside a writer operation that met damage; caught there, never escapes the class.
-  struct WriterMetDamage {};
-
-  // A member found by a descent, with the copy of its value read there.
-  struct Position {
-    SlotIndex slot = kNoSlot;
-    V value{};
-  };
+  using Slots = internal::SlotArray<V>;
+  using Slot = typename Slots::Slot;
+  using SlotState = typename Slots::SlotState;
+  static constexpr std::size_t kSlotWords = Slots::kSlotWords;
+  using Index = internal::HashIndex<K, V, KeyOf, Hash>;
+  using IndexEntry = typename Index::Entry;
+  using Probe = typename Index::Probe;
+  using Tree = internal::OrderedTree<K, V, KeyOf, Hash>;
+  using Bound = typename Tree::Bound;
+  using Position = typename Tree::Position;
+  using Layout = internal::TableLayout;
+  using Fault = internal::Fault;
+  using Damage = internal::Damage;
+  using WriterMetDamage = internal::WriterMetDamage;
 
  public:
   using CorruptionHandler = std::function<void(const std::string&)>;
@@ -373,22 +326,7 @@ class MirraMap {
   friend class testing::MirraMapBackdoor;
 
   static constexpr std::size_t kInitialSlots = 16;  // a power of two; growth doubles it
-  // Rounds of re-reading a word held odd: spun, then slept kWaitNanoseconds each while a writer
-  // is attached elsewhere.
-  static constexpr int kSpinRounds = 64;
-  static constexpr int kSleepRounds = 20000;
-  static constexpr long kWaitNanoseconds = 100000;
-
-  // Where a key is (its index entry, slot and value), which index entry it could take, or what
-  // stopped the search.
-  struct Probe {
-    std::size_t entry = 0;
-    SlotIndex slot = kNoSlot;
-    V value{};
-    std::size_t freeEntry = kNoEntry;
-    Damage damage;
-  };
-  static constexpr std::size_t kNoEntry = static_cast<std::size_t>(-1);
+  static constexpr std::size_t kNoEntry = Index::kNoEntry;
 
   // Marks a write under way in the header for the duration of a writer operation.
   class WriteScope {
@@ -412,13 +350,7 @@ class MirraMap {
   static std::size_t bytesFor(std::size_t slots) {
     return sizeof(internal::TableHeader) + slots * sizeof(Slot) + slots * 2 * sizeof(IndexEntry);
   }
-  static Layout layoutOf(unsigned char* base) {
-    Layout layout;
-    layout.header = reinterpret_cast<internal::TableHeader*>(base);
-    layout.slots = reinterpret_cast<std::uint64_t*>(base + sizeof(internal::TableHeader));
-    layout.index = layout.slots + layout.header->slots * kSlotWords;
-    return layout;
-  }
+  static Layout layoutOf(unsigned char* base) { return Layout::of(base, kSlotWords); }
 
   // Moves to the newest generation when the writer published one.
   void refresh() const {
@@ -458,7 +390,7 @@ class MirraMap {
     }
     // Slots past `filled` are never read, so only the index needs its empty entries.
     for (std::size_t at = 0; at < slots * 2; ++at) {
-      storeEntry(layout, at, entryFor(kEmptyEntry, 0, at));
+      Index::storeEntry(layout, at, Index::entryFor(Index::kEmptyEntry, 0, at));
     }
     return layout;
   }
@@ -487,124 +419,55 @@ class MirraMap {
   }
   bool damagedAnywhere() const {
     const internal::TableHeader& header = *layout_.header;
-    if (odd(internal::loadRelaxed(&header.changes)) ||
-        odd(internal::loadRelaxed(&header.structure))) {
+    if (internal::odd(internal::loadRelaxed(&header.changes)) ||
+        internal::odd(internal::loadRelaxed(&header.structure))) {
       return true;
     }
     const std::size_t filled = internal::loadRelaxed(&header.filled);
+    const Slots slots = slotsOf(layout_);
     std::size_t used = 0;
     for (std::size_t at = 0; at < filled; ++at) {
       Slot slot;
-      if (!readWhole(layout_, static_cast<SlotIndex>(at), &slot) || !intact(slot)) return true;
+      if (!slots.readWhole(static_cast<SlotIndex>(at), &slot) || !Slots::intact(slot)) {
+        return true;
+      }
       if (slot.state == SlotState::used) ++used;
     }
     for (std::size_t at = 0; at < header.entries; ++at) {
-      const IndexEntry entry = entryAt(layout_, at);
-      if (entry.check != checkOf(entry.slot, entry.tag, at)) return true;
+      if (!Index::entryIntact(Index::entryAt(layout_, at), at)) return true;
     }
     return used != internal::loadRelaxed(&header.used);
   }
 
-  // --- shared words ---
+  // --- the parts of a generation ---
 
-  static bool odd(std::uint64_t word) { return (word & 1) != 0; }
+  Slots slotsOf(const Layout& layout) const { return Slots(layout.slots, *memory_); }
+  Tree tree() const { return Tree(layout_, *memory_, midWriteHook_); }
+
+  // Writer: replaces slot `at` (see internal/SlotArray.h).
+  void writeSlot(SlotIndex at, const Slot& contents) {
+    slotsOf(layout_).write(at, contents, midWriteHook_);
+  }
+  // Writer's own reads: nobody else writes, so a slot held odd was left by a dead writer.
+  Slot slotAt(SlotIndex index) const { return slotsOf(layout_).slotAt(index); }
+
+  // --- header words ---
 
   // A reader in another process must allow for the writer's work in progress.
   bool concurrent() const { return !memory_->writable(); }
-
-  // Called while a word stays odd; false when it is to be taken as left by a dead writer.
-  bool waitForWriter(int rounds) const {
-    if (rounds <= kSpinRounds) return true;
-    if (rounds > kSpinRounds + kSleepRounds || !memory_->otherWriterAlive()) return false;
-    const timespec pause{0, kWaitNanoseconds};
-    nanosleep(&pause, nullptr);
-    return true;
-  }
-
-  static std::uint64_t headOf(const Slot& slot) {
-    std::uint64_t head;
-    std::memcpy(&head, static_cast<const void*>(&slot), sizeof(head));
-    return head;
-  }
-  // The sequence is the head word's first two bytes.
-  static std::uint16_t sequenceOf(std::uint64_t head) {
-    std::uint16_t sequence;
-    std::memcpy(&sequence, &head, sizeof(sequence));
-    return sequence;
-  }
-  static std::uint64_t withSequence(std::uint64_t head, std::uint16_t sequence) {
-    std::memcpy(&head, &sequence, sizeof(sequence));
-    return head;
-  }
-
-  // Copies slot `at` whole into *out (see invariant 7). False when the slot stayed half-written;
-  // *out then holds what was there.
-  bool readWhole(const Layout& layout, SlotIndex at, Slot* out) const {
-    const std::uint64_t* words = layout.slots + static_cast<std::size_t>(at) * kSlotWords;
-    auto* bytes = reinterpret_cast<unsigned char*>(out);
-    std::uint64_t heldHead = 0;
-    int heldRounds = 0;
-    for (;;) {
-      const std::uint64_t head = internal::loadAcquire(words);
-      for (std::size_t word = 1; word < kSlotWords; ++word) {
-        const std::uint64_t copy = internal::loadRelaxed(words + word);
-        std::memcpy(bytes + word * 8, &copy, 8);
-      }
-      std::memcpy(bytes, &head, 8);
-      if (odd(sequenceOf(head))) {
-        if (head != heldHead) heldRounds = 0;
-        heldHead = head;
-        if (!waitForWriter(++heldRounds)) return false;
-        continue;
-      }
-      internal::fenceAcquire();
-      if (internal::loadRelaxed(words) == head) return true;
-    }
-  }
-
-  // Writer: replaces slot `at` with image, under the slot's sequence (see invariant 7).
-  void writeSlot(SlotIndex at, const Slot& contents) {
-    Slot image = contents;
-    std::uint64_t* words = layout_.slots + static_cast<std::size_t>(at) * kSlotWords;
-    const std::uint64_t oldHead = internal::loadRelaxed(words);
-    const auto busy = static_cast<std::uint16_t>(sequenceOf(oldHead) | 1);
-    internal::storeRelaxed(words, withSequence(oldHead, busy));
-    internal::fenceRelease();
-    if (midWriteHook_) midWriteHook_();
-    image.sequence = static_cast<std::uint16_t>(busy + 1);
-    image.checksum = checksumOf(image);
-    const auto* bytes = reinterpret_cast<const unsigned char*>(&image);
-    for (std::size_t word = 1; word < kSlotWords; ++word) {
-      std::uint64_t copy;
-      std::memcpy(&copy, bytes + word * 8, 8);
-      internal::storeRelaxed(words + word, copy);
-    }
-    internal::storeRelease(words, headOf(image));
-  }
-
-  static IndexEntry entryAt(const Layout& layout, std::size_t at) {
-    const std::uint64_t word = internal::loadAcquire(layout.index + at);
-    IndexEntry entry;
-    std::memcpy(&entry, &word, sizeof(entry));
-    return entry;
-  }
-  static void storeEntry(const Layout& layout, std::size_t at, IndexEntry entry) {
-    std::uint64_t word;
-    std::memcpy(&word, &entry, sizeof(word));
-    internal::storeRelease(layout.index + at, word);
-  }
+  bool waitForWriter(int rounds) const { return internal::waitForWriter(*memory_, rounds); }
 
   // Writer: opens a write (or a relink) in the header, so that readers can tell work in
   // progress from damage; settle() closes both.
   void beginWord(std::uint64_t* word) {
     const std::uint64_t value = internal::loadRelaxed(word);
-    if (odd(value)) return;
+    if (internal::odd(value)) return;
     internal::storeRelaxed(word, value + 1);
     internal::fenceRelease();
   }
   static void settleWord(std::uint64_t* word) {
     const std::uint64_t value = internal::loadRelaxed(word);
-    if (odd(value)) internal::storeRelease(word, value + 1);
+    if (internal::odd(value)) internal::storeRelease(word, value + 1);
   }
   void beginWrite() { beginWord(&layout_.header->changes); }
   void beginRelink() { beginWord(&layout_.header->structure); }
@@ -618,60 +481,8 @@ class MirraMap {
   }
   std::size_t filled() const { return internal::loadAcquire(&layout_.header->filled); }
   std::size_t used() const { return internal::loadAcquire(&layout_.header->used); }
-  SlotIndex root() const {
-    return static_cast<SlotIndex>(internal::loadAcquire(&layout_.header->root));
-  }
-  void rootIs(SlotIndex root) {
-    if (this->root() != root) internal::storeRelease(&layout_.header->root, root);
-  }
 
-  // --- checks ---
-
-  // Each 16-bit word of slot and tag is weighted by an odd number, which is invertible modulo
-  // 2^16: any change confined to one word, so any single damaged byte, changes the check. The
-  // position enters too, so an entry copied to another place does not pass.
-  static std::uint16_t checkOf(SlotIndex slot, std::uint16_t tag, std::size_t position) {
-    const std::uint64_t sum = (slot & 0xffffu) * 0x9e37u + (slot >> 16) * 0x79b9u + tag * 0x7f4bu +
-                              position * 0xc2b3u + 0x5bd1u;
-    return static_cast<std::uint16_t>(sum);
-  }
-  static IndexEntry entryFor(SlotIndex slot, std::uint16_t tag, std::size_t position) {
-    return IndexEntry{slot, tag, checkOf(slot, tag, position)};
-  }
-
-  // Covers the state byte and every byte after the head word; the odd multiplier keeps any change
-  // of the state byte a change of the sum.
-  static std::uint32_t checksumOf(const Slot& slot) {
-    const auto* bytes = reinterpret_cast<const unsigned char*>(&slot);
-    return internal::slotChecksum(bytes + 8, sizeof(Slot) - 8) ^
-           (static_cast<std::uint32_t>(slot.state) * 0x9e3779b1u);
-  }
-  static bool intact(const Slot& slot) {
-    const bool known = slot.state == SlotState::empty || slot.state == SlotState::used ||
-                       slot.state == SlotState::erased;
-    return known && slot.checksum == checksumOf(slot);
-  }
-  static Slot blank(SlotState state) {
-    Slot slot;
-    std::memset(static_cast<void*>(&slot), 0, sizeof(Slot));
-    slot.state = state;
-    slot.left = kNoSlot;
-    slot.right = kNoSlot;
-    return slot;
-  }
-
-  // Writer's own reads: nobody else writes, so a slot held odd was left by a dead writer.
-  Slot slotAt(SlotIndex index) const {
-    Slot slot;
-    readWhole(layout_, index, &slot);
-    return slot;
-  }
-  K keyAt(SlotIndex index) const { return KeyOf()(slotAt(index).value); }
-
-  // The bits that do not pick the home entry.
-  static std::uint16_t tagOf(std::size_t hash) {
-    return static_cast<std::uint16_t>(static_cast<std::uint64_t>(hash) >> 48);
-  }
+  // --- reads ---
 
   // Linear probing from key's home entry; a reader in another process looks again while the
   // writer's work in progress could explain what it met (invariant 7).
@@ -685,123 +496,36 @@ class MirraMap {
       internal::fenceAcquire();
       const std::uint64_t after = internal::loadRelaxed(changes);
       if (before != after) continue;
-      if (!odd(before) || !waitForWriter(kSpinRounds + ++stalled)) return probe;
-    }
-  }
-
-  Probe probeOnce(const K& key) const {
-    Probe probe;
-    const std::size_t hash = Hash()(key);
-    const std::uint16_t tag = tagOf(hash);
-    const std::size_t mask = layout_.header->entries - 1;
-    std::size_t at = hash & mask;
-    for (std::size_t probes = 0; probes <= mask; ++probes, at = (at + 1) & mask) {
-      const IndexEntry entry = entryAt(layout_, at);
-      if (entry.check != checkOf(entry.slot, entry.tag, at)) {
-        probe.damage = Damage{Fault::indexEntry, static_cast<SlotIndex>(at)};
-        return probe;
-      }
-      if (entry.slot == kEmptyEntry) {
-        if (probe.freeEntry == kNoEntry) probe.freeEntry = at;
-        return probe;
-      }
-      if (entry.slot == kErasedEntry) {
-        if (probe.freeEntry == kNoEntry) probe.freeEntry = at;
-        continue;
-      }
-      if (entry.tag != tag) continue;
-      if (entry.slot >= filled()) {
-        probe.damage = Damage{Fault::linkOutside, entry.slot};
-        return probe;
-      }
-      Slot slot;
-      if (!readWhole(layout_, entry.slot, &slot)) {
-        probe.damage = Damage{Fault::halfWritten, entry.slot};
-        return probe;
-      }
-      if (!intact(slot)) {
-        probe.damage = Damage{Fault::checksum, entry.slot};
-        return probe;
-      }
-      if (slot.state != SlotState::used) {
-        probe.damage = Damage{Fault::notMember, entry.slot};
-        return probe;
-      }
-      if (KeyOf()(slot.value) == key) {
-        probe.entry = at;
-        probe.slot = entry.slot;
-        probe.value = slot.value;
+      if (!internal::odd(before) || !waitForWriter(internal::kSpinRounds + ++stalled)) {
         return probe;
       }
     }
-    return probe;
   }
-
-  // Which member a descent looks for.
-  enum class Bound : std::uint8_t { first, atOrAfter, after };
+  Probe probeOnce(const K& key) const { return Index::probe(layout_, slotsOf(layout_), key); }
 
   // The tree member that is the first one (Bound::first), the first whose key is >= key, or the
   // first whose key is > key; none when there is none. A reader in another process counts a
   // descent only when no relink ran during it (invariant 7). Damage is left in *damage.
   Position descend(Bound bound, const K& key, Damage* damage) const {
-    if (!concurrent()) return descendOnce(bound, key, damage);
+    const Tree order = tree();
+    if (!concurrent()) return order.descendOnce(bound, key, damage);
     const std::uint64_t* structure = &layout_.header->structure;
     for (int stalled = 0;;) {
       const std::uint64_t before = internal::loadAcquire(structure);
       Damage met;
-      const Position found = descendOnce(bound, key, &met);
+      const Position found = order.descendOnce(bound, key, &met);
       internal::fenceAcquire();
       const std::uint64_t after = internal::loadRelaxed(structure);
       if (before != after) continue;
-      if (!odd(before)) {
+      if (!internal::odd(before)) {
         *damage = met;
         return found;
       }
-      if (!waitForWriter(kSpinRounds + ++stalled)) {
-        *damage = Damage{Fault::unfinishedRelink, root()};
+      if (!waitForWriter(internal::kSpinRounds + ++stalled)) {
+        *damage = Damage{Fault::unfinishedRelink, order.root()};
         return Position{};
       }
     }
-  }
-
-  Position descendOnce(Bound bound, const K& key, Damage* damage) const {
-    const std::size_t size = filled();
-    Position best;
-    SlotIndex at = root();
-    for (std::size_t steps = 0; at != kNoSlot; ++steps) {
-      if (steps > size) {
-        *damage = Damage{Fault::endlessWalk, at};
-        return Position{};
-      }
-      if (at >= size) {
-        *damage = Damage{Fault::linkOutside, at};
-        return Position{};
-      }
-      Slot slot;
-      if (!readWhole(layout_, at, &slot)) {
-        *damage = Damage{Fault::halfWritten, at};
-        return Position{};
-      }
-      if (!intact(slot)) {
-        *damage = Damage{Fault::checksum, at};
-        return Position{};
-      }
-      if (slot.state != SlotState::used) {
-        *damage = Damage{Fault::notMember, at};
-        return Position{};
-      }
-      const K& here = KeyOf()(slot.value);
-      const bool goLeft = bound == Bound::first   ? true
-                          : bound == Bound::after ? key < here
-                                                  : !(here < key);
-      if (goLeft) {
-        best = Position{at, slot.value};
-        at = slot.left;
-      } else {
-        at = slot.right;
-      }
-    }
-    return best;
   }
 
   Position positionAt(Bound bound, const K& key) const {
@@ -811,6 +535,8 @@ class MirraMap {
     if (damage.found()) reportAndThrow(damage);
     return at;
   }
+
+  // --- reports ---
 
   std::string describe(const Damage& damage) const { return describeIn(layout_, damage); }
   static std::string describeIn(const Layout& layout, const Damage& damage) {
@@ -870,12 +596,6 @@ class MirraMap {
   // Every slot whose links or key the writer is about to rely on is verified first; finding
   // damage throws WriterMetDamage, and the caller rebuilds and starts over.
 
-  void requireIntact(SlotIndex index) const {
-    if (index >= filled()) throw WriterMetDamage();
-    Slot slot;
-    if (!readWhole(layout_, index, &slot) || !intact(slot)) throw WriterMetDamage();
-  }
-
   bool insertIntact(const V& value) {
     const K& key = KeyOf()(value);
     Probe probe = probeFor(key);
@@ -900,7 +620,7 @@ class MirraMap {
     descend(Bound::atOrAfter, key, &damage);
     if (damage.found()) throw WriterMetDamage();
     beginWrite();
-    place(value, hashTagOf(key), probe.freeEntry);
+    place(value, Index::hashTagOf(key), probe.freeEntry);
     return true;
   }
 
@@ -908,15 +628,16 @@ class MirraMap {
   // that a reader who finds the entry finds the slot whole.
   void place(const V& value, std::uint16_t tag, std::size_t entry) {
     const SlotIndex at = static_cast<SlotIndex>(filled());
-    Slot slot = blank(SlotState::used);
+    Slot slot = Slots::blank(SlotState::used);
     std::memcpy(static_cast<void*>(&slot.value), &value, sizeof(V));
     writeSlot(at, slot);
     countersAre(at + 1, used());
     beginRelink();
     const K& key = KeyOf()(value);
-    rootIs(linkUnder(root(), at, key, priorityOf(key)));
+    Tree order = tree();
+    order.rootIs(order.linkUnder(order.root(), at, key, Tree::priorityOf(key)));
     settleWord(&layout_.header->structure);
-    storeEntry(layout_, entry, entryFor(at, tag, entry));
+    Index::storeEntry(layout_, entry, Index::entryFor(at, tag, entry));
     countersAre(filled(), used() + 1);
   }
 
@@ -928,114 +649,13 @@ class MirraMap {
     if (probe.slot == kNoSlot) return false;
     beginWrite();
     beginRelink();
-    rootIs(unlinkUnder(root(), key));
+    Tree order = tree();
+    order.rootIs(order.unlinkUnder(order.root(), key));
     settleWord(&layout_.header->structure);
-    storeEntry(layout_, probe.entry, entryFor(kErasedEntry, 0, probe.entry));
-    writeSlot(probe.slot, blank(SlotState::erased));
+    Index::storeEntry(layout_, probe.entry, Index::entryFor(Index::kErasedEntry, 0, probe.entry));
+    writeSlot(probe.slot, Slots::blank(SlotState::erased));
     countersAre(filled(), used() - 1);
     return true;
-  }
-
-  static std::uint16_t hashTagOf(const K& key) { return tagOf(Hash()(key)); }
-
-  // The treap's heap order (higher sits nearer the root) comes from a second mix of the hash,
-  // so that it does not follow the bits that pick the home slot.
-  static std::uint32_t priorityOf(const K& key) {
-    std::uint64_t mixed = static_cast<std::uint64_t>(Hash()(key));
-    mixed *= 0xd6e8feb86659fd93ull;
-    mixed ^= mixed >> 32;
-    return static_cast<std::uint32_t>(mixed);
-  }
-  std::uint32_t priorityAt(SlotIndex index) const { return priorityOf(keyAt(index)); }
-
-  void linkLeft(SlotIndex parent, SlotIndex child) {
-    Slot slot = slotAt(parent);
-    if (slot.left == child) return;
-    slot.left = child;
-    writeSlot(parent, slot);
-  }
-  void linkRight(SlotIndex parent, SlotIndex child) {
-    Slot slot = slotAt(parent);
-    if (slot.right == child) return;
-    slot.right = child;
-    writeSlot(parent, slot);
-  }
-  // Both return the new root of the subtree.
-  SlotIndex rotateRight(SlotIndex top) {
-    const SlotIndex left = slotAt(top).left;
-    requireIntact(left);
-    linkLeft(top, slotAt(left).right);
-    linkRight(left, top);
-    return left;
-  }
-  SlotIndex rotateLeft(SlotIndex top) {
-    const SlotIndex right = slotAt(top).right;
-    requireIntact(right);
-    linkRight(top, slotAt(right).left);
-    linkLeft(right, top);
-    return right;
-  }
-
-  // Puts the member in slot `member` (key, priority) into the subtree under `top`; returns the
-  // subtree's root. Each slot on the way is read once. Only the new member can rise above its
-  // parent: every other node already sits below one of higher priority.
-  // REQUIRES: the path from top down is intact (insertIntact checked it).
-  SlotIndex linkUnder(SlotIndex top, SlotIndex member, const K& key, std::uint32_t priority) {
-    if (top == kNoSlot) return member;
-    Slot slot = slotAt(top);
-    const bool left = key < KeyOf()(slot.value);
-    SlotIndex& link = left ? slot.left : slot.right;
-    const SlotIndex child = linkUnder(link, member, key, priority);
-    const bool rises = child == member && priority > priorityOf(KeyOf()(slot.value));
-    if (!rises) {
-      if (link != child) {
-        link = child;
-        writeSlot(top, slot);
-      }
-      return top;
-    }
-    // Rotation: the member takes top's place, top becomes its child on the other side.
-    Slot raised = slotAt(member);
-    SlotIndex& across = left ? raised.right : raised.left;
-    link = across;
-    across = top;
-    writeSlot(top, slot);
-    writeSlot(member, raised);
-    return member;
-  }
-
-  // Takes key's member out of the subtree under `top`; returns the subtree's root.
-  // REQUIRES: key is a member.
-  SlotIndex unlinkUnder(SlotIndex top, const K& key) {
-    requireIntact(top);
-    if (key < keyAt(top)) {
-      linkLeft(top, unlinkUnder(slotAt(top).left, key));
-      return top;
-    }
-    if (keyAt(top) < key) {
-      linkRight(top, unlinkUnder(slotAt(top).right, key));
-      return top;
-    }
-    return unlinkTop(top);
-  }
-
-  // Rotates `top` down below the child with the higher priority until it has at most one child,
-  // then lets that child take its place.
-  SlotIndex unlinkTop(SlotIndex top) {
-    const SlotIndex left = slotAt(top).left;
-    const SlotIndex right = slotAt(top).right;
-    if (left == kNoSlot) return right;
-    if (right == kNoSlot) return left;
-    requireIntact(left);
-    requireIntact(right);
-    if (priorityAt(left) > priorityAt(right)) {
-      const SlotIndex raised = rotateRight(top);
-      linkRight(raised, unlinkTop(top));
-      return raised;
-    }
-    const SlotIndex raised = rotateLeft(top);
-    linkLeft(raised, unlinkTop(top));
-    return raised;
   }
 
   // Rebuilds the table into a new generation of `size` slots from the intact members, reporting
@@ -1048,19 +668,20 @@ class MirraMap {
     settle();
     const Layout old = layout_;
     for (std::size_t at = 0; at < old.header->entries; ++at) {
-      const IndexEntry entry = entryAt(old, at);
-      if (entry.check != checkOf(entry.slot, entry.tag, at)) {
+      if (!Index::entryIntact(Index::entryAt(old, at), at)) {
         report(describeIn(old, Damage{Fault::indexEntry, static_cast<SlotIndex>(at)}));
       }
     }
     std::vector<V> members = intactMembers(old, watchKey, droppedWatchKey);
     layout_ = prepare(size);
-    rootIs(buildTree(members));
+    Tree order = tree();
+    order.rootIs(order.build(members));
     countersAre(members.size(), members.size());
     for (std::size_t at = 0; at < members.size(); ++at) {
       const K& key = KeyOf()(members[at]);
       const std::size_t entry = probeOnce(key).freeEntry;
-      storeEntry(layout_, entry, entryFor(static_cast<SlotIndex>(at), hashTagOf(key), entry));
+      Index::storeEntry(layout_, entry,
+                        Index::entryFor(static_cast<SlotIndex>(at), Index::hashTagOf(key), entry));
     }
     publish();
   }
@@ -1071,10 +692,11 @@ class MirraMap {
     const std::size_t oldFilled = internal::loadAcquire(&old.header->filled);
     std::vector<V> members;
     members.reserve(internal::loadAcquire(&old.header->used));
+    const Slots slots = slotsOf(old);
     for (std::size_t index = 0; index < oldFilled; ++index) {
       Slot slot;
-      const bool whole = readWhole(old, static_cast<SlotIndex>(index), &slot);
-      if (!whole || !intact(slot)) {
+      const bool whole = slots.readWhole(static_cast<SlotIndex>(index), &slot);
+      if (!whole || !Slots::intact(slot)) {
         const Fault fault = whole ? Fault::checksum : Fault::halfWritten;
         report(describeIn(old, Damage{fault, static_cast<SlotIndex>(index)}));
         if (watchKey && KeyOf()(slot.value) == *watchKey) *droppedWatchKey = true;
@@ -1088,35 +710,6 @@ class MirraMap {
     const auto sameKey = [](const V& a, const V& b) { return KeyOf()(a) == KeyOf()(b); };
     members.erase(std::unique(members.begin(), members.end(), sameKey), members.end());
     return members;
-  }
-
-  // Writes sorted members into slots 0..n-1 as a treap (a Cartesian tree over their priorities,
-  // built with a stack of the right spine); returns its root.
-  SlotIndex buildTree(const std::vector<V>& members) {
-    const std::size_t count = members.size();
-    std::vector<SlotIndex> left(count, kNoSlot);
-    std::vector<SlotIndex> right(count, kNoSlot);
-    std::vector<std::uint32_t> priority(count);
-    std::vector<SlotIndex> spine;
-    for (std::size_t at = 0; at < count; ++at) {
-      priority[at] = priorityOf(KeyOf()(members[at]));
-      SlotIndex below = kNoSlot;
-      while (!spine.empty() && priority[spine.back()] < priority[at]) {
-        below = spine.back();
-        spine.pop_back();
-      }
-      left[at] = below;
-      if (!spine.empty()) right[spine.back()] = static_cast<SlotIndex>(at);
-      spine.push_back(static_cast<SlotIndex>(at));
-    }
-    for (std::size_t at = 0; at < count; ++at) {
-      Slot slot = blank(SlotState::used);
-      std::memcpy(static_cast<void*>(&slot.value), &members[at], sizeof(V));
-      slot.left = left[at];
-      slot.right = right[at];
-      writeSlot(static_cast<SlotIndex>(at), slot);
-    }
-    return spine.empty() ? kNoSlot : spine.front();
   }
 
   std::shared_ptr<internal::TableMemory> memory_;

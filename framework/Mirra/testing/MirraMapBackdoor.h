@@ -78,7 +78,7 @@ class MirraMapBackdoor {
     const long slot = slotOf(map, key);
     const std::size_t size = entries(map);
     for (std::size_t at = 0; slot >= 0 && at < size; ++at) {
-      if (Map::entryAt(map.layout_, at).slot == static_cast<std::uint32_t>(slot)) {
+      if (Map::Index::entryAt(map.layout_, at).slot == static_cast<std::uint32_t>(slot)) {
         return static_cast<long>(at);
       }
     }

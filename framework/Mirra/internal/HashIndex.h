@@ -1,0 +1,145 @@
+#pragma once
+// Mirra::internal::HashIndex<K, V, KeyOf, Hash>: the hash index of one generation of a table,
+// which maps a key to the slot that holds it in constant time (open addressing, linear probing).
+//
+// An entry is one 64-bit word: the slot it names (or empty, or erased), a tag of bits of the key's
+// hash that do not pick the home entry, and a check over the slot, the tag and the entry's own
+// position. The index has twice as many entries as the array has slots.
+//
+// Invariants:
+//  1. An entry whose check fails is damage; so is an entry that names a slot outside those handed
+//     out, or a slot that is not whole, not intact or not a member. probe() verifies every entry it
+//     passes, including the empty one that ends it, and every slot whose tag matches: damage on
+//     the key's way is reported, never read as "absent". A slot of another key is not read.
+//  2. Entries are stored with release after the slot they name and loaded with acquire, so an
+//     entry that names a slot is seen after the slot's contents.
+//  3. A probe that finds no key ends at the first empty entry; freeEntry is the first empty or
+//     erased entry on its way, where the key would go.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "framework/Mirra/internal/SharedWord.h"
+#include "framework/Mirra/internal/SlotArray.h"
+#include "framework/Mirra/internal/TableDamage.h"
+#include "framework/Mirra/internal/TableLayout.h"
+
+namespace Mirra {
+namespace internal {
+
+template <class K, class V, class KeyOf, class Hash>
+class HashIndex {
+  using Slots = SlotArray<V>;
+  using Slot = typename Slots::Slot;
+  using SlotState = typename Slots::SlotState;
+
+ public:
+  // Index entries that name no slot.
+  static constexpr SlotIndex kEmptyEntry = 0xffffffffu;
+  static constexpr SlotIndex kErasedEntry = 0xfffffffeu;
+  static constexpr std::size_t kNoEntry = static_cast<std::size_t>(-1);
+
+  struct Entry {
+    SlotIndex slot;       // kEmptyEntry, kErasedEntry or the member's slot
+    std::uint16_t tag;    // bits of the key's hash: probes pass other keys without reading them
+    std::uint16_t check;  // over slot, tag and the entry's own position
+  };
+  static_assert(sizeof(Entry) == 8, "an index entry is one shared word");
+
+  // Where a key is (its index entry, slot and value), which index entry it could take, or what
+  // stopped the search.
+  struct Probe {
+    std::size_t entry = 0;
+    SlotIndex slot = kNoSlot;
+    V value{};
+    std::size_t freeEntry = kNoEntry;
+    Damage damage;
+  };
+
+  static Entry entryAt(const TableLayout& layout, std::size_t at) {
+    const std::uint64_t word = loadAcquire(layout.index + at);
+    Entry entry;
+    std::memcpy(&entry, &word, sizeof(entry));
+    return entry;
+  }
+  static void storeEntry(const TableLayout& layout, std::size_t at, Entry entry) {
+    std::uint64_t word;
+    std::memcpy(&word, &entry, sizeof(word));
+    storeRelease(layout.index + at, word);
+  }
+
+  // Each 16-bit word of slot and tag is weighted by an odd number, which is invertible modulo
+  // 2^16: any change confined to one word, so any single damaged byte, changes the check. The
+  // position enters too, so an entry copied to another place does not pass.
+  static std::uint16_t checkOf(SlotIndex slot, std::uint16_t tag, std::size_t position) {
+    const std::uint64_t sum = (slot & 0xffffu) * 0x9e37u + (slot >> 16) * 0x79b9u + tag * 0x7f4bu +
+                              position * 0xc2b3u + 0x5bd1u;
+    return static_cast<std::uint16_t>(sum);
+  }
+  static Entry entryFor(SlotIndex slot, std::uint16_t tag, std::size_t position) {
+    return Entry{slot, tag, checkOf(slot, tag, position)};
+  }
+  static bool entryIntact(const Entry& entry, std::size_t position) {
+    return entry.check == checkOf(entry.slot, entry.tag, position);
+  }
+
+  // The bits that do not pick the home entry.
+  static std::uint16_t tagOf(std::size_t hash) {
+    return static_cast<std::uint16_t>(static_cast<std::uint64_t>(hash) >> 48);
+  }
+  static std::uint16_t hashTagOf(const K& key) { return tagOf(Hash()(key)); }
+
+  // Linear probing from key's home entry in `layout`, reading slots through `slots`; one pass,
+  // with no allowance for a writer at work (the caller retries where one may be).
+  static Probe probe(const TableLayout& layout, const Slots& slots, const K& key) {
+    Probe probe;
+    const std::size_t hash = Hash()(key);
+    const std::uint16_t tag = tagOf(hash);
+    const std::size_t mask = layout.header->entries - 1;
+    std::size_t at = hash & mask;
+    for (std::size_t probes = 0; probes <= mask; ++probes, at = (at + 1) & mask) {
+      const Entry entry = entryAt(layout, at);
+      if (!entryIntact(entry, at)) {
+        probe.damage = Damage{Fault::indexEntry, static_cast<SlotIndex>(at)};
+        return probe;
+      }
+      if (entry.slot == kEmptyEntry) {
+        if (probe.freeEntry == kNoEntry) probe.freeEntry = at;
+        return probe;
+      }
+      if (entry.slot == kErasedEntry) {
+        if (probe.freeEntry == kNoEntry) probe.freeEntry = at;
+        continue;
+      }
+      if (entry.tag != tag) continue;
+      if (entry.slot >= loadAcquire(&layout.header->filled)) {
+        probe.damage = Damage{Fault::linkOutside, entry.slot};
+        return probe;
+      }
+      Slot slot;
+      if (!slots.readWhole(entry.slot, &slot)) {
+        probe.damage = Damage{Fault::halfWritten, entry.slot};
+        return probe;
+      }
+      if (!Slots::intact(slot)) {
+        probe.damage = Damage{Fault::checksum, entry.slot};
+        return probe;
+      }
+      if (slot.state != SlotState::used) {
+        probe.damage = Damage{Fault::notMember, entry.slot};
+        return probe;
+      }
+      if (KeyOf()(slot.value) == key) {
+        probe.entry = at;
+        probe.slot = entry.slot;
+        probe.value = slot.value;
+        return probe;
+      }
+    }
+    return probe;
+  }
+};
+
+}  // namespace internal
+}  // namespace Mirra

@@ -1,0 +1,168 @@
+#pragma once
+// Mirra::internal::SlotArray<V>: the slots of one generation of a table, each holding one value
+// with its tree links, and the protocol by which the writer changes a slot while readers in other
+// processes copy it.
+//
+// A slot starts with a 64-bit head word (a 16-bit sequence, the state byte, a padding byte, the
+// 32-bit checksum), then the left and right tree links, then the value; a slot that fits a cache
+// line gets one of its own.
+//
+// Invariants:
+//  1. The checksum covers the state byte and every byte after the head word (links and value), so
+//     a damaged byte there is caught by intact(); the sequence is outside it.
+//  2. The states are distinct bit patterns, so a stray write to the state byte is not another
+//     valid state.
+//  3. write() makes the sequence odd (relaxed store), issues a release fence, stores the slot's
+//     other words (relaxed), then stores the head with the next even sequence and the new checksum
+//     (release). readWhole() loads the head (acquire), the other words (relaxed), issues an
+//     acquire fence and loads the head again (relaxed); it keeps the copy only when both heads are
+//     equal and even. Had it seen any store of a later write, its acquire fence would pair with
+//     that write's release fence and the second head load would see the odd sequence; so equal
+//     even heads mean one whole write.
+//  4. A sequence held odd is waited for within the bounds of WriterWait.h, then reported as a
+//     slot left half-written.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <type_traits>
+
+#include "framework/Mirra/internal/SharedWord.h"
+#include "framework/Mirra/internal/SlotChecksum.h"
+#include "framework/Mirra/internal/TableLayout.h"
+#include "framework/Mirra/internal/TableMemory.h"
+#include "framework/Mirra/internal/WriterWait.h"
+
+namespace Mirra {
+namespace internal {
+
+template <class V>
+class SlotArray {
+ public:
+  // Distinct bit patterns, so that a stray write to the state byte is not another valid state.
+  enum class SlotState : std::uint8_t { empty = 0x3c, used = 0xa5, erased = 0x5a };
+
+  // A slot that fits a cache line gets one of its own, so a lookup reads one line per slot.
+  static constexpr std::size_t kSlotHeader = 16;
+  static constexpr std::size_t kSlotAlignment = kSlotHeader + sizeof(V) <= 64 ? 64 : 8;
+
+  // Only ever copied whole between the table's memory and a local image, word by word.
+  struct alignas(kSlotAlignment) Slot {
+    std::uint16_t sequence;  // odd while the writer changes the slot; outside the checksum
+    SlotState state;
+    std::uint8_t padding;  // named, so that every byte is written
+    std::uint32_t checksum;
+    SlotIndex left;
+    SlotIndex right;
+    V value;
+  };
+  static_assert(std::is_trivially_copyable_v<Slot>, "slots are plain bytes");
+  static_assert(offsetof(Slot, sequence) == 0 && offsetof(Slot, checksum) == 4,
+                "the head word holds the sequence, the state and the checksum");
+  static constexpr std::size_t kSlotWords = sizeof(Slot) / 8;
+
+  // The slot array starting at `words`; waits for a writer as `memory` tells.
+  SlotArray(std::uint64_t* words, const TableMemory& memory) : words_(words), memory_(memory) {}
+
+  // Copies slot `at` whole into *out (invariant 3). False when the slot stayed half-written; *out
+  // then holds what was there.
+  bool readWhole(SlotIndex at, Slot* out) const {
+    const std::uint64_t* words = wordsOf(at);
+    auto* bytes = reinterpret_cast<unsigned char*>(out);
+    std::uint64_t heldHead = 0;
+    int heldRounds = 0;
+    for (;;) {
+      const std::uint64_t head = loadAcquire(words);
+      for (std::size_t word = 1; word < kSlotWords; ++word) {
+        const std::uint64_t copy = loadRelaxed(words + word);
+        std::memcpy(bytes + word * 8, &copy, 8);
+      }
+      std::memcpy(bytes, &head, 8);
+      if (odd(sequenceOf(head))) {
+        if (head != heldHead) heldRounds = 0;
+        heldHead = head;
+        if (!waitForWriter(memory_, ++heldRounds)) return false;
+        continue;
+      }
+      fenceAcquire();
+      if (loadRelaxed(words) == head) return true;
+    }
+  }
+
+  // The writer's own read: nobody else writes, so a slot held odd was left by a dead writer.
+  Slot slotAt(SlotIndex at) const {
+    Slot slot;
+    readWhole(at, &slot);
+    return slot;
+  }
+
+  // Writer: replaces slot `at` with contents, under the slot's sequence (invariant 3).
+  // midWriteHook, when set, runs after the slot is marked busy and before its contents change.
+  void write(SlotIndex at, const Slot& contents, const std::function<void()>& midWriteHook) const {
+    Slot image = contents;
+    std::uint64_t* words = wordsOf(at);
+    const std::uint64_t oldHead = loadRelaxed(words);
+    const auto busy = static_cast<std::uint16_t>(sequenceOf(oldHead) | 1);
+    storeRelaxed(words, withSequence(oldHead, busy));
+    fenceRelease();
+    if (midWriteHook) midWriteHook();
+    image.sequence = static_cast<std::uint16_t>(busy + 1);
+    image.checksum = checksumOf(image);
+    const auto* bytes = reinterpret_cast<const unsigned char*>(&image);
+    for (std::size_t word = 1; word < kSlotWords; ++word) {
+      std::uint64_t copy;
+      std::memcpy(&copy, bytes + word * 8, 8);
+      storeRelaxed(words + word, copy);
+    }
+    storeRelease(words, headOf(image));
+  }
+
+  // Covers the state byte and every byte after the head word; the odd multiplier keeps any change
+  // of the state byte a change of the sum.
+  static std::uint32_t checksumOf(const Slot& slot) {
+    const auto* bytes = reinterpret_cast<const unsigned char*>(&slot);
+    return slotChecksum(bytes + 8, sizeof(Slot) - 8) ^
+           (static_cast<std::uint32_t>(slot.state) * 0x9e3779b1u);
+  }
+  static bool intact(const Slot& slot) {
+    const bool known = slot.state == SlotState::empty || slot.state == SlotState::used ||
+                       slot.state == SlotState::erased;
+    return known && slot.checksum == checksumOf(slot);
+  }
+  // A slot in `state` with no links and a zeroed value.
+  static Slot blank(SlotState state) {
+    Slot slot;
+    std::memset(static_cast<void*>(&slot), 0, sizeof(Slot));
+    slot.state = state;
+    slot.left = kNoSlot;
+    slot.right = kNoSlot;
+    return slot;
+  }
+
+ private:
+  std::uint64_t* wordsOf(SlotIndex at) const {
+    return words_ + static_cast<std::size_t>(at) * kSlotWords;
+  }
+  static std::uint64_t headOf(const Slot& slot) {
+    std::uint64_t head;
+    std::memcpy(&head, static_cast<const void*>(&slot), sizeof(head));
+    return head;
+  }
+  // The sequence is the head word's first two bytes.
+  static std::uint16_t sequenceOf(std::uint64_t head) {
+    std::uint16_t sequence;
+    std::memcpy(&sequence, &head, sizeof(sequence));
+    return sequence;
+  }
+  static std::uint64_t withSequence(std::uint64_t head, std::uint16_t sequence) {
+    std::memcpy(&head, &sequence, sizeof(sequence));
+    return head;
+  }
+
+  std::uint64_t* words_;
+  const TableMemory& memory_;
+};
+
+}  // namespace internal
+}  // namespace Mirra
