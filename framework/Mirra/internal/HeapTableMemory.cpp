@@ -7,12 +7,6 @@
 namespace Mirra {
 namespace internal {
 
-namespace {
-
-constexpr std::size_t kHugePage = 2 * 1024 * 1024;
-
-}  // namespace
-
 HeapTableMemory::~HeapTableMemory() {
   if (current_.base) munmap(current_.base, current_.bytes);
   if (prepared_.base) munmap(prepared_.base, prepared_.bytes);
@@ -22,12 +16,8 @@ unsigned char* HeapTableMemory::prepare(std::size_t bytes) {
   retire(&prepared_);  // a generation given up before it was published
   void* at = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (at == MAP_FAILED) throw std::bad_alloc();
-  // Lookups and inserts land on random index entries and tree nodes: with 4 KiB pages nearly
-  // every one of them in a large table also misses the address translation cache, and a growing
-  // table takes a page fault per 4 KiB. Huge pages, where the kernel offers them, avoid both (a
-  // write that touches a new one pays for zeroing 2 MiB, a bounded cost); the advice is only a
-  // hint, so its failure is fine.
-  if (bytes >= kHugePage) madvise(at, bytes, MADV_HUGEPAGE);
+  // No huge pages: where the kernel compacts memory to find one, the write that touches it can
+  // stall for milliseconds, longer than a review slice may take.
   prepared_ = Block{static_cast<unsigned char*>(at), bytes};
   return prepared_.base;
 }
