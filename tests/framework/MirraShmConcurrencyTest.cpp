@@ -133,8 +133,7 @@ TEST_F(MirraShmConcurrency, WriterKilledMidWrite_HalfWrittenSlotReportedNewWrite
   constexpr std::uint64_t kEntries = 1000;
   constexpr std::uint64_t kVictim = 500;
   const pid_t child = MirraShmTest::forkChild([&] {
-    Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
-    for (std::uint64_t key = 0; key < kEntries; ++key) writer.insert(recordFor(key, 1));
+    Table writer = MirraShmTest::filledWriter(segment.name(), kEntries, 1);
     MirraMapBackdoor::midWriteHookIs(writer, [] { raise(SIGSTOP); });
     writer.insert(recordFor(kVictim, 2));
     return 0;
@@ -228,8 +227,7 @@ TEST_F(MirraShmConcurrency, WriterDiedWhileGrowing_NextWriterGrowsAfreshAndReade
   constexpr std::uint64_t kBefore = 600;
   constexpr std::uint64_t kAfter = 900;
   const pid_t child = MirraShmTest::forkChild([&] {
-    Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
-    for (std::uint64_t key = 0; key < kBefore; ++key) writer.insert(recordFor(key, 1));
+    const Table writer = MirraShmTest::filledWriter(segment.name(), kBefore, 1);
     if (!MirraMapBackdoor::growing(writer) || MirraMapBackdoor::slots(writer) != 1024) return 1;
     raise(SIGKILL);
     return 0;

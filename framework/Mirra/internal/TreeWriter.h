@@ -51,18 +51,8 @@ class TreeWriter {
                        const Slot& member) {
     const K key = KeyOf()(member.value);
     const std::uint32_t priority = Tree::priorityOf(key);
-    path_.clear();
-    for (SlotIndex next = root; next != kNoSlot;) {
-      const Node& node = visit(slots, filled, next);
-      const K& here = KeyOf()(node.image.value);
-      if (key < here) {
-        next = node.image.left;
-      } else if (here < key) {
-        next = node.image.right;
-      } else {
-        throw WriterMetDamage();  // the tree holds a key that the index does not know
-      }
-    }
+    // A tree that holds a key the index does not know is damaged.
+    if (descend(slots, filled, root, key)) throw WriterMetDamage();
     // The member rises above the nodes at the bottom of the path whose priority is lower.
     std::size_t top = path_.size();
     while (top > 0 && priorityAt(top - 1) < priority) --top;
@@ -102,20 +92,8 @@ class TreeWriter {
   // REQUIRES: key is in the tree.
   SlotIndex planErase(const Slots& slots, std::size_t filled, SlotIndex root, const K& key,
                       SlotIndex* removed) {
-    path_.clear();
-    SlotIndex next = root;
-    for (;;) {
-      if (next == kNoSlot) throw WriterMetDamage();  // the index knew a key the tree does not
-      const Node& node = visit(slots, filled, next);
-      const K& here = KeyOf()(node.image.value);
-      if (key < here) {
-        next = node.image.left;
-      } else if (here < key) {
-        next = node.image.right;
-      } else {
-        break;
-      }
-    }
+    // A tree that lacks a key the index knows is damaged.
+    if (!descend(slots, filled, root, key)) throw WriterMetDamage();
     const std::size_t gone = path_.size() - 1;
     *removed = path_[gone].slot;
     // The two subtrees merge along the right spine of the left one and the left spine of the
@@ -162,6 +140,22 @@ class TreeWriter {
     bool leftSide;
   };
 
+  // Reads the path from `root` towards key into path_; true when it ends at key's node.
+  bool descend(const Slots& slots, std::size_t filled, SlotIndex root, const K& key) {
+    path_.clear();
+    for (SlotIndex next = root; next != kNoSlot;) {
+      const Node& node = visit(slots, filled, next);
+      const K& here = KeyOf()(node.image.value);
+      if (key < here) {
+        next = node.image.left;
+      } else if (here < key) {
+        next = node.image.right;
+      } else {
+        return true;
+      }
+    }
+    return false;
+  }
   // Reads slot `at`, verified, onto the end of the path.
   const Node& visit(const Slots& slots, std::size_t filled, SlotIndex at) {
     if (at >= filled || path_.size() > filled) throw WriterMetDamage();
