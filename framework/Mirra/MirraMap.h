@@ -714,6 +714,9 @@ class MirraMap {
       nextFree = free.left;
     }
     const SlotIndex at = reused != kNoSlot ? reused : static_cast<SlotIndex>(handedOut);
+    if (reused == kNoSlot) {
+      internal::touchForWriting(layout_.slots + static_cast<std::size_t>(at) * kSlotWords);
+    }
     Slot slot = Slots::blank(SlotState::used);
     std::memcpy(static_cast<void*>(&slot.value), &value, sizeof(V));
     Tree order = tree();

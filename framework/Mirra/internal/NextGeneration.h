@@ -84,6 +84,7 @@ class NextGeneration {
     }
     for (std::size_t step = 0; step < count; ++step) {
       const auto at = static_cast<SlotIndex>(copied_);
+      touchForWriting(next_.slots + static_cast<std::size_t>(at) * Slots::kSlotWords);
       write(at, batch[step], memory);
       ++copied_;
       storeRelaxed(&next_.header->filled, copied_);
@@ -149,6 +150,7 @@ class NextGeneration {
   // Enters key's member in slot `at` into the next index; false when the key is there already or
   // the next index is inconsistent.
   bool enter(SlotIndex at, const K& key, const TableMemory& memory) {
+    touchForWriting(next_.index + (Hash()(key) & (next_.header->entries - 1)));
     const typename Index::Probe probe = Index::probe(next_, Slots(next_.slots, memory), key);
     if (probe.damage.found() || probe.slot != kNoSlot || probe.freeEntry == Index::kNoEntry) {
       return false;
