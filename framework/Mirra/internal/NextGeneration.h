@@ -96,6 +96,7 @@ class NextGeneration {
     for (std::size_t step = 0; step < kEntriesPerStep && checked_ < entries; ++step, ++checked_) {
       if (!Index::entryIntact(Index::entryAt(current, checked_), checked_)) throw WriterMetDamage();
     }
+    prefetchNextStep(current, filled);
     return copied_ == filled && checked_ == entries;
   }
 
@@ -142,6 +143,17 @@ class NextGeneration {
   [[gnu::always_inline]] void prefetchHome(const K& key) const {
     const std::size_t mask = next_.header->entries - 1;
     __builtin_prefetch(next_.index + (Hash()(key) & mask));
+  }
+  // The slots the next step copies, from and to, and the entries it verifies: by then they are
+  // in cache, whatever other work the writes in between do.
+  [[gnu::always_inline]] void prefetchNextStep(const TableLayout& current,
+                                               std::size_t filled) const {
+    const std::size_t end = std::min(copied_ + kSlotsPerStep, filled);
+    for (std::size_t at = copied_; at < end; ++at) {
+      __builtin_prefetch(current.slots + at * Slots::kSlotWords);
+      __builtin_prefetch(next_.slots + at * Slots::kSlotWords, 1);
+    }
+    if (checked_ < current.header->entries) __builtin_prefetch(current.index + checked_);
   }
   void write(SlotIndex at, const Slot& image, const TableMemory& memory) {
     static const std::function<void()> kNoHook;
