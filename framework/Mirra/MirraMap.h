@@ -76,6 +76,10 @@
 //       every read starts by loading that number with acquire and moves to the new memory.
 //     Every wait is bounded: a word that stays odd after a short spin while no writer is attached,
 //     or for about two seconds while one is, is taken as left by a writer that died.
+//     Whether an attachment must allow for a writer at work is decided once, when it is made: the
+//     writer's own attachment and those that share its memory in its process (reader()) never
+//     meet a write in progress, so they check each slot where it lies, copy out only the value
+//     they return, and take a word found odd as left by a write that never finished.
 //  8. Shared tables report attach, ready, detach and corruption to the framework's debug stream and
 //     to the system log; in-process tables to the debug stream only.
 
@@ -130,7 +134,9 @@ class MirraMap {
   static constexpr std::size_t kSlotWords = Slots::kSlotWords;
   using Index = internal::HashIndex<K, V, KeyOf, Hash>;
   using IndexEntry = typename Index::Entry;
+  using Location = typename Index::Location;
   using Probe = typename Index::Probe;
+  using Concurrency = typename Slots::Concurrency;
   using Tree = internal::OrderedTree<K, V, KeyOf, Hash>;
   using Bound = typename Tree::Bound;
   using Position = typename Tree::Position;
@@ -144,7 +150,9 @@ class MirraMap {
 
   // A new, empty table in process memory, attached for writing.
   MirraMap()
-      : memory_(std::make_shared<internal::HeapTableMemory>()), mode_(AttachMode::singleWriter) {
+      : memory_(std::make_shared<internal::HeapTableMemory>()),
+        mode_(AttachMode::singleWriter),
+        concurrency_(Concurrency::none) {
     startFresh();
   }
 
@@ -181,16 +189,13 @@ class MirraMap {
 
   // The value stored under key, or V() when there is none.
   V lookup(const K& key) const {
-    refresh();
-    const Probe probe = probeFor(key);
-    if (probe.damage.found()) reportAndThrow(probe.damage);
-    return probe.slot == kNoSlot ? V() : probe.value;
+    Slot image;
+    const V* member = find(key, &image);
+    return member ? *member : V();
   }
   bool contains(const K& key) const {
-    refresh();
-    const Probe probe = probeFor(key);
-    if (probe.damage.found()) reportAndThrow(probe.damage);
-    return probe.slot != kNoSlot;
+    Slot image;
+    return find(key, &image) != nullptr;
   }
   std::size_t members() const {
     refresh();
@@ -337,6 +342,7 @@ class MirraMap {
     next_.giveUp();
     layout_ = Layout{};  // its memory may go with the old attachment
     memory_ = std::make_shared<internal::HeapTableMemory>();
+    concurrency_ = Concurrency::none;
     layoutGeneration_ = 0;
     startFresh();
     mode_ = AttachMode::reader;
@@ -361,7 +367,9 @@ class MirraMap {
   };
 
   MirraMap(std::shared_ptr<internal::TableMemory> memory, AttachMode mode)
-      : memory_(std::move(memory)), mode_(mode) {
+      : memory_(std::move(memory)),
+        mode_(mode),
+        concurrency_(memory_->writable() ? Concurrency::none : Concurrency::writerElsewhere) {
     refresh();
   }
 
@@ -492,7 +500,7 @@ class MirraMap {
   // --- header words ---
 
   // A reader in another process must allow for the writer's work in progress.
-  bool concurrent() const { return !memory_->writable(); }
+  bool concurrent() const { return concurrency_ == Concurrency::writerElsewhere; }
   bool waitForWriter(int rounds) const { return internal::waitForWriter(*memory_, rounds); }
 
   // Writer: opens a write (or a relink) in the header, so that readers can tell work in
@@ -522,24 +530,56 @@ class MirraMap {
 
   // --- reads ---
 
+  // The checked value of key's member (where it lies, or in *image), or nullptr when key is not
+  // a member; throws CorruptionDetectedException, after reporting, when the search meets damage.
+  const V* find(const K& key, Slot* image) const {
+    refresh();
+    Location found;
+    locateFor(key, image, &found);
+    if (found.damage.found()) reportAndThrow(found.damage);
+    return found.member;
+  }
+
   // Linear probing from key's home entry; a reader in another process looks again while the
   // writer's work in progress could explain what it met (invariant 7).
-  Probe probeFor(const K& key) const {
-    if (!concurrent()) return probeOnce(key);
+  void locateFor(const K& key, Slot* image, Location* found) const {
+    if (!concurrent()) return locateOnce(key, image, found);
     const std::uint64_t* changes = &layout_.header->changes;
     for (int stalled = 0;;) {
       const std::uint64_t before = internal::loadAcquire(changes);
-      const Probe probe = probeOnce(key);
-      if (!probe.damage.found()) return probe;
+      locateOnce(key, image, found);
+      if (!found->damage.found()) return;
       internal::fenceAcquire();
       const std::uint64_t after = internal::loadRelaxed(changes);
       if (before != after) continue;
-      if (!internal::odd(before) || !waitForWriter(internal::kSpinRounds + ++stalled)) {
-        return probe;
-      }
+      if (!internal::odd(before) || !waitForWriter(internal::kSpinRounds + ++stalled)) return;
     }
   }
-  Probe probeOnce(const K& key) const { return Index::probe(layout_, slotsOf(layout_), key); }
+  void locateOnce(const K& key, Slot* image, Location* found) const {
+    Index::locate(layout_, slotsOf(layout_), key, concurrency_, image, found);
+  }
+  // The writer's search: where key is, with a copy of its value, or where it would go.
+  Probe probeFor(const K& key) const {
+    Slot image;
+    Location found;
+    locateFor(key, &image, &found);
+    return probeOf(found);
+  }
+  Probe probeOnce(const K& key) const {
+    Slot image;
+    Location found;
+    locateOnce(key, &image, &found);
+    return probeOf(found);
+  }
+  static Probe probeOf(const Location& location) {
+    Probe probe;
+    probe.entry = location.entry;
+    probe.slot = location.slot;
+    if (location.member) probe.value = *location.member;
+    probe.freeEntry = location.freeEntry;
+    probe.damage = location.damage;
+    return probe;
+  }
 
   // The tree member that is the first one (Bound::first), the first whose key is >= key, or the
   // first whose key is > key; none when there is none. A reader in another process counts a
@@ -829,6 +869,8 @@ class MirraMap {
 
   std::shared_ptr<internal::TableMemory> memory_;
   AttachMode mode_;
+  // Decided once, when the attachment is made: whether a writer elsewhere may be at work.
+  Concurrency concurrency_;
   // The generation this attachment reads, and where its parts are.
   mutable Layout layout_;
   mutable std::uint64_t layoutGeneration_ = 0;

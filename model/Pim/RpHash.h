@@ -83,16 +83,22 @@ struct RpHashKey {
 };
 
 // The tables' hash of a key: every lookup pays for it, so it is one multiply per half of the
-// address bytes and one for family and length (so that nested prefixes differ), then a fold of
-// the high product bits, which depend on every input bit, into the low ones that pick the home
-// entry.
+// address bytes and one for family, length (so that nested prefixes differ) and the last address
+// byte, then a fold of the high product bits, which depend on every input bit, into the low ones
+// that pick the home entry.
+// The halves are address bytes 0-7 and 7-14 and the last byte is read alone: a key is usually
+// built just before its lookup by copying a 17-byte address (family and 16 bytes) as 16 bytes and
+// then 1, and loads that each lie inside one of those stores are forwarded from them at once,
+// where a load across both would wait for the stores to reach the cache.
 struct RpHashKeyHash {
   std::size_t operator()(const Ipkit::IpGenPrefix& key) const {
+    const std::uint8_t* bytes = key.address().bytes().data();
     std::uint64_t low;
     std::uint64_t high;
-    std::memcpy(&low, key.address().bytes().data(), 8);
-    std::memcpy(&high, key.address().bytes().data() + 8, 8);
-    const std::uint64_t shape = (static_cast<std::uint64_t>(key.af()) << 8) | key.len();
+    std::memcpy(&low, bytes, 8);
+    std::memcpy(&high, bytes + 7, 8);
+    const std::uint64_t shape =
+        (static_cast<std::uint64_t>(key.af()) << 16) | (key.len() << 8) | bytes[15];
     std::uint64_t mixed = low * 0x9e3779b97f4a7c15ull + shape * 0x165667b19e3779f9ull;
     mixed ^= high * 0xc2b2ae3d27d4eb4full;
     mixed ^= mixed >> 32;

@@ -403,6 +403,45 @@ TEST_F(MirraMapCorruption, IteratorStepMeetsDamage_IteratorStaysAndWalkResumesAf
   EXPECT_EQ(handled.size(), 2u);
 }
 
+// The checksum covers every byte of a slot but its two sequence bytes: the state and padding
+// bytes, the checksum itself, the tree links, the key, the value and the bytes after it.
+TEST_F(MirraMapCorruption, AnyDamagedSlotByte_LookupsReportItNeverValueOrAbsent) {
+  for (std::size_t byte = 2; byte < MirraMapBackdoor::slotSize<Table>(); ++byte) {
+    Table fresh;
+    for (std::uint32_t i = 0; i < 8; ++i) fresh.insert(Entry{key(i), i});
+    const Table reader = fresh.reader();
+    const std::string message = "slot " + std::to_string(MirraMapBackdoor::slotOf(fresh, key(6))) +
+                                " of " + std::to_string(MirraMapBackdoor::slots(fresh)) +
+                                " fails its checksum";
+    ASSERT_TRUE(MirraMapBackdoor::damageSlotByte(fresh, key(6), byte));
+    EXPECT_EQ(lookupFailure(fresh, key(6)), message) << "byte " << byte;
+    EXPECT_EQ(lookupFailure(reader, key(6)), message) << "byte " << byte;
+    EXPECT_THROW(fresh.contains(key(6)), Mirra::CorruptionDetectedException) << "byte " << byte;
+    EXPECT_EQ(fresh.lookup(key(5)), (Entry{key(5), 5})) << "byte " << byte;
+    EXPECT_EQ(fresh.corruptions(), 2u) << "byte " << byte;
+    EXPECT_EQ(reader.corruptions(), 1u) << "byte " << byte;
+  }
+}
+
+// Nobody but the writer changes an in-process table, so a slot found in the middle of a write
+// can only be one whose write never finished: it is reported at once, never read.
+TEST_F(MirraMapCorruption, ReadInsideSlotWrite_InProcessReaderReportsHalfWritten) {
+  const Table reader = table.reader();
+  const std::string message = "slot " + std::to_string(MirraMapBackdoor::slotOf(table, key(3))) +
+                              " of " + std::to_string(MirraMapBackdoor::slots(table)) +
+                              " was left half-written";
+  std::vector<std::string> seen;
+  MirraMapBackdoor::midWriteHookIs(table, [&] { seen.push_back(lookupFailure(reader, key(3))); });
+  EXPECT_TRUE(table.insert(Entry{key(3), 30}));
+  MirraMapBackdoor::midWriteHookIs(table, {});
+  EXPECT_EQ(seen, std::vector<std::string>{message});
+  EXPECT_EQ(reader.corruptions(), 1u);
+  EXPECT_EQ(reader.lastCorruption(), message);
+  EXPECT_TRUE(handled.empty());
+  EXPECT_EQ(reader.lookup(key(3)), (Entry{key(3), 30}));
+  EXPECT_EQ(table.lookup(key(3)), (Entry{key(3), 30}));
+}
+
 TEST_F(MirraMapCorruption, ReaderAndWriterAttachments_EachRecordTheirOwnDetections) {
   const Table reader = table.reader();
   MirraMapBackdoor::damageValue(table, key(4));

@@ -3,9 +3,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "framework/Kel/Trace.h"
@@ -173,6 +175,35 @@ TEST_F(MirraShmConcurrency, WriterKilledMidWrite_HalfWrittenSlotReportedNewWrite
   std::uint64_t expectedKey = 0;
   for (const Record& record : reader) EXPECT_EQ(record.key, expectedKey++);
   EXPECT_EQ(expectedKey, kEntries);
+}
+
+TEST_F(MirraShmConcurrency, ReaderMeetsSlotOfStoppedWriter_WaitsAndReadsNewValueOnceResumed) {
+  constexpr std::uint64_t kEntries = 100;
+  constexpr std::uint64_t kVictim = 50;
+  const pid_t child = MirraShmTest::forkChild([&] {
+    Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
+    for (std::uint64_t key = 0; key < kEntries; ++key) writer.insert(recordFor(key, 1));
+    MirraMapBackdoor::midWriteHookIs(writer, [] { raise(SIGSTOP); });
+    writer.insert(recordFor(kVictim, 2));
+    return 0;
+  });
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, WUNTRACED), child);
+  ASSERT_TRUE(WIFSTOPPED(status));
+
+  const Table reader = Table::attachShared(segment.name(), AttachMode::reader);
+  EXPECT_EQ(reader.lookup(kVictim + 1), recordFor(kVictim + 1, 1));
+  // The writer is alive, so the reader waits for the slot it holds rather than report it.
+  std::thread resume([child] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    kill(child, SIGCONT);
+  });
+  const Record read = reader.lookup(kVictim);
+  resume.join();
+  EXPECT_EQ(read, recordFor(kVictim, 2));
+  EXPECT_EQ(reader.corruptions(), 0u);
+  EXPECT_EQ(MirraShmTest::waitFor(child), 0);
+  EXPECT_EQ(reader.members(), kEntries);
 }
 
 // From 2048 slots to 524288: eight generations, each filled while the reader reads the one before.

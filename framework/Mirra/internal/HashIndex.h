@@ -35,7 +35,7 @@ template <class K, class V, class KeyOf, class Hash>
 class HashIndex {
   using Slots = SlotArray<V>;
   using Slot = typename Slots::Slot;
-  using SlotState = typename Slots::SlotState;
+  using Concurrency = typename Slots::Concurrency;
 
  public:
   // Index entries that name no slot.
@@ -50,8 +50,16 @@ class HashIndex {
   };
   static_assert(sizeof(Entry) == 8, "an index entry is one shared word");
 
-  // Where a key is (its index entry, slot and value), which index entry it could take, or what
-  // stopped the search.
+  // Where a key is (its index entry, slot and checked value), which index entry it could take,
+  // or what stopped the search.
+  struct Location {
+    std::size_t entry = 0;
+    SlotIndex slot = kNoSlot;
+    const V* member = nullptr;  // where it lies, or in the image the caller gave
+    std::size_t freeEntry = kNoEntry;
+    Damage damage;
+  };
+  // A location with a copy of the member's value.
   struct Probe {
     std::size_t entry = 0;
     SlotIndex slot = kNoSlot;
@@ -102,10 +110,13 @@ class HashIndex {
   }
   static std::uint16_t hashTagOf(const K& key) { return tagOf(Hash()(key)); }
 
-  // Linear probing from key's home entry in `layout`, reading slots through `slots`; one pass,
-  // with no allowance for a writer at work (the caller retries where one may be).
-  static Probe probe(const TableLayout& layout, const Slots& slots, const K& key) {
-    Probe probe;
+  // Linear probing from key's home entry in `layout`, reading slots through `slots` as
+  // `concurrency` allows (into *image where a slot must be copied before it is checked), into
+  // *found; one pass, with no allowance for a writer at work (the caller retries where one may be).
+  static void locate(const TableLayout& layout, const Slots& slots, const K& key,
+                     Concurrency concurrency, Slot* image, Location* found) {
+    Location& location = *found;
+    location = Location{};
     const std::size_t hash = Hash()(key);
     const std::uint16_t tag = tagOf(hash);
     const std::size_t mask = layout.header->entries - 1;
@@ -113,43 +124,35 @@ class HashIndex {
     for (std::size_t probes = 0; probes <= mask; ++probes, at = (at + 1) & mask) {
       const Entry entry = entryAt(layout, at);
       if (!entryIntact(entry, at)) {
-        probe.damage = Damage{Fault::indexEntry, static_cast<SlotIndex>(at)};
-        return probe;
+        location.damage = Damage{Fault::indexEntry, static_cast<SlotIndex>(at)};
+        return;
       }
       if (entry.slot == kEmptyEntry) {
-        if (probe.freeEntry == kNoEntry) probe.freeEntry = at;
-        return probe;
+        if (location.freeEntry == kNoEntry) location.freeEntry = at;
+        return;
       }
       if (entry.slot == kErasedEntry) {
-        if (probe.freeEntry == kNoEntry) probe.freeEntry = at;
+        if (location.freeEntry == kNoEntry) location.freeEntry = at;
         continue;
       }
       if (entry.tag != tag) continue;
       if (entry.slot >= loadAcquire(&layout.header->filled)) {
-        probe.damage = Damage{Fault::linkOutside, entry.slot};
-        return probe;
+        location.damage = Damage{Fault::linkOutside, entry.slot};
+        return;
       }
-      Slot slot;
-      if (!slots.readWhole(entry.slot, &slot)) {
-        probe.damage = Damage{Fault::halfWritten, entry.slot};
-        return probe;
+      Fault fault = Fault::none;
+      const V* member = slots.member(entry.slot, concurrency, image, &fault);
+      if (!member) {
+        location.damage = Damage{fault, entry.slot};
+        return;
       }
-      if (!Slots::intact(slot)) {
-        probe.damage = Damage{Fault::checksum, entry.slot};
-        return probe;
-      }
-      if (slot.state != SlotState::used) {
-        probe.damage = Damage{Fault::notMember, entry.slot};
-        return probe;
-      }
-      if (KeyOf()(slot.value) == key) {
-        probe.entry = at;
-        probe.slot = entry.slot;
-        probe.value = slot.value;
-        return probe;
+      if (KeyOf()(*member) == key) {
+        location.entry = at;
+        location.slot = entry.slot;
+        location.member = member;
+        return;
       }
     }
-    return probe;
   }
 };
 

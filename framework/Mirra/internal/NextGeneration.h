@@ -110,12 +110,12 @@ class NextGeneration {
   }
   void memberRemoved(SlotIndex at, const K& key, const TableMemory& memory) {
     if (!active() || at >= copied_) return;
-    const typename Index::Probe probe = Index::probe(next_, Slots(next_.slots, memory), key);
-    if (probe.damage.found() || probe.slot != at) {
+    const typename Index::Location found = locate(key, memory);
+    if (found.damage.found() || found.slot != at) {
       giveUp();
       return;
     }
-    Index::storeEntry(next_, probe.entry, Index::entryFor(Index::kErasedEntry, 0, probe.entry));
+    Index::storeEntry(next_, found.entry, Index::entryFor(Index::kErasedEntry, 0, found.entry));
     ++tombstones_;
   }
 
@@ -159,15 +159,23 @@ class NextGeneration {
     static const std::function<void()> kNoHook;
     Slots(next_.slots, memory).write(at, image, kNoHook);
   }
+  // Where key is in the next index, or would go. Only this writer has seen that memory, so
+  // slots are checked where they lie.
+  typename Index::Location locate(const K& key, const TableMemory& memory) const {
+    typename Index::Location found;
+    Slot image;
+    Index::locate(next_, Slots(next_.slots, memory), key, Slots::Concurrency::none, &image, &found);
+    return found;
+  }
   // Enters key's member in slot `at` into the next index; false when the key is there already or
   // the next index is inconsistent.
   bool enter(SlotIndex at, const K& key, const TableMemory& memory) {
     touchForWriting(next_.index + (Hash()(key) & (next_.header->entries - 1)));
-    const typename Index::Probe probe = Index::probe(next_, Slots(next_.slots, memory), key);
-    if (probe.damage.found() || probe.slot != kNoSlot || probe.freeEntry == Index::kNoEntry) {
+    const typename Index::Location found = locate(key, memory);
+    if (found.damage.found() || found.slot != kNoSlot || found.freeEntry == Index::kNoEntry) {
       return false;
     }
-    const std::size_t entry = probe.freeEntry;
+    const std::size_t entry = found.freeEntry;
     if (Index::entryAt(next_, entry).slot == Index::kErasedEntry) --tombstones_;
     Index::storeEntry(next_, entry, Index::entryFor(at, Index::hashTagOf(key), entry));
     return true;

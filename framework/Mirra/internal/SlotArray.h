@@ -8,8 +8,9 @@
 // line gets one of its own.
 //
 // Invariants:
-//  1. The checksum covers the state byte and every byte after the head word (links and value), so
-//     a damaged byte there is caught by intact(); the sequence is outside it.
+//  1. The checksum covers every byte but the sequence and itself: the state and padding bytes and
+//     every byte after the head word (links and value), so a damaged byte there is always caught
+//     by intact() (see SlotChecksum.h); the sequence is outside it.
 //  2. The states are distinct bit patterns, so a stray write to the state byte is not another
 //     valid state.
 //  3. write() makes the sequence odd (relaxed store), issues a release fence, stores the slot's
@@ -20,16 +21,20 @@
 //     that write's release fence and the second head load would see the odd sequence; so equal
 //     even heads mean one whole write.
 //  4. A sequence held odd is waited for within the bounds of WriterWait.h, then reported as a
-//     slot left half-written.
+//     slot left half-written. An attachment that nobody else writes while it reads
+//     (Concurrency::none) cannot see a write in progress, so it checks a slot where it lies,
+//     without the second head load, and takes an odd sequence as half-written at once.
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <functional>
+#include <new>
 #include <type_traits>
 
 #include "framework/Mirra/internal/SharedWord.h"
 #include "framework/Mirra/internal/SlotChecksum.h"
+#include "framework/Mirra/internal/TableDamage.h"
 #include "framework/Mirra/internal/TableLayout.h"
 #include "framework/Mirra/internal/TableMemory.h"
 #include "framework/Mirra/internal/WriterWait.h"
@@ -58,9 +63,14 @@ class SlotArray {
     V value;
   };
   static_assert(std::is_trivially_copyable_v<Slot>, "slots are plain bytes");
-  static_assert(offsetof(Slot, sequence) == 0 && offsetof(Slot, checksum) == 4,
-                "the head word holds the sequence, the state and the checksum");
+  static_assert(offsetof(Slot, sequence) == 0 && offsetof(Slot, state) == 2 &&
+                    offsetof(Slot, padding) == 3 && offsetof(Slot, checksum) == 4,
+                "the head word holds the sequence, the state, the padding and the checksum");
   static constexpr std::size_t kSlotWords = sizeof(Slot) / 8;
+
+  // Who else may change the slots while this attachment reads them: nobody (the writer's own
+  // attachment, or another one sharing its memory in its process), or a writer in another process.
+  enum class Concurrency : std::uint8_t { none, writerElsewhere };
 
   // The slot array starting at `words`; waits for a writer as `memory` tells.
   SlotArray(std::uint64_t* words, const TableMemory& memory) : words_(words), memory_(memory) {}
@@ -90,10 +100,36 @@ class SlotArray {
     }
   }
 
-  // The writer's own read: nobody else writes, so a slot held odd was left by a dead writer.
+  // Checks member slot `at` (whole, intact, a member) and returns its value: where it lies with
+  // Concurrency::none, where an odd sequence is a write that never finished; in *image, the slot
+  // first copied whole, with writerElsewhere (invariant 3). On damage returns nullptr and sets
+  // *fault.
+  const V* member(SlotIndex at, Concurrency concurrency, Slot* image, Fault* fault) const {
+    if (concurrency == Concurrency::writerElsewhere) {
+      if (!readWhole(at, image)) return faulty(Fault::halfWritten, fault);
+      if (!intact(*image)) return faulty(Fault::checksum, fault);
+      if (image->state != SlotState::used) return faulty(Fault::notMember, fault);
+      return &image->value;
+    }
+    const auto* bytes = reinterpret_cast<const unsigned char*>(wordsOf(at));
+    std::uint16_t sequence;
+    std::memcpy(&sequence, bytes + offsetof(Slot, sequence), sizeof(sequence));
+    if (odd(sequence)) return faulty(Fault::halfWritten, fault);
+    SlotState state;
+    std::memcpy(&state, bytes + offsetof(Slot, state), sizeof(state));
+    std::uint32_t checksum;
+    std::memcpy(&checksum, bytes + offsetof(Slot, checksum), sizeof(checksum));
+    if (!known(state) || checksum != checksumOver(bytes)) return faulty(Fault::checksum, fault);
+    if (state != SlotState::used) return faulty(Fault::notMember, fault);
+    // Every value in the array was put there whole by write(), as an image of a V.
+    return std::launder(reinterpret_cast<const V*>(bytes + offsetof(Slot, value)));
+  }
+
+  // The writer's own read: nobody else writes, so the slot is copied as it lies (a slot held odd
+  // was left by a writer that died).
   Slot slotAt(SlotIndex at) const {
     Slot slot;
-    readWhole(at, &slot);
+    std::memcpy(static_cast<void*>(&slot), wordsOf(at), sizeof(Slot));
     return slot;
   }
 
@@ -118,17 +154,11 @@ class SlotArray {
     storeRelease(words, headOf(image));
   }
 
-  // Covers the state byte and every byte after the head word; the odd multiplier keeps any change
-  // of the state byte a change of the sum.
   static std::uint32_t checksumOf(const Slot& slot) {
-    const auto* bytes = reinterpret_cast<const unsigned char*>(&slot);
-    return slotChecksum(bytes + 8, sizeof(Slot) - 8) ^
-           (static_cast<std::uint32_t>(slot.state) * 0x9e3779b1u);
+    return checksumOver(reinterpret_cast<const unsigned char*>(&slot));
   }
   static bool intact(const Slot& slot) {
-    const bool known = slot.state == SlotState::empty || slot.state == SlotState::used ||
-                       slot.state == SlotState::erased;
-    return known && slot.checksum == checksumOf(slot);
+    return known(slot.state) && slot.checksum == checksumOf(slot);
   }
   // A slot in `state` with no links and a zeroed value.
   static Slot blank(SlotState state) {
@@ -141,6 +171,17 @@ class SlotArray {
   }
 
  private:
+  static const V* faulty(Fault found, Fault* fault) {
+    *fault = found;
+    return nullptr;
+  }
+  static bool known(SlotState state) {
+    return state == SlotState::empty || state == SlotState::used || state == SlotState::erased;
+  }
+  // The checksum of the slot image at `slot` (see invariant 1).
+  static std::uint32_t checksumOver(const unsigned char* slot) {
+    return slotChecksum(slot, sizeof(Slot));
+  }
   std::uint64_t* wordsOf(SlotIndex at) const {
     return words_ + static_cast<std::size_t>(at) * kSlotWords;
   }

@@ -13,8 +13,9 @@ namespace Mirra {
 namespace internal {
 
 constexpr std::uint64_t kTableMagic = 0x3170616d6172694dull;  // "Mirampa1" read little-endian
-// 2: an all-zero index word is an empty entry; erased slots are kept on a free list.
-constexpr std::uint32_t kTableFormat = 2;
+// 3: the slot checksum covers the padding byte; an all-zero index word is an empty entry; erased
+// slots are kept on a free list.
+constexpr std::uint32_t kTableFormat = 3;
 
 struct TableHeader {
   std::uint64_t magic;

@@ -49,6 +49,18 @@ class MirraMapBackdoor {
     return flip(map, key, static_cast<std::size_t>(keyBytes - base) + byteInKey);
   }
 
+  // Flips bits of byte `byteInSlot` (any byte, head word included) of key's slot. Returns false
+  // when key is absent.
+  template <class Map, class K>
+  static bool damageSlotByte(const Map& map, const K& key, std::size_t byteInSlot) {
+    return flip(map, key, byteInSlot);
+  }
+  // The size of one slot, in bytes.
+  template <class Map>
+  static constexpr std::size_t slotSize() {
+    return sizeof(typename Map::Slot);
+  }
+
   // Overwrites the state byte of key's slot with `byte`. Returns false when key is absent.
   template <class Map, class K>
   static bool damageState(const Map& map, const K& key, std::uint8_t byte) {
