@@ -85,6 +85,22 @@ struct KeyWalk {
   }
 };
 
+// A child writer that fills keys [0, entries) with round 1, then stops itself (SIGSTOP) in the
+// middle of rewriting `victim` with round 2, the victim's slot marked busy; continued, it finishes
+// that write and ends with 0. Returns its pid once it has stopped, or -1.
+pid_t writerStoppedInsideWrite(const std::string& name, std::uint64_t entries,
+                               std::uint64_t victim) {
+  const pid_t child = MirraShmTest::forkChild([&] {
+    Table writer = MirraShmTest::filledWriter(name, entries, 1);
+    MirraMapBackdoor::midWriteHookIs(writer, [] { raise(SIGSTOP); });
+    writer.insert(recordFor(victim, 2));
+    return 0;
+  });
+  int status = 0;
+  if (waitpid(child, &status, WUNTRACED) != child || !WIFSTOPPED(status)) return -1;
+  return child;
+}
+
 class MirraShmConcurrency : public ::testing::Test {
  protected:
   void SetUp() override { Kel::TraceRing::instance().clear(); }
@@ -134,15 +150,8 @@ TEST_F(MirraShmConcurrency, WriterRewritesWhileReaderReads_NoTornValue) {
 TEST_F(MirraShmConcurrency, WriterKilledMidWrite_HalfWrittenSlotReportedNewWriterRepairs) {
   constexpr std::uint64_t kEntries = 1000;
   constexpr std::uint64_t kVictim = 500;
-  const pid_t child = MirraShmTest::forkChild([&] {
-    Table writer = MirraShmTest::filledWriter(segment.name(), kEntries, 1);
-    MirraMapBackdoor::midWriteHookIs(writer, [] { raise(SIGSTOP); });
-    writer.insert(recordFor(kVictim, 2));
-    return 0;
-  });
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, WUNTRACED), child);
-  ASSERT_TRUE(WIFSTOPPED(status));
+  const pid_t child = writerStoppedInsideWrite(segment.name(), kEntries, kVictim);
+  ASSERT_GT(child, 0);
   kill(child, SIGKILL);
   EXPECT_EQ(MirraShmTest::waitFor(child), -SIGKILL);
 
@@ -180,16 +189,8 @@ TEST_F(MirraShmConcurrency, WriterKilledMidWrite_HalfWrittenSlotReportedNewWrite
 TEST_F(MirraShmConcurrency, ReaderMeetsSlotOfStoppedWriter_WaitsAndReadsNewValueOnceResumed) {
   constexpr std::uint64_t kEntries = 100;
   constexpr std::uint64_t kVictim = 50;
-  const pid_t child = MirraShmTest::forkChild([&] {
-    Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
-    for (std::uint64_t key = 0; key < kEntries; ++key) writer.insert(recordFor(key, 1));
-    MirraMapBackdoor::midWriteHookIs(writer, [] { raise(SIGSTOP); });
-    writer.insert(recordFor(kVictim, 2));
-    return 0;
-  });
-  int status = 0;
-  ASSERT_EQ(waitpid(child, &status, WUNTRACED), child);
-  ASSERT_TRUE(WIFSTOPPED(status));
+  const pid_t child = writerStoppedInsideWrite(segment.name(), kEntries, kVictim);
+  ASSERT_GT(child, 0);
 
   const Table reader = Table::attachShared(segment.name(), AttachMode::reader);
   EXPECT_EQ(reader.lookup(kVictim + 1), recordFor(kVictim + 1, 1));
