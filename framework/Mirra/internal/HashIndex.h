@@ -16,8 +16,8 @@
 //  3. A probe that finds no key ends at the first empty entry; freeEntry is the first empty or
 //     erased entry on its way, where the key would go.
 //  4. Zeroed memory is an index of empty entries, so a new generation's index needs no writes.
-//     (A word zeroed whole by a stray write therefore reads as empty too; any damage short of that
-//     fails the check.)
+//     (A word zeroed whole by a stray write therefore reads as empty too; a single damaged byte
+//     still fails the check.)
 
 #include <cstddef>
 #include <cstdint>

@@ -15,9 +15,8 @@
 // Invariants:
 //  1. Slots [0, copied()) of the next generation hold what the current one holds, and its index
 //     holds exactly the members of those slots (kept so by the mirror calls below).
-//  2. A step copies at most kSlotsPerStep slots and verifies at most kEntriesPerStep entries. A
-//  slot
-//     that is not whole and intact, a key met twice, or an entry whose check fails throws
+//  2. A step copies at most kSlotsPerStep slots and verifies at most kEntriesPerStep entries.
+//     A slot that is not whole and intact, a key met twice, or an entry whose check fails throws
 //     WriterMetDamage: the table then rebuilds (reporting the damage) and gives this one up.
 //  3. Nobody reads the next generation before it is published, so its own consistency is the
 //     writer's alone: a mirror call that finds it inconsistent gives it up (the table starts a
