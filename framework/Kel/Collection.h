@@ -55,8 +55,10 @@ class OrderedCollection
     Entry operator*() const { return Entry(at_->first, Exposed(at_->second)); }
     Iterator& operator++() {
       // After any erasure the saved position may be gone: find the successor by key instead.
+      // A walk that erases each member behind it finds the successor first in the map.
       if (erasures_ != owner_->erasures_) {
-        at_ = owner_->map_.upper_bound(key_);
+        const Map& map = owner_->map_;
+        at_ = map.empty() || key_ < map.begin()->first ? map.begin() : map.upper_bound(key_);
         erasures_ = owner_->erasures_;
       } else {
         ++at_;
@@ -87,6 +89,11 @@ class OrderedCollection
 
   // Stores `value` under `key`; returns false when the same value was already there.
   bool set(const K& key, const Stored& value) {
+    // Keys that arrive in ascending order go in at the end without a search.
+    if (map_.empty() || map_.rbegin()->first < key) {
+      map_.emplace_hint(map_.end(), key, value);
+      return true;
+    }
     auto [at, inserted] = map_.try_emplace(key, value);
     if (inserted) return true;
     if (at->second == value) return false;
@@ -96,7 +103,12 @@ class OrderedCollection
 
   // Returns false when `key` was absent.
   bool erase(const K& key) {
-    if (map_.erase(key) == 0) return false;
+    // Queues worked off in order erase their first member: no search.
+    if (!map_.empty() && !(map_.begin()->first < key) && !(key < map_.begin()->first)) {
+      map_.erase(map_.begin());
+    } else if (map_.erase(key) == 0) {
+      return false;
+    }
     ++erasures_;
     return true;
   }

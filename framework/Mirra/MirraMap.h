@@ -16,6 +16,17 @@
 // over the slot number, the tag and its position. This class holds the public operations, the
 // generations of memory (growth, rebuilds, repair) and the reports.
 //
+// Growth is spread over writes. When half the slots are handed out and none is free, the writer
+// prepares a generation of twice the slots (or, when erased index entries have piled up to a
+// quarter of the slots, one of the same size with a clean index) and fills it a few slots per
+// later write (internal/NextGeneration.h), keeping slot numbers; readers go on reading the current
+// generation until the new one, complete, is published, which at that pace happens well before
+// the current one is full. Erased slots are reused through a free list. So no single write does
+// work in proportion to the table's size; only the repair rebuild (damage found) and the check a
+// writer makes of a shared table it attaches to read the whole table at once. New members go into
+// the tree with one verified descent whose path is reused for the relink
+// (internal/TreeWriter.h); each write rewrites only the slots whose links change.
+//
 // Invariants:
 //  1. K and V are trivially copyable and of fixed size, with ==; a value's key is KeyOf()(value).
 //  2. Exactly one writer: only the attachment made by MirraMap() or attachShared(name,
@@ -34,9 +45,11 @@
 //     CorruptionDetectedException; it changes nothing, so a walk that ended there can be started
 //     again (it meets the same damage until the writer has dropped it). The writer's insert or
 //     erase that meets damage instead reports every damaged slot and index entry, rebuilds the
-//     table without them, and then does its work: it never throws for corruption. Growth (a
-//     rebuild) likewise drops and reports damaged slots; nothing damaged is ever copied. A writer
-//     that attaches to a shared table checks it whole and rebuilds it when it finds damage.
+//     table without them, and then does its work: it never throws for corruption. Growth
+//     verifies every slot it copies and every index entry it leaves behind, and damage met there
+//     is repaired the same way; nothing damaged is ever copied. A writer that attaches to a shared
+//     table checks it whole and rebuilds it when it finds damage; a growth that a writer left
+//     unfinished (it died) is started afresh by the next one.
 //  5. Iteration is in ascending key order. An iterator holds a copy of the member it stands on and
 //     advances to the smallest key greater than that copy's key in the table as it is then. So a
 //     writer may change the table between steps: erasing the current member, inserting behind or
@@ -87,6 +100,7 @@
 #include "framework/Mirra/CorruptionDetectedException.h"
 #include "framework/Mirra/internal/HashIndex.h"
 #include "framework/Mirra/internal/HeapTableMemory.h"
+#include "framework/Mirra/internal/NextGeneration.h"
 #include "framework/Mirra/internal/OrderedTree.h"
 #include "framework/Mirra/internal/SharedTableMemory.h"
 #include "framework/Mirra/internal/SharedWord.h"
@@ -94,6 +108,7 @@
 #include "framework/Mirra/internal/TableDamage.h"
 #include "framework/Mirra/internal/TableHeader.h"
 #include "framework/Mirra/internal/TableLayout.h"
+#include "framework/Mirra/internal/TreeWriter.h"
 #include "framework/Mirra/internal/WriterWait.h"
 
 namespace Mirra {
@@ -198,10 +213,12 @@ class MirraMap {
   bool insert(const V& value) {
     requireWriter("insert");
     const WriteScope scope(this);
+    prefetchHome(KeyOf()(value));
     try {
+      advanceGeneration();
       return insertIntact(value);
     } catch (const WriterMetDamage&) {
-      rebuild(layout_.header->slots);
+      rebuild();
       return insertIntact(value);
     }
   }
@@ -212,11 +229,13 @@ class MirraMap {
   bool erase(const K& key) {
     requireWriter("erase");
     const WriteScope scope(this);
+    prefetchHome(key);
     try {
+      advanceGeneration();
       return eraseIntact(key);
     } catch (const WriterMetDamage&) {
       bool droppedKey = false;
-      rebuild(layout_.header->slots, &key, &droppedKey);
+      rebuild(&key, &droppedKey);
       return eraseIntact(key) || droppedKey;
     }
   }
@@ -320,6 +339,7 @@ class MirraMap {
   // other attachments keep the table as it is (a shared writer's lock is released).
   void detach() {
     debugReport(false, "MirraMap::detach() ");
+    next_.giveUp();
     layout_ = Layout{};  // its memory may go with the old attachment
     memory_ = std::make_shared<internal::HeapTableMemory>();
     concurrency_ = Concurrency::none;
@@ -377,7 +397,8 @@ class MirraMap {
   }
 
   // A new generation of `slots` slots, empty, not yet published; counters carried over from the
-  // current one.
+  // current one. The memory arrives zeroed, which is an empty index (internal/HashIndex.h), and
+  // slots past `filled` are never read, so only the header is written.
   Layout prepare(std::size_t slots) {
     unsigned char* base = memory_->prepare(bytesFor(slots));
     auto* header = reinterpret_cast<internal::TableHeader*>(base);
@@ -390,15 +411,12 @@ class MirraMap {
     header->entries = slots * 2;
     const Layout layout = layoutOf(base);
     internal::storeRelaxed(&header->root, kNoSlot);
+    internal::storeRelaxed(&header->freeSlot, kNoSlot);
     if (layout_.header) {
       const internal::TableHeader& old = *layout_.header;
       internal::storeRelaxed(&header->changes, (internal::loadRelaxed(&old.changes) | 1) + 1);
       internal::storeRelaxed(&header->ready, internal::loadRelaxed(&old.ready));
       internal::storeRelaxed(&header->advertised, internal::loadRelaxed(&old.advertised));
-    }
-    // Slots past `filled` are never read, so only the index needs its empty entries.
-    for (std::size_t at = 0; at < slots * 2; ++at) {
-      Index::storeEntry(layout, at, Index::entryFor(Index::kEmptyEntry, 0, at));
     }
     return layout;
   }
@@ -422,7 +440,7 @@ class MirraMap {
     }
     if (damagedAnywhere()) {
       const WriteScope scope(this);
-      rebuild(layout_.header->slots);
+      rebuild();
     }
   }
   bool damagedAnywhere() const {
@@ -434,17 +452,35 @@ class MirraMap {
     const std::size_t filled = internal::loadRelaxed(&header.filled);
     const Slots slots = slotsOf(layout_);
     std::size_t used = 0;
+    std::size_t erased = 0;
     for (std::size_t at = 0; at < filled; ++at) {
       Slot slot;
       if (!slots.readWhole(static_cast<SlotIndex>(at), &slot) || !Slots::intact(slot)) {
         return true;
       }
       if (slot.state == SlotState::used) ++used;
+      if (slot.state == SlotState::erased) ++erased;
     }
+    std::size_t tombstones = 0;
     for (std::size_t at = 0; at < header.entries; ++at) {
-      if (!Index::entryIntact(Index::entryAt(layout_, at), at)) return true;
+      const IndexEntry entry = Index::entryAt(layout_, at);
+      if (!Index::entryIntact(entry, at)) return true;
+      if (entry.slot == Index::kErasedEntry) ++tombstones;
     }
-    return used != internal::loadRelaxed(&header.used);
+    if (used != internal::loadRelaxed(&header.used) ||
+        tombstones != internal::loadRelaxed(&header.tombstones)) {
+      return true;
+    }
+    // Every erased slot is on the free list, once.
+    std::size_t listed = 0;
+    for (auto at = static_cast<SlotIndex>(internal::loadRelaxed(&header.freeSlot)); at != kNoSlot;
+         ++listed) {
+      if (at >= filled || listed == erased) return true;
+      const Slot slot = slots.slotAt(at);
+      if (slot.state != SlotState::erased) return true;
+      at = slot.left;
+    }
+    return listed != erased;
   }
 
   // --- the parts of a generation ---
@@ -452,9 +488,11 @@ class MirraMap {
   Slots slotsOf(const Layout& layout) const { return Slots(layout.slots, *memory_); }
   Tree tree() const { return Tree(layout_, *memory_, midWriteHook_); }
 
-  // Writer: replaces slot `at` (see internal/SlotArray.h).
+  // Writer: replaces slot `at` (see internal/SlotArray.h), in the next generation too when it
+  // holds a copy of the slot already.
   void writeSlot(SlotIndex at, const Slot& contents) {
     slotsOf(layout_).write(at, contents, midWriteHook_);
+    next_.slotWritten(at, contents, *memory_);
   }
   // Writer's own reads: nobody else writes, so a slot held odd was left by a dead writer.
   Slot slotAt(SlotIndex index) const { return slotsOf(layout_).slotAt(index); }
@@ -636,9 +674,46 @@ class MirraMap {
   // Every slot whose links or key the writer is about to rely on is verified first; finding
   // damage throws WriterMetDamage, and the caller rebuilds and starts over.
 
+  // Moves the next generation on by one step, first starting one when the table is crowded (half
+  // its slots handed out, none free) or its index littered (erased entries reach a quarter of the
+  // slots); publishes it once complete. A generation starts with at most half of the slots handed
+  // out and each step copies more slots than a write can add, so it is complete long before the
+  // current generation is full. Each write also unmaps a piece of the memory of generations
+  // replaced before (internal/TableMemory.h).
+  void advanceGeneration() {
+    memory_->releaseRetired();
+    const internal::TableHeader& header = *layout_.header;
+    if (!next_.active()) {
+      const std::size_t slots = header.slots;
+      const bool crowded = filled() * 2 >= slots && freeSlot() == kNoSlot;
+      const bool littered = internal::loadRelaxed(&header.tombstones) * 4 >= slots;
+      if (!crowded && !littered) return;
+      next_.begin(prepare(filled() * 2 >= slots ? slots * 2 : slots));
+    }
+    if (!next_.step(layout_, *memory_)) return;
+    layout_ = next_.finish(layout_);
+    publish();
+  }
+
+  // The key's home index entry is most likely far from anything recently read; asking for it
+  // first lets its cache miss overlap the generation step.
+  // Inlined at once, so that the compiler does not take the call for one without effect.
+  [[gnu::always_inline]] void prefetchHome(const K& key) const {
+    __builtin_prefetch(layout_.index + (Hash()(key) & (layout_.header->entries - 1)));
+  }
+
+  SlotIndex freeSlot() const {
+    return static_cast<SlotIndex>(internal::loadRelaxed(&layout_.header->freeSlot));
+  }
+  void freeSlotIs(SlotIndex slot) { internal::storeRelease(&layout_.header->freeSlot, slot); }
+  void tombstonesAre(std::uint64_t count) {
+    internal::storeRelease(&layout_.header->tombstones, count);
+  }
+  std::uint64_t tombstones() const { return internal::loadRelaxed(&layout_.header->tombstones); }
+
   bool insertIntact(const V& value) {
     const K& key = KeyOf()(value);
-    Probe probe = probeFor(key);
+    const Probe probe = probeFor(key);
     if (probe.damage.found()) throw WriterMetDamage();
     if (probe.slot != kNoSlot) {
       if (probe.value == value) return false;
@@ -648,64 +723,102 @@ class MirraMap {
       writeSlot(probe.slot, slot);
       return true;
     }
-    const std::size_t size = layout_.header->slots;
-    if (filled() == size) {
-      rebuild((used() + 1) * 2 > size ? size * 2 : size);
-      probe = probeFor(key);
-      if (probe.damage.found() || probe.freeEntry == kNoEntry) throw WriterMetDamage();
+    if (freeSlot() == kNoSlot && filled() == layout_.header->slots) {
+      // Growth keeps ahead of this (see advanceGeneration); were it ever behind, the table grows
+      // at once rather than write past its slots.
+      rebuild();
+      return insertIntact(value);
     }
-    // The path the new member takes down the tree is checked before anything changes, so a
-    // damaged path leaves the table as it was.
-    Damage damage;
-    descend(Bound::atOrAfter, key, &damage);
-    if (damage.found()) throw WriterMetDamage();
-    beginWrite();
-    place(value, Index::hashTagOf(key), probe.freeEntry);
+    // An index without an empty or erased entry on the key's way is full, which growth prevents;
+    // a rebuild gives it room.
+    if (probe.freeEntry == kNoEntry) throw WriterMetDamage();
+    place(value, probe.freeEntry);
     return true;
   }
 
-  // Puts value into the next unused slot, its node into the tree and then its index entry, so
-  // that a reader who finds the entry finds the slot whole.
-  void place(const V& value, std::uint16_t tag, std::size_t entry) {
-    const SlotIndex at = static_cast<SlotIndex>(filled());
+  // Puts value into a free slot (or the next unused one), its node into the tree and then its
+  // index entry, so that a reader who finds the entry finds the slot whole. The free slot and the
+  // tree path are verified before anything changes, so damage there leaves the table as it was.
+  void place(const V& value, std::size_t entry) {
+    const K& key = KeyOf()(value);
+    const Slots slots = slotsOf(layout_);
+    const std::size_t handedOut = filled();
+    const SlotIndex reused = freeSlot();
+    SlotIndex nextFree = kNoSlot;
+    if (reused != kNoSlot) {
+      Slot free;
+      if (reused >= handedOut || !slots.readWhole(reused, &free) || !Slots::intact(free) ||
+          free.state != SlotState::erased) {
+        throw WriterMetDamage();
+      }
+      nextFree = free.left;
+    }
+    const SlotIndex at = reused != kNoSlot ? reused : static_cast<SlotIndex>(handedOut);
+    if (reused == kNoSlot) {
+      internal::touchForWriting(layout_.slots + static_cast<std::size_t>(at) * kSlotWords);
+    }
     Slot slot = Slots::blank(SlotState::used);
     std::memcpy(static_cast<void*>(&slot.value), &value, sizeof(V));
-    writeSlot(at, slot);
-    countersAre(at + 1, used());
-    beginRelink();
-    const K& key = KeyOf()(value);
     Tree order = tree();
-    order.rootIs(order.linkUnder(order.root(), at, key, Tree::priorityOf(key)));
+    const SlotIndex root = treeWriter_.planInsert(slots, handedOut, order.root(), at, slot);
+    const auto& changes = treeWriter_.changes();
+    beginWrite();
+    writeSlot(at, changes.front().image);  // linked from nowhere yet
+    if (reused != kNoSlot) {
+      freeSlotIs(nextFree);
+    } else {
+      countersAre(handedOut + 1, used());
+    }
+    beginRelink();
+    for (auto change = changes.begin() + 1; change != changes.end(); ++change) {
+      writeSlot(change->slot, change->image);
+    }
+    order.rootIs(root);
     settleWord(&layout_.header->structure);
-    Index::storeEntry(layout_, entry, Index::entryFor(at, tag, entry));
+    if (Index::entryAt(layout_, entry).slot == Index::kErasedEntry) tombstonesAre(tombstones() - 1);
+    Index::storeEntry(layout_, entry, Index::entryFor(at, Index::hashTagOf(key), entry));
+    next_.memberEntered(at, key, *memory_);
     countersAre(filled(), used() + 1);
   }
 
   // The index entry goes before the slot is cleared, so that a reader who still finds the entry
-  // finds the member or, once it is cleared, an entry that has moved on.
+  // finds the member or, once it is cleared, an entry that has moved on. The cleared slot heads
+  // the free list.
   bool eraseIntact(const K& key) {
     const Probe probe = probeFor(key);
     if (probe.damage.found()) throw WriterMetDamage();
     if (probe.slot == kNoSlot) return false;
+    Tree order = tree();
+    SlotIndex removed = kNoSlot;
+    const SlotIndex root =
+        treeWriter_.planErase(slotsOf(layout_), filled(), order.root(), key, &removed);
+    if (removed != probe.slot) throw WriterMetDamage();  // the index and the tree disagree
     beginWrite();
     beginRelink();
-    Tree order = tree();
-    order.rootIs(order.unlinkUnder(order.root(), key));
+    for (const auto& change : treeWriter_.changes()) writeSlot(change.slot, change.image);
+    order.rootIs(root);
     settleWord(&layout_.header->structure);
     Index::storeEntry(layout_, probe.entry, Index::entryFor(Index::kErasedEntry, 0, probe.entry));
-    writeSlot(probe.slot, Slots::blank(SlotState::erased));
+    tombstonesAre(tombstones() + 1);
+    next_.memberRemoved(probe.slot, key, *memory_);
+    Slot cleared = Slots::blank(SlotState::erased);
+    cleared.left = freeSlot();
+    writeSlot(probe.slot, cleared);
+    freeSlotIs(probe.slot);
     countersAre(filled(), used() - 1);
     return true;
   }
 
-  // Rebuilds the table into a new generation of `size` slots from the intact members, reporting
-  // and dropping every damaged slot and index entry; the old tree links and index are not
-  // trusted. The members go into the new slots in key order, and the tree is built over them in
+  // Rebuilds the table into a new generation from the intact members, reporting and dropping
+  // every damaged slot and index entry; the old tree links, index and free list are not trusted.
+  // The new generation keeps the slot count, doubled when the members would fill more than half
+  // of it. The members go into the new slots in key order, and the tree is built over them in
   // one pass, each slot written once. Readers keep the old generation until they see the new one
-  // published. When watchKey is given, *droppedWatchKey tells whether a dropped slot's key bytes
-  // named it.
-  void rebuild(std::size_t size, const K* watchKey = nullptr, bool* droppedWatchKey = nullptr) {
+  // published; a generation under way is given up. When watchKey is given, *droppedWatchKey
+  // tells whether a dropped slot's key bytes named it.
+  void rebuild(const K* watchKey = nullptr, bool* droppedWatchKey = nullptr) {
     settle();
+    next_.giveUp();
     const Layout old = layout_;
     for (std::size_t at = 0; at < old.header->entries; ++at) {
       if (!Index::entryIntact(Index::entryAt(old, at), at)) {
@@ -713,6 +826,8 @@ class MirraMap {
       }
     }
     std::vector<V> members = intactMembers(old, watchKey, droppedWatchKey);
+    std::size_t size = old.header->slots;
+    while ((members.size() + 1) * 2 > size) size *= 2;
     layout_ = prepare(size);
     Tree order = tree();
     order.rootIs(order.build(members));
@@ -767,6 +882,9 @@ class MirraMap {
   // Test seam (set through testing::MirraMapBackdoor only): runs inside every slot write, after
   // the slot is marked busy and before its contents change.
   std::function<void()> midWriteHook_;
+  // Writer only: the generation being filled, and the buffers of tree changes.
+  internal::NextGeneration<K, V, KeyOf, Hash> next_;
+  internal::TreeWriter<K, V, KeyOf, Hash> treeWriter_;
 };
 
 }  // namespace Mirra

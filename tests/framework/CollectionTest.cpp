@@ -5,6 +5,7 @@
 
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/framework/KelTestEntities.h"
@@ -33,6 +34,42 @@ TEST(Collection, Ordered_DeleteCurrentWhileIterating_VisitsEveryOtherMemberOnce)
   EXPECT_EQ(seen, (std::vector<std::string>{"a", "b", "c", "d", "e"}));
   ASSERT_EQ(garage->car().size(), 1u);
   EXPECT_TRUE(garage->car("c"));
+}
+
+TEST(Collection, Ordered_SetAboveBelowAndOverLastKey_OrderAndChangeReportsKept) {
+  Kel::OrderedCollection<int, int> queue;
+  EXPECT_TRUE(queue.set(10, 1));
+  EXPECT_TRUE(queue.set(30, 3));   // above every key
+  EXPECT_TRUE(queue.set(20, 2));   // between
+  EXPECT_FALSE(queue.set(30, 3));  // the last key, same value
+  EXPECT_TRUE(queue.set(30, 4));   // the last key, new value
+  EXPECT_TRUE(queue.set(5, 0));    // below every key
+  std::vector<std::pair<int, int>> seen;
+  for (const auto& member : queue) seen.push_back(member);
+  EXPECT_EQ(seen, (std::vector<std::pair<int, int>>{{5, 0}, {10, 1}, {20, 2}, {30, 4}}));
+}
+
+TEST(Collection, Ordered_WalkErasingFirstAndInnerMembers_ContinuesAtNextKey) {
+  Kel::OrderedCollection<int, int> queue;
+  for (int key = 1; key <= 6; ++key) queue.set(key, key);
+  std::vector<int> seen;
+  for (auto at = queue.lowerBound(3); at != queue.end(); ++at) {
+    const int key = (*at).first;
+    seen.push_back(key);
+    EXPECT_TRUE(queue.erase(key));
+    // The first member, behind the walk; then the next member, ahead of it.
+    if (key == 3) {
+      EXPECT_TRUE(queue.erase(1));
+    }
+    if (key == 4) {
+      EXPECT_TRUE(queue.erase(5));
+    }
+  }
+  EXPECT_EQ(seen, (std::vector<int>{3, 4, 6}));
+  EXPECT_FALSE(queue.erase(4));
+  std::vector<int> left;
+  for (const auto& [key, value] : queue) left.push_back(key);
+  EXPECT_EQ(left, std::vector<int>{2});
 }
 
 TEST(Collection, Hash_DeleteCurrentWhileIterating_VisitsEveryMemberOnce) {

@@ -472,6 +472,175 @@ TEST_F(MirraMapCorruption, CallerHandsCaughtMessageBack_OneReportPerDetection) {
   EXPECT_EQ(table.corruptions(), 2u);
 }
 
+// Growth spread over writes: a table whose next generation is being filled, a few slots per
+// write, while readers read the current one.
+class MirraMapGrowth : public ::testing::Test {
+ protected:
+  // Keys in a scattered order, so that the tree is relinked all over.
+  static IpGenPrefix key(std::uint32_t i) {
+    return IpGenPrefix(IpGenAddr::ip4(0xe0000000u + ((i * 2654435761u) & 0x00ffffffu)), 32);
+  }
+  void SetUp() override {
+    while (!MirraMapBackdoor::growing(table)) add(next++);
+    table.corruptionHandlerIs([this](const std::string& message) { handled.push_back(message); });
+  }
+  void add(std::uint32_t i, std::uint32_t payload = 0) {
+    table.insert(Entry{key(i), payload});
+    oracle[key(i)] = payload;
+  }
+  void drop(const IpGenPrefix& gone) {
+    table.erase(gone);
+    oracle.erase(gone);
+  }
+  // Adds keys until the growth is published; returns how many writes that took.
+  int addUntilGrown() {
+    int writes = 0;
+    for (; MirraMapBackdoor::growing(table); ++writes) add(next++);
+    return writes;
+  }
+  void expectReaderSeesOracle(const Table& reader) {
+    ASSERT_EQ(keysOf(reader), keysOf(oracle));
+    for (const auto& [present, payload] : oracle)
+      ASSERT_EQ(reader.lookup(present).payload, payload);
+    ASSERT_EQ(reader.members(), oracle.size());
+  }
+  // A member whose slot is already copied (or not yet), or none.
+  IpGenPrefix memberWhoseSlot(bool copied) const {
+    const auto done = static_cast<long>(MirraMapBackdoor::copiedSlots(table));
+    for (const auto& [member, payload] : oracle) {
+      if ((MirraMapBackdoor::slotOf(table, member) < done) == copied) return member;
+    }
+    return IpGenPrefix();
+  }
+
+  Table table;
+  std::map<IpGenPrefix, std::uint32_t> oracle;
+  std::uint32_t next = 0;
+  std::vector<std::string> handled;
+};
+
+TEST_F(MirraMapGrowth, StartsAtHalfFull_PublishedBeforeFullWithTwiceTheSlots) {
+  EXPECT_EQ(MirraMapBackdoor::slots(table), 16u);
+  EXPECT_EQ(oracle.size(), 9u);  // the ninth key found half the slots handed out
+  EXPECT_EQ(MirraMapBackdoor::copiedSlots(table), 4u);
+  const int writes = addUntilGrown();
+  EXPECT_EQ(writes, 2);  // four slots per write: 8, then the 10 handed out by then
+  EXPECT_EQ(MirraMapBackdoor::slots(table), 32u);
+  EXPECT_EQ(oracle.size(), 11u);
+  EXPECT_TRUE(handled.empty());
+}
+
+TEST_F(MirraMapGrowth, ReaderDuringGrowth_SeesEveryMemberAfterEachWrite) {
+  for (std::uint32_t i = 0; i < 300; ++i) add(next++);
+  while (!MirraMapBackdoor::growing(table)) add(next++);
+  const std::size_t slotsBefore = MirraMapBackdoor::slots(table);
+  const Table reader = table.reader();
+  int writes = 0;
+  for (; MirraMapBackdoor::growing(table); ++writes) {
+    add(next, next % 7);
+    ++next;
+    ASSERT_NO_FATAL_FAILURE(expectReaderSeesOracle(reader));
+  }
+  EXPECT_GE(writes, 20);
+  EXPECT_EQ(MirraMapBackdoor::slots(table), slotsBefore * 2);
+  expectReaderSeesOracle(reader);
+}
+
+TEST_F(MirraMapGrowth, EraseAndReplaceOfCopiedAndUncopiedMembers_KeptThroughPublication) {
+  for (std::uint32_t i = 0; i < 300; ++i) add(next++);
+  while (!MirraMapBackdoor::growing(table)) add(next++);
+  add(next++);  // a few slots copied
+  const IpGenPrefix copiedGone = memberWhoseSlot(true);
+  const IpGenPrefix uncopiedGone = memberWhoseSlot(false);
+  drop(copiedGone);
+  drop(uncopiedGone);
+  const IpGenPrefix copiedKept = memberWhoseSlot(true);
+  const IpGenPrefix uncopiedKept = memberWhoseSlot(false);
+  ASSERT_FALSE(copiedGone == uncopiedGone || copiedKept == uncopiedKept);
+  table.insert(Entry{copiedKept, 41});
+  oracle[copiedKept] = 41;
+  table.insert(Entry{uncopiedKept, 42});
+  oracle[uncopiedKept] = 42;
+  add(next++, 43);  // reuses the slot freed last
+  add(next++, 44);  // and the one before
+  addUntilGrown();
+  EXPECT_EQ(table.lookup(copiedGone), Entry());
+  EXPECT_EQ(table.lookup(uncopiedGone), Entry());
+  EXPECT_EQ(table.lookup(copiedKept).payload, 41u);
+  EXPECT_EQ(table.lookup(uncopiedKept).payload, 42u);
+  expectReaderSeesOracle(table);
+  EXPECT_TRUE(handled.empty());
+}
+
+TEST_F(MirraMapGrowth, IterationAndLowerBoundDuringGrowth_AscendingAndComplete) {
+  for (std::uint32_t i = 0; i < 300; ++i) add(next++);
+  while (!MirraMapBackdoor::growing(table)) add(next++);
+  const std::map<IpGenPrefix, std::uint32_t> before = oracle;
+  std::vector<IpGenPrefix> seen;
+  for (auto at = table.begin(); at != table.end(); ++at) {
+    seen.push_back(at->key);
+    add(next++);  // moves the growth on between steps, ahead of or behind the walk
+    const IpGenPrefix probe = key(next * 7);
+    const auto expected = oracle.lower_bound(probe);
+    const auto found = table.lowerBound(probe);
+    ASSERT_EQ(found == table.end(), expected == oracle.end());
+    if (found != table.end()) {
+      ASSERT_EQ(found->key, expected->first);
+    }
+  }
+  EXPECT_FALSE(MirraMapBackdoor::growing(table));
+  for (std::size_t i = 1; i < seen.size(); ++i) ASSERT_LT(seen[i - 1], seen[i]);
+  const std::set<IpGenPrefix> seenSet(seen.begin(), seen.end());
+  for (const auto& [member, payload] : before) EXPECT_EQ(seenSet.count(member), 1u) << member;
+}
+
+TEST_F(MirraMapGrowth, DamagedSlotNotYetCopied_ReportedWhenMetAndTableRebuilt) {
+  const IpGenPrefix damaged = memberWhoseSlot(false);
+  const std::string message = "slot " + std::to_string(MirraMapBackdoor::slotOf(table, damaged)) +
+                              " of 16 fails its checksum";
+  ASSERT_TRUE(MirraMapBackdoor::damageValue(table, damaged));
+  oracle.erase(damaged);
+  add(next++);
+  EXPECT_EQ(handled, std::vector<std::string>{message});
+  EXPECT_EQ(table.lookup(damaged), Entry());
+  expectReaderSeesOracle(table);
+  addUntilGrown();
+  expectReaderSeesOracle(table);
+  EXPECT_EQ(handled.size(), 1u);
+}
+
+TEST_F(MirraMapGrowth, DamagedIndexEntryNotYetVerified_ReportedAndRepaired) {
+  IpGenPrefix damaged;
+  for (const auto& [member, payload] : oracle) {
+    const long entry = MirraMapBackdoor::entryOf(table, member);
+    if (entry >= static_cast<long>(MirraMapBackdoor::checkedEntries(table))) damaged = member;
+  }
+  ASSERT_FALSE(damaged == IpGenPrefix());
+  const std::string message = "index entry " +
+                              std::to_string(MirraMapBackdoor::entryOf(table, damaged)) + " of " +
+                              std::to_string(MirraMapBackdoor::entries(table)) + " fails its check";
+  ASSERT_TRUE(MirraMapBackdoor::damageEntry(table, damaged));
+  addUntilGrown();
+  EXPECT_EQ(handled, std::vector<std::string>{message});
+  expectReaderSeesOracle(table);
+}
+
+TEST(MirraMap, ManyErasesAndInserts_SlotsReusedTableKeepsItsSize) {
+  Table table;
+  for (std::uint32_t i = 0; i < 100; ++i)
+    table.insert(Entry{IpGenPrefix(IpGenAddr::ip4(i), 32), i});
+  const std::size_t slots = MirraMapBackdoor::slots(table);
+  for (std::uint32_t i = 100; i < 20000; ++i) {
+    table.erase(IpGenPrefix(IpGenAddr::ip4(i - 100), 32));
+    table.insert(Entry{IpGenPrefix(IpGenAddr::ip4(i), 32), i});
+  }
+  EXPECT_EQ(MirraMapBackdoor::slots(table), slots);
+  EXPECT_EQ(table.members(), 100u);
+  std::uint32_t expected = 19900;
+  for (const Entry& member : table) EXPECT_EQ(member.payload, expected++);
+  EXPECT_EQ(expected, 20000u);
+}
+
 TEST(MirraMap, ReaderAttachment_RefusesWrites) {
   Table table;
   Table reader = table.reader();

@@ -91,8 +91,7 @@ struct KeyWalk {
 pid_t writerStoppedInsideWrite(const std::string& name, std::uint64_t entries,
                                std::uint64_t victim) {
   const pid_t child = MirraShmTest::forkChild([&] {
-    Table writer = Table::attachShared(name, AttachMode::singleWriter);
-    for (std::uint64_t key = 0; key < entries; ++key) writer.insert(recordFor(key, 1));
+    Table writer = MirraShmTest::filledWriter(name, entries, 1);
     MirraMapBackdoor::midWriteHookIs(writer, [] { raise(SIGSTOP); });
     writer.insert(recordFor(victim, 2));
     return 0;
@@ -164,7 +163,7 @@ TEST_F(MirraShmConcurrency, WriterKilledMidWrite_HalfWrittenSlotReportedNewWrite
     EXPECT_EQ(reader.lookup(key), recordFor(key, 1)) << key;
   }
   const long slot = MirraMapBackdoor::slotOf(reader, kVictim);
-  const std::string expected = "slot " + std::to_string(slot) + " of 1024 was left half-written";
+  const std::string expected = "slot " + std::to_string(slot) + " of 2048 was left half-written";
   try {
     reader.lookup(kVictim);
     FAIL() << "the half-written slot was read";
@@ -178,7 +177,7 @@ TEST_F(MirraShmConcurrency, WriterKilledMidWrite_HalfWrittenSlotReportedNewWrite
   EXPECT_EQ(Kel::TraceRing::instance().lines("Debug"),
             (std::vector<std::string>{
                 "MirraMap::corruptionDetected() " + expected,
-                "MirraMap::attach() " + segment.name() + " as writer members:999 slots:1024"}));
+                "MirraMap::attach() " + segment.name() + " as writer members:999 slots:2048"}));
   EXPECT_TRUE(writer.insert(recordFor(kVictim, 2)));
   EXPECT_EQ(reader.lookup(kVictim), recordFor(kVictim, 2));
   EXPECT_EQ(reader.members(), kEntries);
@@ -208,9 +207,10 @@ TEST_F(MirraShmConcurrency, ReaderMeetsSlotOfStoppedWriter_WaitsAndReadsNewValue
   EXPECT_EQ(reader.members(), kEntries);
 }
 
+// From 2048 slots to 524288: eight generations, each filled while the reader reads the one before.
 TEST_F(MirraShmConcurrency, GrowthWhileReaderReads_ReaderFollowsAndSeesEveryCountedKey) {
   constexpr std::uint64_t kStart = 1000;
-  constexpr std::uint64_t kEnd = 2000000;
+  constexpr std::uint64_t kEnd = 200000;
   Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
   for (std::uint64_t key = 0; key < kStart; ++key) writer.insert(recordFor(key, 0));
   ReaderProcess reader(segment.name(), [&](const Table& table) {
@@ -249,8 +249,42 @@ TEST_F(MirraShmConcurrency, GrowthWhileReaderReads_ReaderFollowsAndSeesEveryCoun
   std::printf("reader: %llu reads over %llu table sizes\n", reads, sizesSeen);
   EXPECT_EQ(bad, 0u);
   EXPECT_GE(sizesSeen, 2u);
-  EXPECT_EQ(MirraMapBackdoor::slots(writer), 2097152u);
+  EXPECT_EQ(MirraMapBackdoor::slots(writer), 524288u);
   EXPECT_EQ(writer.members(), kEnd);
+}
+
+TEST_F(MirraShmConcurrency, WriterDiedWhileGrowing_NextWriterGrowsAfreshAndReadersSeeAll) {
+  // 1024 slots; growth starts at the 513th key and copies four slots per write, so at 600 keys
+  // it is under way.
+  constexpr std::uint64_t kBefore = 600;
+  constexpr std::uint64_t kAfter = 900;
+  const pid_t child = MirraShmTest::forkChild([&] {
+    const Table writer = MirraShmTest::filledWriter(segment.name(), kBefore, 1);
+    if (!MirraMapBackdoor::growing(writer) || MirraMapBackdoor::slots(writer) != 1024) return 1;
+    raise(SIGKILL);
+    return 0;
+  });
+  EXPECT_EQ(MirraShmTest::waitFor(child), -SIGKILL);
+
+  Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
+  EXPECT_EQ(writer.members(), kBefore);
+  EXPECT_EQ(MirraMapBackdoor::slots(writer), 1024u);
+  EXPECT_FALSE(MirraMapBackdoor::growing(writer));
+  for (std::uint64_t key = kBefore; key < kAfter; ++key) writer.insert(recordFor(key, 2));
+  EXPECT_EQ(MirraMapBackdoor::slots(writer), 2048u);
+  EXPECT_FALSE(MirraMapBackdoor::growing(writer));
+  EXPECT_EQ(writer.corruptions(), 0u);
+  const std::string seen = MirraShmTest::answerFromChild([&] {
+    const Table reader = Table::attachShared(segment.name(), AttachMode::reader);
+    std::uint64_t expectedKey = 0;
+    std::uint64_t wrong = 0;
+    for (const Record& record : reader) {
+      const std::uint64_t round = expectedKey < kBefore ? 1 : 2;
+      if (!(record == recordFor(expectedKey++, round))) ++wrong;
+    }
+    return std::to_string(expectedKey) + " keys in order, " + std::to_string(wrong) + " wrong";
+  });
+  EXPECT_EQ(seen, "900 keys in order, 0 wrong");
 }
 
 }  // namespace

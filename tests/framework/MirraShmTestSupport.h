@@ -64,6 +64,13 @@ inline bool wholeRecordOf(const Record& record, std::uint64_t key) {
          record == recordFor(key, record.round);
 }
 
+// The writer of the shared table `name`, holding keys [0, count) written in `round`.
+inline Table filledWriter(const std::string& name, std::uint64_t count, std::uint64_t round) {
+  Table writer = Table::attachShared(name, Mirra::AttachMode::singleWriter);
+  for (std::uint64_t key = 0; key < count; ++key) writer.insert(recordFor(key, round));
+  return writer;
+}
+
 // A table name unique to this process and test; its segments go when the guard goes.
 class SegmentGuard {
  public:

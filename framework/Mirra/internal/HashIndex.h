@@ -15,6 +15,9 @@
 //     entry that names a slot is seen after the slot's contents.
 //  3. A probe that finds no key ends at the first empty entry; freeEntry is the first empty or
 //     erased entry on its way, where the key would go.
+//  4. Zeroed memory is an index of empty entries, so a new generation's index needs no writes.
+//     (A word zeroed whole by a stray write therefore reads as empty too; a single damaged byte
+//     still fails the check.)
 
 #include <cstddef>
 #include <cstdint>
@@ -65,8 +68,11 @@ class HashIndex {
     Damage damage;
   };
 
+  // An entry is stored exclusive-or'ed with the empty entry of its position, so that the all-zero
+  // word of fresh memory reads as an empty entry whose check holds; a damaged byte still fails
+  // the check, since the exclusive-or changes no difference between two words.
   static Entry entryAt(const TableLayout& layout, std::size_t at) {
-    const std::uint64_t word = loadAcquire(layout.index + at);
+    const std::uint64_t word = loadAcquire(layout.index + at) ^ emptyWordAt(at);
     Entry entry;
     std::memcpy(&entry, &word, sizeof(entry));
     return entry;
@@ -74,7 +80,7 @@ class HashIndex {
   static void storeEntry(const TableLayout& layout, std::size_t at, Entry entry) {
     std::uint64_t word;
     std::memcpy(&word, &entry, sizeof(word));
-    storeRelease(layout.index + at, word);
+    storeRelease(layout.index + at, word ^ emptyWordAt(at));
   }
 
   // Each 16-bit word of slot and tag is weighted by an odd number, which is invertible modulo
@@ -90,6 +96,12 @@ class HashIndex {
   }
   static bool entryIntact(const Entry& entry, std::size_t position) {
     return entry.check == checkOf(entry.slot, entry.tag, position);
+  }
+  static std::uint64_t emptyWordAt(std::size_t position) {
+    const Entry empty = entryFor(kEmptyEntry, 0, position);
+    std::uint64_t word;
+    std::memcpy(&word, &empty, sizeof(word));
+    return word;
   }
 
   // The bits that do not pick the home entry.

@@ -11,9 +11,8 @@
 //     member) and gives up, with the damage, on the first that fails or when the walk gets longer
 //     than the slots that exist. It makes no allowance for a writer at work (the caller retries
 //     where one may be).
-//  3. Writer side: every slot whose links or key a change relies on is verified first, and
-//     finding damage throws WriterMetDamage before anything is changed on that step. Each slot is
-//     written whole through SlotArray::write, so readers never see a torn node.
+//  3. build() writes each slot whole through SlotArray::write, so readers never see a torn node;
+//     the writer's changes to a built tree are planned by TreeWriter.h.
 
 #include <cstddef>
 #include <cstdint>
@@ -107,49 +106,6 @@ class OrderedTree {
     return best;
   }
 
-  // Puts the member in slot `member` (key, priority) into the subtree under `top`; returns the
-  // subtree's root. Each slot on the way is read once. Only the new member can rise above its
-  // parent: every other node already sits below one of higher priority.
-  // REQUIRES: the path from top down is intact (the caller descended it first).
-  SlotIndex linkUnder(SlotIndex top, SlotIndex member, const K& key, std::uint32_t priority) {
-    if (top == kNoSlot) return member;
-    Slot slot = slots_.slotAt(top);
-    const bool left = key < KeyOf()(slot.value);
-    SlotIndex& link = left ? slot.left : slot.right;
-    const SlotIndex child = linkUnder(link, member, key, priority);
-    const bool rises = child == member && priority > priorityOf(KeyOf()(slot.value));
-    if (!rises) {
-      if (link != child) {
-        link = child;
-        writeSlot(top, slot);
-      }
-      return top;
-    }
-    // Rotation: the member takes top's place, top becomes its child on the other side.
-    Slot raised = slots_.slotAt(member);
-    SlotIndex& across = left ? raised.right : raised.left;
-    link = across;
-    across = top;
-    writeSlot(top, slot);
-    writeSlot(member, raised);
-    return member;
-  }
-
-  // Takes key's member out of the subtree under `top`; returns the subtree's root.
-  // REQUIRES: key is a member.
-  SlotIndex unlinkUnder(SlotIndex top, const K& key) {
-    requireIntact(top);
-    if (key < keyAt(top)) {
-      linkLeft(top, unlinkUnder(slots_.slotAt(top).left, key));
-      return top;
-    }
-    if (keyAt(top) < key) {
-      linkRight(top, unlinkUnder(slots_.slotAt(top).right, key));
-      return top;
-    }
-    return unlinkTop(top);
-  }
-
   // Writes sorted members into slots 0..n-1 as a treap (a Cartesian tree over their priorities,
   // built with a stack of the right spine); returns its root.
   SlotIndex build(const std::vector<V>& members) {
@@ -182,61 +138,6 @@ class OrderedTree {
  private:
   std::size_t filled() const { return loadAcquire(&header_->filled); }
   void writeSlot(SlotIndex at, const Slot& slot) { slots_.write(at, slot, midWriteHook_); }
-  K keyAt(SlotIndex index) const { return KeyOf()(slots_.slotAt(index).value); }
-  std::uint32_t priorityAt(SlotIndex index) const { return priorityOf(keyAt(index)); }
-
-  void requireIntact(SlotIndex index) const {
-    if (index >= filled()) throw WriterMetDamage();
-    Slot slot;
-    if (!slots_.readWhole(index, &slot) || !Slots::intact(slot)) throw WriterMetDamage();
-  }
-
-  void linkLeft(SlotIndex parent, SlotIndex child) {
-    Slot slot = slots_.slotAt(parent);
-    if (slot.left == child) return;
-    slot.left = child;
-    writeSlot(parent, slot);
-  }
-  void linkRight(SlotIndex parent, SlotIndex child) {
-    Slot slot = slots_.slotAt(parent);
-    if (slot.right == child) return;
-    slot.right = child;
-    writeSlot(parent, slot);
-  }
-  // Both return the new root of the subtree.
-  SlotIndex rotateRight(SlotIndex top) {
-    const SlotIndex left = slots_.slotAt(top).left;
-    requireIntact(left);
-    linkLeft(top, slots_.slotAt(left).right);
-    linkRight(left, top);
-    return left;
-  }
-  SlotIndex rotateLeft(SlotIndex top) {
-    const SlotIndex right = slots_.slotAt(top).right;
-    requireIntact(right);
-    linkRight(top, slots_.slotAt(right).left);
-    linkLeft(right, top);
-    return right;
-  }
-
-  // Rotates `top` down below the child with the higher priority until it has at most one child,
-  // then lets that child take its place.
-  SlotIndex unlinkTop(SlotIndex top) {
-    const SlotIndex left = slots_.slotAt(top).left;
-    const SlotIndex right = slots_.slotAt(top).right;
-    if (left == kNoSlot) return right;
-    if (right == kNoSlot) return left;
-    requireIntact(left);
-    requireIntact(right);
-    if (priorityAt(left) > priorityAt(right)) {
-      const SlotIndex raised = rotateRight(top);
-      linkRight(raised, unlinkTop(top));
-      return raised;
-    }
-    const SlotIndex raised = rotateLeft(top);
-    linkLeft(raised, unlinkTop(top));
-    return raised;
-  }
 
   TableHeader* header_;
   Slots slots_;

@@ -173,7 +173,8 @@ unsigned char* SharedTableMemory::current(std::uint64_t* generation) {
 
 unsigned char* SharedTableMemory::prepare(std::size_t bytes) {
   const std::string path = dataPath(loadRelaxed(&control_->generation) + 1);
-  if (prepared_) munmap(prepared_, preparedBytes_);
+  // A generation given up before it was published; its name goes with the unlink below.
+  if (prepared_) retired_.add(prepared_, preparedBytes_);
   prepared_ = nullptr;
   shm_unlink(path.c_str());  // left by a writer that died while building it
   const int fd = shm_open(path.c_str(), O_RDWR | O_CREAT | O_EXCL, 0644);
@@ -193,7 +194,7 @@ unsigned char* SharedTableMemory::prepare(std::size_t bytes) {
 void SharedTableMemory::publish() {
   const std::uint64_t old = loadRelaxed(&control_->generation);
   storeRelease(&control_->generation, old + 1);
-  if (mapped_) munmap(mapped_, mappedBytes_);
+  if (mapped_) retired_.add(mapped_, mappedBytes_);
   mapped_ = prepared_;
   mappedBytes_ = preparedBytes_;
   mappedGeneration_ = old + 1;

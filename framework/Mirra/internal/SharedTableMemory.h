@@ -6,7 +6,9 @@
 // "/N.g<generation>", which holds the table header, the slot array and the hash index. The control
 // segment records the format (key, value and slot sizes) and the current generation; a writer that
 // grows or rebuilds the table fills the next data segment, publishes its number in the control
-// segment, then unlinks the old one (readers that still map it keep their mapping until they move).
+// segment, then unlinks the old one (readers that still map it keep their mapping until they move)
+// and unmaps its own mapping of it a piece per later write. A data segment is sized with
+// ftruncate, which leaves it zeroed without touching its pages.
 //
 // Invariants:
 //  1. At most one writer per table: the writer holds an open-file-description write lock on the
@@ -21,6 +23,7 @@
 #include <cstdint>
 #include <string>
 
+#include "framework/Mirra/internal/RetiredMappings.h"
 #include "framework/Mirra/internal/TableMemory.h"
 
 namespace Mirra {
@@ -48,6 +51,7 @@ class SharedTableMemory : public TableMemory {
   unsigned char* current(std::uint64_t* generation) override;
   unsigned char* prepare(std::size_t bytes) override;
   void publish() override;
+  void releaseRetired() override { retired_.releasePiece(); }
   bool writable() const override { return writer_; }
   bool shared() const override { return true; }
   const std::string& name() const override { return name_; }
@@ -74,6 +78,7 @@ class SharedTableMemory : public TableMemory {
   std::uint64_t mappedGeneration_ = 0;
   unsigned char* prepared_ = nullptr;
   std::size_t preparedBytes_ = 0;
+  RetiredMappings retired_;
 };
 
 // Writes a shared table's report to the system log.

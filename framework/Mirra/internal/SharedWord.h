@@ -25,6 +25,10 @@ inline void storeRelease(std::uint64_t* word, std::uint64_t value) {
 inline void storeRelaxed(std::uint64_t* word, std::uint64_t value) {
   __atomic_store_n(word, value, __ATOMIC_RELAXED);
 }
+// Makes the word's page present and writable without changing it. Fresh table memory is mapped
+// page by page as it is first touched; a page first read is mapped to the shared zero page and
+// faults again when written, so memory about to be written is touched this way first.
+inline void touchForWriting(std::uint64_t* word) { __atomic_fetch_or(word, 0, __ATOMIC_RELAXED); }
 inline void fenceAcquire() { std::atomic_thread_fence(std::memory_order_acquire); }
 inline void fenceRelease() { std::atomic_thread_fence(std::memory_order_release); }
 

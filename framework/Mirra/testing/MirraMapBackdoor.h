@@ -84,6 +84,21 @@ class MirraMapBackdoor {
     return map.layout_.header->slots;
   }
 
+  // Whether the writer `map` is filling a next generation, and how many slots it has copied.
+  template <class Map>
+  static bool growing(const Map& map) {
+    return map.next_.active();
+  }
+  template <class Map>
+  static std::size_t copiedSlots(const Map& map) {
+    return map.next_.copied();
+  }
+  // How many entries of the current index the growth has verified.
+  template <class Map>
+  static std::size_t checkedEntries(const Map& map) {
+    return map.next_.checked();
+  }
+
   // The position of key's index entry, or -1 when key is absent; no verification.
   template <class Map, class K>
   static long entryOf(const Map& map, const K& key) {
