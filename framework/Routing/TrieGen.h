@@ -127,6 +127,8 @@ class TrieGen : public Kel::Entity {
   static_assert(kStrideBits == 16, "Slot::entryBits holds key bits 16..31");
 
   Key keyOf(const Ipkit::IpGenPrefix& prefix) const;
+  // keyOf without the family check, for a caller that has made it already.
+  static Key keyBits(const Ipkit::IpGenPrefix& prefix);
   // The index of the node holding exactly key, or kNil.
   std::uint32_t find(const Key& key) const;
   std::uint32_t nodeNew(std::uint64_t hi, std::uint64_t lo, unsigned len);
