@@ -120,8 +120,10 @@ RpCandidateInfo RpCompute::doComputeRpFromPrefix(const Ipkit::IpGenPrefix& group
 Kel::PtrConst<RpCandidateSet> RpCompute::doLongestPrefixGroupMatch(
     const Ipkit::IpGenPrefix& groupPrefix) {
   KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
-  Ipkit::IpGenPrefix match;
-  if (grpTrie_) match = grpTrie_->longestMatch(groupPrefix);
+  // Initialised, not assigned: the trie's answer is built in place, and the set lookup below
+  // reads it straight from the stores that built it.
+  const Ipkit::IpGenPrefix match =
+      grpTrie_ ? grpTrie_->longestMatch(groupPrefix) : Ipkit::IpGenPrefix();
   if (match.isNull()) {
     KEL_TRACE(trace(), 5,
               __PRETTY_FUNCTION__ << " LPM for " << groupPrefix << " returned NULL prefix");

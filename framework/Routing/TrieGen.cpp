@@ -60,6 +60,10 @@ TrieGen::Key TrieGen::keyOf(const Ipkit::IpGenPrefix& prefix) const {
     os << "trie '" << name_ << "' holds " << af_ << " prefixes: refused '" << prefix << "'";
     throw Kel::RangeException(os.str());
   }
+  return keyBits(prefix);
+}
+
+TrieGen::Key TrieGen::keyBits(const Ipkit::IpGenPrefix& prefix) {
   // Prefixes arrive with their host bits cleared, so the words need no masking here.
   const auto& bytes = prefix.address().bytes();
   return Key{loadBigEndian(bytes.data()), loadBigEndian(bytes.data() + 8), prefix.len()};
@@ -317,7 +321,7 @@ std::uint32_t TrieGen::find(const Key& key) const {
 
 Ipkit::IpGenPrefix TrieGen::longestMatch(const Ipkit::IpGenPrefix& prefix) const {
   if (prefix.af() != af_) return Ipkit::IpGenPrefix();
-  const Key key = keyOf(prefix);
+  const Key key = keyBits(prefix);
   // Only the length of the best route is kept: the route contains the key, so its prefix is the
   // key cut to that length, and building the answer needs no further node.
   unsigned bestLen = kNoRoute;

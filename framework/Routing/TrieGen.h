@@ -19,7 +19,8 @@
 //     first kStrideBits address bits, the first node a walk would reach at or past that depth and
 //     the longest route it would have passed on the way. Lookups of prefixes at least that long
 //     start there, skipping the top of the trie, where a walk spends most of its time once the
-//     trie no longer fits in cache. The table always agrees with the nodes: a change at depth
+//     nodes no longer fit in the first-level cache (1024 nodes are 32 KiB): each node of the walk
+//     then waits on a slower load. The table always agrees with the nodes: a change at depth
 //     d <= kStrideBits rewrites the 2^(kStrideBits - d) entries under it (a fixed bound, not a
 //     scan of routes). The table takes 512 KiB; below kStrideOffNodes nodes it is dropped again.
 //  7. changedRoute is an announcement, not part of the routes: whoever owns the routes sets it to
@@ -84,8 +85,8 @@ class TrieGen : public Kel::Entity {
   // The stride table's depth, and the sizes at which it is built and dropped; public so that
   // tests can drive a trie across them.
   static constexpr unsigned kStrideBits = 16;
-  static constexpr std::size_t kStrideOnNodes = 4096;
-  static constexpr std::size_t kStrideOffNodes = 1024;
+  static constexpr std::size_t kStrideOnNodes = 1024;
+  static constexpr std::size_t kStrideOffNodes = 256;
 
  private:
   static constexpr std::uint32_t kNil = 0xffffffffu;
@@ -127,6 +128,8 @@ class TrieGen : public Kel::Entity {
   static_assert(kStrideBits == 16, "Slot::entryBits holds key bits 16..31");
 
   Key keyOf(const Ipkit::IpGenPrefix& prefix) const;
+  // keyOf without the family check, for a caller that has made it already.
+  static Key keyBits(const Ipkit::IpGenPrefix& prefix);
   // The index of the node holding exactly key, or kNil.
   std::uint32_t find(const Key& key) const;
   std::uint32_t nodeNew(std::uint64_t hi, std::uint64_t lo, unsigned len);

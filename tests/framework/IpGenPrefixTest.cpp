@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <sstream>
 #include <type_traits>
 #include <unordered_map>
@@ -82,6 +83,27 @@ TEST(IpGenPrefixTest, IpGenPrefix_HostBitsSet_ClearedOnConstruction) {
   EXPECT_EQ(IpGenPrefix("ff3e:ffff::/12").valueToStrep(), "ff30::/12");
   EXPECT_EQ(IpGenPrefix("ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff/127").valueToStrep(),
             "ffff:ffff:ffff:ffff:ffff:ffff:ffff:fffe/127");
+}
+
+// The mask is applied a half of the address at a time: every length, the half boundary (63, 64,
+// 65) included, keeps exactly its leading bits.
+TEST(IpGenPrefixTest, IpGenPrefix_EveryLength_KeepsExactlyLeadingBits) {
+  const IpGenAddr ones6("ffff:ffff:ffff:ffff:ffff:ffff:ffff:ffff");
+  const IpGenAddr ones4("255.255.255.255");
+  for (unsigned len = 0; len <= 128; ++len) {
+    const IpGenPrefix prefix(ones6, len);
+    const auto& bytes = prefix.address().bytes();
+    for (unsigned byte = 0; byte < 16; ++byte) {
+      const unsigned kept = len >= 8 * (byte + 1) ? 8 : len > 8 * byte ? len - 8 * byte : 0;
+      EXPECT_EQ(bytes[byte], (0xff00u >> kept) & 0xffu) << "length " << len;
+    }
+  }
+  for (unsigned len = 0; len <= 32; ++len) {
+    const IpGenPrefix prefix(ones4, len);
+    const std::uint32_t mask = len == 0 ? 0u : ~0u << (32 - len);
+    EXPECT_EQ(prefix.address(), IpGenAddr::ip4(mask)) << "length " << len;
+    EXPECT_EQ(prefix.len(), len);
+  }
 }
 
 TEST(IpGenPrefixTest, IpGenPrefix_HostPrefix_FullLength) {
