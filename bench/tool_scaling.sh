@@ -97,7 +97,8 @@ awk -v r="$ratio" 'BEGIN { exit !(r <= 2) }'
 # The whole pipeline at scale: 1,000 static ranges (/22s of 239.0.0.0/12, each with its own RP),
 # 1,048,576 known groups, then run until no wake-up is pending (every review of both sources in
 # both modes done, the final tables merged, the group filters reviewed). Reports wall time and
-# peak memory of the one run; the review's per-group cost is in bench/RpHashReviewBench.
+# processor time and peak memory of the one run; the review's per-group cost is in
+# bench/RpHashReviewBench.
 awk 'BEGIN {
   for (i = 0; i < 1000; i++) {
     printf "rp-address 10.%d.%d.1 group 239.%d.%d.0/22\n", int(i / 256), i % 256,
@@ -109,11 +110,11 @@ awk 'BEGIN {
   print "show alloc-requests"
 }' >"$work/pipeline.pimrp"
 if [ -x /usr/bin/time ]; then
-  /usr/bin/time -f '%e %M' -o "$work/pipeline.time" "$pimrp" --json "$work/pipeline.pimrp" \
-    >"$work/pipeline.out"
-  read -r wall peak <"$work/pipeline.time"
-  printf '1000 ranges, 1048576 known groups, settled: %.2f s wall, %d MB peak\n' "$wall" \
-    "$((peak / 1024))"
+  /usr/bin/time -f '%e %U %S %M' -o "$work/pipeline.time" "$pimrp" --json \
+    "$work/pipeline.pimrp" >"$work/pipeline.out"
+  read -r wall user system peak <"$work/pipeline.time"
+  printf '1000 ranges, 1048576 known groups, settled: %.2f s wall, %.2f s user + %.2f s system, %d MB peak\n' \
+    "$wall" "$user" "$system" "$((peak / 1024))"
 else
   start=$(date +%s.%N)
   "$pimrp" --json "$work/pipeline.pimrp" >"$work/pipeline.out"
