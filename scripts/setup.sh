@@ -4,13 +4,14 @@
 set -euo pipefail
 
 packages=(
-  build-essential cmake
-  libboost-dev
-  libgtest-dev libgmock-dev
-  libbenchmark-dev
+  build-essential cmake        # compiler, make, dpkg-dev (dpkg-shlibdeps for the package), cmake/ctest/cpack
+  pkg-config                   # tools/CMakeLists.txt finds libedit through pkg_check_modules
+  libboost-dev                 # Boost ICL (access lists), Boost headers
+  libgtest-dev libgmock-dev    # the test suites
+  libbenchmark-dev             # bench/
   nlohmann-json3-dev libcli11-dev libfmt-dev
-  libedit-dev
-  clang libclang-rt-14-dev
+  libedit-dev                  # line editing of pimrp at a terminal
+  clang libclang-rt-14-dev     # fuzz/ (libFuzzer) and the sanitizer runtime
 )
 
 missing=()
