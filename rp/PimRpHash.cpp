@@ -2,6 +2,7 @@
 
 #include "framework/Kel/Assert.h"
 #include "framework/Kel/Trace.h"
+#include "rp/PimRpSourceRule.h"
 
 namespace Routing {
 namespace Pim {
@@ -61,9 +62,9 @@ Ipkit::IpGenAddr RpHashComputeStatus::rpHashCompute(const Ipkit::IpGenAddr& grou
       staticCompute() ? staticCompute()->doComputeRp(groupAddr) : RpCandidateInfo();
   const RpCandidateInfo bsrInfo =
       bsrRpSet_ && bsrCompute() ? bsrCompute()->doComputeRp(groupAddr) : RpCandidateInfo();
-  const bool bsrHasNone = bsrInfo.address().af() == Ipkit::ipunknown();
+  const bool bsrHasRp = bsrInfo.address().af() != Ipkit::ipunknown();
   Ipkit::IpGenAddr answer;
-  if ((staticInfo.override() || bsrHasNone) && modeServed(pimMode_, staticInfo.mode())) {
+  if (rpStaticWins(staticInfo.override(), bsrHasRp) && modeServed(pimMode_, staticInfo.mode())) {
     answer = staticInfo.address();
   } else if (modeServed(pimMode_, bsrInfo.mode())) {
     answer = bsrInfo.address();
