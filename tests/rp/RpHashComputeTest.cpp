@@ -39,6 +39,18 @@ class RpHashComputeTest : public ::testing::Test {
   RpHashComputeRecord recordOf(const Kel::Ptr<RpHashComputeStatus>& status, const char* group) {
     return recordOf(status, group, join_);
   }
+  // A computed record in a few words: "reason; set aside: static bsr; from source answer".
+  static std::string summaryOf(const RpHashComputeRecord& record) {
+    static const char* const kSources[] = {"table", "static", "bsr", "join", "none"};
+    std::string summary = rpSourceReasonWord(record.reason);
+    if (record.staticSetAsideByMode || record.bsrSetAsideByMode) {
+      summary += "; set aside:";
+      if (record.staticSetAsideByMode) summary += " static";
+      if (record.bsrSetAsideByMode) summary += " bsr";
+    }
+    return summary + "; from " + kSources[static_cast<int>(record.source)] + " " +
+           record.answer.valueToStrep();
+  }
 
   Kel::Ptr<RpCandidateStatus> static_{new RpCandidateStatus};
   Kel::Ptr<RpCandidateStatus> bsr_{new RpCandidateStatus};
@@ -221,46 +233,30 @@ TEST_F(RpHashComputeTest, Record_BootstrapBeatsStatic) {
   EXPECT_TRUE(record.computed);
   EXPECT_EQ(record.staticResult, RpCandidateInfo(IpGenAddr("10.0.0.1"), 0, 30, false, modePimSm));
   EXPECT_EQ(record.bsrResult, RpCandidateInfo(IpGenAddr("10.0.0.2"), 200, 30, false, modePimSm));
-  EXPECT_EQ(record.reason, RpSourceReason::bootstrapBeatsStatic);
-  EXPECT_FALSE(record.staticSetAsideByMode);
-  EXPECT_FALSE(record.bsrSetAsideByMode);
-  EXPECT_EQ(record.source, RpAnswerSource::bootstrap);
-  EXPECT_EQ(record.answer, IpGenAddr("10.0.0.2"));
+  EXPECT_EQ(summaryOf(record), "bootstrap beats static; from bsr 10.0.0.2");
 }
 
 TEST_F(RpHashComputeTest, Record_StaticOverride) {
   auto status = build(modePimNone);
   addCandidate(static_, {"239.0.0.0/8", "10.0.0.1", 200, 30, modePimSm, true});
   addCandidate(bsr_, {"239.0.0.0/8", "10.0.0.2", 0, 30, modePimSm});
-  const RpHashComputeRecord record = recordOf(status, "239.1.1.1");
-  EXPECT_EQ(record.reason, RpSourceReason::staticOverride);
-  EXPECT_EQ(record.source, RpAnswerSource::staticRp);
-  EXPECT_EQ(record.answer, IpGenAddr("10.0.0.1"));
+  EXPECT_EQ(summaryOf(recordOf(status, "239.1.1.1")), "static override; from static 10.0.0.1");
 }
 
 TEST_F(RpHashComputeTest, Record_OnlyStaticAndOnlyBootstrap) {
   auto status = build(modePimSm);
   addCandidate(static_, {"239.0.0.0/8", "10.0.0.1", 0, 30, modePimSm});
   addCandidate(bsr_, {"232.0.0.0/8", "10.0.0.2", 0, 30, modePimSm});
-  RpHashComputeRecord record = recordOf(status, "239.1.1.1");
-  EXPECT_EQ(record.reason, RpSourceReason::onlyStatic);
-  EXPECT_EQ(record.source, RpAnswerSource::staticRp);
-  record = recordOf(status, "232.1.1.1");
-  EXPECT_EQ(record.reason, RpSourceReason::onlyBootstrap);
-  EXPECT_EQ(record.source, RpAnswerSource::bootstrap);
-  EXPECT_EQ(record.answer, IpGenAddr("10.0.0.2"));
+  EXPECT_EQ(summaryOf(recordOf(status, "239.1.1.1")), "only static; from static 10.0.0.1");
+  EXPECT_EQ(summaryOf(recordOf(status, "232.1.1.1")), "only bootstrap; from bsr 10.0.0.2");
 }
 
 TEST_F(RpHashComputeTest, Record_StaticOverrideOfOtherMode_SetAsideAndBootstrapAnswers) {
   auto status = build(modePimSm);
   addCandidate(static_, {"239.0.0.0/8", "10.0.0.1", 0, 30, modePimBidir, true});
   addCandidate(bsr_, {"239.0.0.0/8", "10.0.0.2", 0, 30, modePimSm});
-  const RpHashComputeRecord record = recordOf(status, "239.1.1.1");
-  EXPECT_EQ(record.reason, RpSourceReason::staticOverride);
-  EXPECT_TRUE(record.staticSetAsideByMode);
-  EXPECT_FALSE(record.bsrSetAsideByMode);
-  EXPECT_EQ(record.source, RpAnswerSource::bootstrap);
-  EXPECT_EQ(record.answer, IpGenAddr("10.0.0.2"));
+  EXPECT_EQ(summaryOf(recordOf(status, "239.1.1.1")),
+            "static override; set aside: static; from bsr 10.0.0.2");
 }
 
 // The mode filter does not choose again: the bootstrap RP beats the static one and, of another
@@ -269,31 +265,22 @@ TEST_F(RpHashComputeTest, Record_BootstrapOfOtherMode_SetAsideAndJoinAnswers) {
   auto status = build(modePimSm);
   addCandidate(static_, {"239.0.0.0/8", "10.0.0.1", 0, 30, modePimSm});
   addCandidate(bsr_, {"239.0.0.0/8", "10.0.0.2", 0, 30, modePimBidir});
-  const RpHashComputeRecord record = recordOf(status, "239.1.1.1");
-  EXPECT_EQ(record.reason, RpSourceReason::bootstrapBeatsStatic);
-  EXPECT_FALSE(record.staticSetAsideByMode);
-  EXPECT_TRUE(record.bsrSetAsideByMode);
-  EXPECT_EQ(record.source, RpAnswerSource::join);
-  EXPECT_EQ(record.answer, join_);
+  EXPECT_EQ(summaryOf(recordOf(status, "239.1.1.1")),
+            "bootstrap beats static; set aside: bsr; from join 192.0.2.99");
 }
 
 TEST_F(RpHashComputeTest, Record_OnlyStaticOfOtherMode_SetAsideAndNoAnswerWithoutJoin) {
   auto status = build(modePimBidir);
   addCandidate(static_, {"239.0.0.0/8", "10.0.0.1", 0, 30, modePimSm});
-  const RpHashComputeRecord record = recordOf(status, "239.1.1.1", IpGenAddr());
-  EXPECT_EQ(record.reason, RpSourceReason::onlyStatic);
-  EXPECT_TRUE(record.staticSetAsideByMode);
-  EXPECT_FALSE(record.bsrSetAsideByMode);
-  EXPECT_EQ(record.source, RpAnswerSource::none);
-  EXPECT_EQ(record.answer, IpGenAddr());
+  EXPECT_EQ(summaryOf(recordOf(status, "239.1.1.1", IpGenAddr())),
+            "only static; set aside: static; from none unknown");
 }
 
 TEST_F(RpHashComputeTest, Record_NoCandidates_NoRpThenJoin) {
   auto status = build(modePimNone);
   const RpHashComputeRecord record = recordOf(status, "239.1.1.1");
   EXPECT_TRUE(record.computed);
-  EXPECT_EQ(record.reason, RpSourceReason::noRp);
-  EXPECT_EQ(record.source, RpAnswerSource::join);
+  EXPECT_EQ(summaryOf(record), "no RP; from join 192.0.2.99");
 }
 
 TEST_F(RpHashComputeTest, Record_UnknownFamilyGroup_JoinWithoutComputing) {
