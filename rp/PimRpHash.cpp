@@ -56,21 +56,9 @@ void RpHashComputeStatus::handleBsrCompute() {
   bsrTrieBuilderIs(bsrRpSet_, bsrComputeIs(bsrRpSet_, rpConfig_));
 }
 
-Ipkit::IpGenAddr RpHashComputeStatus::rpHashCompute(const Ipkit::IpGenAddr& groupAddr,
-                                                    const Ipkit::IpGenAddr& rpFromJoin) const {
-  return doRpHashCompute(groupAddr, rpFromJoin, nullptr);
-}
-
-Ipkit::IpGenAddr RpHashComputeStatus::rpHashComputeRecorded(const Ipkit::IpGenAddr& groupAddr,
-                                                            const Ipkit::IpGenAddr& rpFromJoin,
-                                                            RpHashComputeRecord& record) const {
-  record = RpHashComputeRecord();
-  return doRpHashCompute(groupAddr, rpFromJoin, &record);
-}
-
-Ipkit::IpGenAddr RpHashComputeStatus::doRpHashCompute(const Ipkit::IpGenAddr& groupAddr,
-                                                      const Ipkit::IpGenAddr& rpFromJoin,
-                                                      RpHashComputeRecord* record) const {
+inline Ipkit::IpGenAddr RpHashComputeStatus::doRpHashCompute(const Ipkit::IpGenAddr& groupAddr,
+                                                             const Ipkit::IpGenAddr& rpFromJoin,
+                                                             RpHashComputeRecord* record) const {
   KEL_TRACE(trace(), 9, kRpHashCompute << "( " << groupAddr << " )");
   // A group of unknown family has no table entry and no candidate; only the join can answer.
   if (groupAddr.af() == Ipkit::ipunknown()) return doJoinAnswer(rpFromJoin, record);
@@ -89,6 +77,18 @@ Ipkit::IpGenAddr RpHashComputeStatus::doRpHashCompute(const Ipkit::IpGenAddr& gr
   const Ipkit::IpGenAddr answer = doComputeFromSources(groupAddr, record);
   if (hasAddress(answer)) return answer;
   return doJoinAnswer(rpFromJoin, record);
+}
+
+Ipkit::IpGenAddr RpHashComputeStatus::rpHashCompute(const Ipkit::IpGenAddr& groupAddr,
+                                                    const Ipkit::IpGenAddr& rpFromJoin) const {
+  return doRpHashCompute(groupAddr, rpFromJoin, nullptr);
+}
+
+Ipkit::IpGenAddr RpHashComputeStatus::rpHashComputeRecorded(const Ipkit::IpGenAddr& groupAddr,
+                                                            const Ipkit::IpGenAddr& rpFromJoin,
+                                                            RpHashComputeRecord& record) const {
+  record = RpHashComputeRecord();
+  return doRpHashCompute(groupAddr, rpFromJoin, &record);
 }
 
 Ipkit::IpGenAddr RpHashComputeStatus::doComputeFromSources(const Ipkit::IpGenAddr& groupAddr,
