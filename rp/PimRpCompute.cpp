@@ -96,6 +96,7 @@ RpCandidateInfo RpCompute::doComputeRpFromPrefix(const Ipkit::IpGenPrefix& group
   KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__ << "( " << groupPrefix << " )");
   if (crp_->crpSet().empty()) return result;
   const Kel::PtrConst<RpCandidateSet> candidates = doLongestPrefixGroupMatch(groupPrefix);
+  if (recorder_ && candidates) recorder_->range = candidates->prefix();
   if (!candidates || candidates->rp().empty()) return result;
 
   bidirRpSetIs();
@@ -106,15 +107,59 @@ RpCandidateInfo RpCompute::doComputeRpFromPrefix(const Ipkit::IpGenPrefix& group
       bidirRpSet_->rpIs(address, candidate);
     } else if (candidate->pimMode() == modePimSm) {
       pimsmRpSet_->rpIs(address, candidate);
+    } else if (recorder_) {
+      recorder_->setAside.push_back({infoOf(*candidate), RpSetAsideReason::unusableMode});
     }
   }
   // Bidirectional candidates win outright, whatever the priorities of the sparse ones.
   if (bidirRpSet_->rps()) {
     result = doSelectCrp(bidirRpSet_, groupPrefix);
+    if (recorder_) doRecordOtherMode(*pimsmRpSet_, bidirRpSet_->rps() == 1);
   } else if (pimsmRpSet_->rps()) {
     result = doSelectCrp(pimsmRpSet_, groupPrefix);
   }
   return result;
+}
+
+RpCandidateInfo RpCompute::doComputeRpRecorded(const Ipkit::IpGenAddr& groupAddr,
+                                               RpSelectionRecord& record) {
+  record = RpSelectionRecord();
+  // Restores the previous recorder however the selection ends.
+  struct RecorderScope {
+    RpSelectionRecord*& recorder;
+    RpSelectionRecord* previous;
+    ~RecorderScope() { recorder = previous; }
+  } scope{recorder_, recorder_};
+  recorder_ = &record;
+  record.result = doComputeRp(groupAddr);
+  std::sort(record.setAside.begin(), record.setAside.end(),
+            [](const RpSelectionRecord::SetAside& a, const RpSelectionRecord::SetAside& b) {
+              return a.info.address() < b.info.address();
+            });
+  return record.result;
+}
+
+void RpCompute::doRecordContest(const CrpSet& crpSet) const {
+  for (const auto& [address, candidate] : crpSet.rp()) {
+    recorder_->candidates.push_back({infoOf(*candidate), std::nullopt});
+    recorder_->decidingMode = candidate->pimMode();
+  }
+}
+
+void RpCompute::doRecordOtherMode(const CrpSet& setAside, bool bidirPreferred) const {
+  for (const auto& [address, candidate] : setAside.rp()) {
+    recorder_->setAside.push_back({infoOf(*candidate), RpSetAsideReason::otherMode});
+  }
+  // A lone bidirectional candidate owes its place to the preference alone.
+  if (bidirPreferred && setAside.rps()) recorder_->step = RpSelectionStep::bidirPreferred;
+}
+
+void RpCompute::doRecordHash(const Ipkit::IpGenAddr& rpAddr, RpHashMaskLen hashMaskLen,
+                             U32 hash) const {
+  for (auto& candidate : recorder_->candidates) {
+    if (candidate.info.address() == rpAddr) candidate.hash = hash;
+  }
+  if (hashMaskLen == kRpHashMaskLenNone) recorder_->hashMaskNotSet = true;
 }
 
 Kel::PtrConst<RpCandidateSet> RpCompute::doLongestPrefixGroupMatch(
@@ -142,26 +187,32 @@ RpCandidateInfo RpCompute::doSelectCrp(const Kel::PtrConst<CrpSet>& crpSet,
   {
     ScratchReset reset(*this, false);
     const U32 candidates = crpSet->rps();
+    if (recorder_) doRecordContest(*crpSet);
     if (candidates == 0) {
       KEL_TRACE(trace(), 5, "No RP found for group " << groupPrefix);
     } else if (candidates == 1) {
       result = infoOfOnly(*crpSet);
+      doRecordStep(RpSelectionStep::singleCandidate);
     } else if (rpConfig_ && rpConfig_->rpHashAlgorithm() == rpHashAlgorithmModulo) {
       result = infoOf(*doComputeRpModulo(groupAddr, crpSet));
+      doRecordStep(RpSelectionStep::moduloIndex);
     } else {
       const Kel::PtrConst<RpPrioritySet> prioritySet = doHighestPriorityRpMatch(crpSet);
       if (prioritySet->rps() == 1) {
         result = infoOfOnly(*prioritySet);
+        doRecordStep(RpSelectionStep::priority);
       } else {
         KEL_TRACE(trace(), 5, prioritySet->rps() << " RP's in RP priority set");
         const Kel::PtrConst<RpHashMaskSet> hashSet =
             doHighestHashMaskRpMatch(groupAddr, prioritySet);
         if (hashSet->rps() == 1) {
           result = infoOfOnly(*hashSet);
+          doRecordStep(RpSelectionStep::hash);
         } else {
           KEL_TRACE(trace(), 5, hashSet->rps() << " in highest hash mask set");
           const Ipkit::IpGenAddr address = doHighestIpRpMatch(hashSet);
           result = infoOf(*hashSet->rp(address));
+          doRecordStep(RpSelectionStep::highestAddress);
           KEL_TRACE(trace(), 5, "Mapping group " << groupPrefix << " to rp " << address);
         }
       }
@@ -188,6 +239,10 @@ Kel::PtrConst<RpCandidate> RpCompute::doComputeRpModulo(const Ipkit::IpGenAddr& 
   for (U32 step = 0; step < index && at != rpSet->rp().end(); ++step) ++at;
   const Kel::PtrConst<RpCandidate> crp = at != rpSet->rp().end() ? (*at).second : nullptr;
   KEL_ASSERT(trace(), crp);
+  if (recorder_) {
+    recorder_->moduloValue = value;
+    recorder_->moduloIndex = index;
+  }
   KEL_TRACE(trace(), 5,
             "doComputeRpModulo group address: "
                 << groupAddr << " (decimal value: " << bigEndianWord(groupAddr.bytes(), 0)
@@ -252,9 +307,11 @@ U32 RpCompute::doComputeHashMask(Mode mode, const Ipkit::IpGenAddr& groupAddr,
     gm = bigEndianHalf(masked, 8) * U64{kHashMultiplier};
   }
   U32 value = 0;
+  // Any other mode is not hashed: its value stays 0, so that the highest address decides.
   if (mode == modePimSm) {
     value = (((static_cast<U32>(gm) + kHashIncrement) ^ c) * kHashMultiplier + kHashIncrement) &
             0x7fffffffu;
+    if (recorder_) doRecordHash(rpAddr, hashMaskLen, value);
   }
   KEL_TRACE(trace(), 8,
             "af: " << groupAddr.af() << " GM = " << gm << ", C = " << c

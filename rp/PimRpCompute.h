@@ -16,6 +16,9 @@
 //  3. Missing data yields the empty RpCandidateInfo; a broken invariant raises
 //     Kel::AssertionException with the expression as written here.
 //  4. Not reentrant: a selection must not start from inside another (the scratch is shared).
+//  5. A selection writes how it went to a record only inside doComputeRpRecorded; otherwise each
+//     recording step tests one null pointer and does nothing. Recording changes no answer and no
+//     trace.
 // Traces go to the trace file "PimRpCompute".
 
 #include "framework/Ipkit/AddressFamily.h"
@@ -32,6 +35,7 @@
 #include "model/Pim/RpCandidateStatus.h"
 #include "model/Pim/RpConfig.h"
 #include "rp/PimRpComputeSets.h"
+#include "rp/PimRpSelectionRecord.h"
 
 namespace Routing {
 namespace Pim {
@@ -53,6 +57,8 @@ class RpCompute : public Kel::Entity {
 
   // The RP of one group: doComputeRpFromPrefix of its host prefix.
   RpCandidateInfo doComputeRp(const Ipkit::IpGenAddr& groupAddr);
+  // doComputeRp, with how the selection went written to `record` (reset first).
+  RpCandidateInfo doComputeRpRecorded(const Ipkit::IpGenAddr& groupAddr, RpSelectionRecord& record);
   RpCandidateInfo doComputeRpFromPrefix(const Ipkit::IpGenPrefix& groupPrefix);
   // The candidate set of the longest stored prefix covering groupPrefix, or null.
   Kel::PtrConst<RpCandidateSet> doLongestPrefixGroupMatch(const Ipkit::IpGenPrefix& groupPrefix);
@@ -85,8 +91,18 @@ class RpCompute : public Kel::Entity {
   KEL_OWNED(pimsmRpSet, Kel::create<CrpSet>, Kel::Ptr<CrpSet>)
 
  private:
+  // The recording steps of the selection; each does nothing without a recorder.
+  void doRecordStep(RpSelectionStep step) const {
+    if (recorder_) recorder_->step = step;
+  }
+  void doRecordContest(const CrpSet& crpSet) const;
+  void doRecordOtherMode(const CrpSet& setAside, bool bidirPreferred) const;
+  void doRecordHash(const Ipkit::IpGenAddr& rpAddr, RpHashMaskLen hashMaskLen, U32 hash) const;
+
   const Kel::PtrConst<RpCandidateStatus> crp_;
   const Kel::PtrConst<RpConfig> rpConfig_;
+  // Set only while doComputeRpRecorded runs.
+  RpSelectionRecord* recorder_ = nullptr;
 };
 
 Kel::Ptr<RpCompute> rpComputeFactory(const Kel::PtrConst<RpCandidateStatus>& crp,

@@ -9,8 +9,22 @@ namespace {
 
 KEL_TRACE_FILE(trace, "PimRpCompute")
 
+// The signature the entry trace names, for both public forms alike.
+const char kRpHashCompute[] =
+    "Ipkit::IpGenAddr Routing::Pim::RpHashComputeStatus::rpHashCompute(const Ipkit::IpGenAddr&, "
+    "const Ipkit::IpGenAddr&) const";
+
 bool modeServed(Mode served, Mode candidate) {
   return served == modePimNone || served == candidate;
+}
+
+bool hasAddress(const Ipkit::IpGenAddr& address) { return address.af() != Ipkit::ipunknown(); }
+
+void recordAnswer(RpHashComputeRecord* record, RpAnswerSource source,
+                  const Ipkit::IpGenAddr& answer) {
+  if (!record) return;
+  record->source = source;
+  record->answer = answer;
 }
 
 }  // namespace
@@ -42,39 +56,81 @@ void RpHashComputeStatus::handleBsrCompute() {
   bsrTrieBuilderIs(bsrRpSet_, bsrComputeIs(bsrRpSet_, rpConfig_));
 }
 
-Ipkit::IpGenAddr RpHashComputeStatus::rpHashCompute(const Ipkit::IpGenAddr& groupAddr,
-                                                    const Ipkit::IpGenAddr& rpFromJoin) const {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__ << "( " << groupAddr << " )");
+inline Ipkit::IpGenAddr RpHashComputeStatus::doRpHashCompute(const Ipkit::IpGenAddr& groupAddr,
+                                                             const Ipkit::IpGenAddr& rpFromJoin,
+                                                             RpHashComputeRecord* record) const {
+  KEL_TRACE(trace(), 9, kRpHashCompute << "( " << groupAddr << " )");
   // A group of unknown family has no table entry and no candidate; only the join can answer.
-  if (groupAddr.af() == Ipkit::ipunknown()) return doJoinAnswer(rpFromJoin);
+  if (groupAddr.af() == Ipkit::ipunknown()) return doJoinAnswer(rpFromJoin, record);
   if (rpHashStatus_) {
     // The table hit is the path the agent takes most: one lookup, one test of what it found.
     // A present entry carries its own key; the absence marker's key is null.
     const RpHash entry = rpHashStatus_->rpHash(Ipkit::IpGenPrefix::hostPrefix(groupAddr));
     if (!entry.key().isNull()) {
       KEL_TRACE(trace(), 5, "Found RP " << entry.address() << " in RpHash");
-      if (entry.address().af() != Ipkit::ipunknown()) return entry.address();
-      return doJoinAnswer(rpFromJoin);
+      if (record) record->tableEntry = entry;
+      if (!hasAddress(entry.address())) return doJoinAnswer(rpFromJoin, record);
+      recordAnswer(record, RpAnswerSource::table, entry.address());
+      return entry.address();
     }
   }
+  const Ipkit::IpGenAddr answer = doComputeFromSources(groupAddr, record);
+  if (hasAddress(answer)) return answer;
+  return doJoinAnswer(rpFromJoin, record);
+}
+
+Ipkit::IpGenAddr RpHashComputeStatus::rpHashCompute(const Ipkit::IpGenAddr& groupAddr,
+                                                    const Ipkit::IpGenAddr& rpFromJoin) const {
+  return doRpHashCompute(groupAddr, rpFromJoin, nullptr);
+}
+
+Ipkit::IpGenAddr RpHashComputeStatus::rpHashComputeRecorded(const Ipkit::IpGenAddr& groupAddr,
+                                                            const Ipkit::IpGenAddr& rpFromJoin,
+                                                            RpHashComputeRecord& record) const {
+  record = RpHashComputeRecord();
+  return doRpHashCompute(groupAddr, rpFromJoin, &record);
+}
+
+Ipkit::IpGenAddr RpHashComputeStatus::doComputeFromSources(const Ipkit::IpGenAddr& groupAddr,
+                                                           RpHashComputeRecord* record) const {
   const RpCandidateInfo staticInfo =
       staticCompute() ? staticCompute()->doComputeRp(groupAddr) : RpCandidateInfo();
   const RpCandidateInfo bsrInfo =
       bsrRpSet_ && bsrCompute() ? bsrCompute()->doComputeRp(groupAddr) : RpCandidateInfo();
-  const bool bsrHasNone = bsrInfo.address().af() == Ipkit::ipunknown();
+  const bool staticHasRp = hasAddress(staticInfo.address());
+  const bool bsrHasRp = hasAddress(bsrInfo.address());
+  const bool staticWins = rpStaticWins(staticInfo.override(), bsrHasRp);
+  if (record) {
+    record->computed = true;
+    record->staticResult = staticInfo;
+    record->bsrResult = bsrInfo;
+    record->reason = rpSourceReason(staticHasRp, staticInfo.override(), bsrHasRp);
+  }
   Ipkit::IpGenAddr answer;
-  if ((staticInfo.override() || bsrHasNone) && modeServed(pimMode_, staticInfo.mode())) {
+  RpAnswerSource source = RpAnswerSource::none;
+  if (staticWins && modeServed(pimMode_, staticInfo.mode())) {
     answer = staticInfo.address();
-  } else if (modeServed(pimMode_, bsrInfo.mode())) {
-    answer = bsrInfo.address();
+    source = RpAnswerSource::staticRp;
+  } else {
+    // The rule's winner of another mode is set aside; the bootstrap RP is next in line.
+    if (record && staticWins && staticHasRp) record->staticSetAsideByMode = true;
+    if (modeServed(pimMode_, bsrInfo.mode())) {
+      answer = bsrInfo.address();
+      source = RpAnswerSource::bootstrap;
+    } else if (record && bsrHasRp) {
+      record->bsrSetAsideByMode = true;
+    }
   }
   KEL_TRACE(trace(), 5, "Computed RP " << answer);
-  if (answer.af() != Ipkit::ipunknown()) return answer;
-  return doJoinAnswer(rpFromJoin);
+  if (hasAddress(answer)) recordAnswer(record, source, answer);
+  return answer;
 }
 
-Ipkit::IpGenAddr RpHashComputeStatus::doJoinAnswer(const Ipkit::IpGenAddr& rpFromJoin) const {
+Ipkit::IpGenAddr RpHashComputeStatus::doJoinAnswer(const Ipkit::IpGenAddr& rpFromJoin,
+                                                   RpHashComputeRecord* record) const {
   KEL_TRACE(trace(), 5, "No RP in RpHash or computation. Returning Rp from join value");
+  recordAnswer(record, hasAddress(rpFromJoin) ? RpAnswerSource::join : RpAnswerSource::none,
+               rpFromJoin);
   return rpFromJoin;
 }
 

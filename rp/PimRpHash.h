@@ -11,7 +11,8 @@
 //  1. Each present candidate status has its own RpCompute and trie builder, created at
 //     construction and kept as long as this status; the builders keep the tries current.
 //  2. An absent source (no status) computes the empty result.
-//  3. rpHashCompute keeps no state.
+//  3. rpHashCompute keeps no state. rpHashComputeRecorded answers and traces exactly as
+//     rpHashCompute does, and also writes down how the answer came about.
 // Traces go to the trace file "PimRpCompute".
 
 #include "framework/Ipkit/IpGenAddr.h"
@@ -23,6 +24,7 @@
 #include "model/Pim/RpHashStatus.h"
 #include "rp/PimCrpGrpTrieBuilderSm.h"
 #include "rp/PimRpCompute.h"
+#include "rp/PimRpHashComputeRecord.h"
 
 namespace Routing {
 namespace Pim {
@@ -38,6 +40,10 @@ class RpHashComputeStatus : public Kel::Entity {
   // The RP of groupAddr: from the table, else computed, else rpFromJoin.
   Ipkit::IpGenAddr rpHashCompute(const Ipkit::IpGenAddr& groupAddr,
                                  const Ipkit::IpGenAddr& rpFromJoin) const;
+  // rpHashCompute, with how the answer came about written to `record` (reset first).
+  Ipkit::IpGenAddr rpHashComputeRecorded(const Ipkit::IpGenAddr& groupAddr,
+                                         const Ipkit::IpGenAddr& rpFromJoin,
+                                         RpHashComputeRecord& record) const;
 
   void handleStaticCompute();
   void handleBsrCompute();
@@ -57,8 +63,17 @@ class RpHashComputeStatus : public Kel::Entity {
   KEL_OWNED(bsrTrieBuilder, grpPrefixTrieBuilderSmFactory, Kel::Ptr<GrpPrefixTrieBuilderSm>)
 
  private:
+  // Both public forms; `record` is null unless the caller asked for one. Inlined into each, so
+  // that the plain form pays no extra call on its table hit.
+  [[gnu::always_inline]] inline Ipkit::IpGenAddr doRpHashCompute(const Ipkit::IpGenAddr& groupAddr,
+                                                                 const Ipkit::IpGenAddr& rpFromJoin,
+                                                                 RpHashComputeRecord* record) const;
+  // The computation from both sources, when the table has no entry for the group.
+  Ipkit::IpGenAddr doComputeFromSources(const Ipkit::IpGenAddr& groupAddr,
+                                        RpHashComputeRecord* record) const;
   // The caller's own RP, traced as the last resort.
-  Ipkit::IpGenAddr doJoinAnswer(const Ipkit::IpGenAddr& rpFromJoin) const;
+  Ipkit::IpGenAddr doJoinAnswer(const Ipkit::IpGenAddr& rpFromJoin,
+                                RpHashComputeRecord* record) const;
 
   const Kel::PtrConst<RpCandidateStatus> staticRpSet_;
   const Kel::PtrConst<RpCandidateStatus> bsrRpSet_;

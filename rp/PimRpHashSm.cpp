@@ -2,6 +2,7 @@
 
 #include "framework/Kel/Exception.h"
 #include "framework/Mirra/CorruptionDetectedException.h"
+#include "rp/PimRpSourceRule.h"
 
 namespace Routing {
 namespace Pim {
@@ -27,11 +28,6 @@ const char kDoRemoveExtraRpHashGroups[] =
     "void Routing::Pim::RpHashSm::doRemoveExtraRpHashGroups()";
 
 const char* trueFalse(bool value) { return value ? "True" : "False"; }
-
-// Present: differs from the lookup's absence value.
-bool exists(const RpHash& entry) { return entry != RpHash(); }
-// Present and naming an RP.
-bool usable(const RpHash& entry) { return exists(entry) && entry.address() != Ipkit::IpGenAddr(); }
 
 }  // namespace
 
@@ -123,16 +119,16 @@ void RpHashSm::handleStaticHash(const Ipkit::IpGenPrefix& prefix) {
   const RpHash staticEntry = staticHash_->rpHash(prefix);
   const RpHash bsrEntry = bsrHash_->rpHash(prefix);
   bool override = false;
-  if (exists(staticEntry)) {
+  if (rpHashPresent(staticEntry)) {
     override = staticEntry.override();
     KEL_TRACE(trace(), 5,
               "Static RP " << staticEntry.address() << " has override " << trueFalse(override));
   }
-  if (!usable(staticEntry)) {
+  if (!rpHashUsable(staticEntry)) {
     handleStaticHashDel(prefix);
     return;
   }
-  if (!usable(bsrEntry) || override) {
+  if (rpStaticWins(override, rpHashUsable(bsrEntry))) {
     KEL_TRACE(trace(), 5, "handleStaticHash: Adding " << staticEntry);
     rpHashIs(staticEntry);
     return;
@@ -154,12 +150,13 @@ void RpHashSm::handleBsrHash(const Ipkit::IpGenPrefix& prefix) {
   const RpHash staticEntry = staticHash_->rpHash(prefix);
   const RpHash bsrEntry = bsrHash_->rpHash(prefix);
   // The flag alone decides here, whether or not the static entry names an RP (invariant 5).
-  const bool override = exists(staticEntry) && staticEntry.override();
-  if (!usable(bsrEntry)) {
+  const bool override = rpHashPresent(staticEntry) && staticEntry.override();
+  if (!rpHashUsable(bsrEntry)) {
     handleBsrHashDel(prefix);
     return;
   }
-  if (override) {
+  // The BSR entry is usable here, so the rule comes down to the flag.
+  if (rpStaticWins(override, true)) {
     KEL_TRACE(
         trace(), 5,
         "No programming BSR hash for prefix " << prefix << " since static override is set for it");
@@ -183,7 +180,7 @@ void RpHashSm::handleBsrHashDel(const Ipkit::IpGenPrefix& prefix) {
 void RpHashSm::doFallBack(const Ipkit::IpGenPrefix& prefix, const RpHashStatus& other,
                           const char* handler) {
   const RpHash otherEntry = other.rpHash(prefix);
-  if (usable(otherEntry)) {
+  if (rpHashUsable(otherEntry)) {
     KEL_TRACE(trace(), 5, handler << ": Adding " << otherEntry);
     rpHashIs(otherEntry);
     return;
@@ -200,7 +197,7 @@ void RpHashSm::rpHashIs(const RpHash& entry) {
   }
   if (rpBitMapConfig_) {
     const RpHash current = rpHashStatus_->rpHash(entry.key());
-    if (exists(current) && current.address() != entry.address()) {
+    if (rpHashPresent(current) && current.address() != entry.address()) {
       KEL_TRACE(trace(), 9, kRpHashIs << ", dealloc request for " << current);
       doDeallocRequest(current.address());
     }
@@ -217,7 +214,7 @@ void RpHashSm::rpHashDel(const Ipkit::IpGenPrefix& prefix) {
   KEL_TRACE(trace(), 9, kRpHashDel << prefix);
   if (rpBitMapConfig_) {
     const RpHash current = rpHashStatus_->rpHash(prefix);
-    if (exists(current)) {
+    if (rpHashPresent(current)) {
       KEL_TRACE(trace(), 9, kRpHashDel << ", dealloc request for " << current);
       doDeallocRequest(current.address());
     }
@@ -234,7 +231,7 @@ void RpHashSm::handleInitialized() {
 void RpHashSm::doRemoveExtraRpHashGroups() {
   KEL_TRACE(trace(), 9, kDoRemoveExtraRpHashGroups);
   doWalk(*rpHashStatus_, [this](const Ipkit::IpGenPrefix& key) {
-    if (exists(staticHash_->rpHash(key)) || exists(bsrHash_->rpHash(key))) return;
+    if (rpHashPresent(staticHash_->rpHash(key)) || rpHashPresent(bsrHash_->rpHash(key))) return;
     KEL_TRACE(trace(), 5, "doRemoveExtraRpHashGroups: Deleting group " << key);
     rpHashDel(key);
   });

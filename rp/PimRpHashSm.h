@@ -3,8 +3,9 @@
 // final table, and announces every change of a final entry's RP address to the bitmap allocator.
 //
 // The rule, per prefix: the BSR entry wins over the static one, unless the static entry carries
-// the override flag or the BSR entry has no RP. An entry is usable when it is present and names an
-// RP address; a placeholder (present, no address) is never written to the final table.
+// the override flag or the BSR entry has no RP (rpStaticWins, shared with rpHashCompute). An entry
+// is usable when it is present and names an RP address; a placeholder (present, no address) is
+// never written to the final table.
 //
 // Invariants:
 //  1. rpHashIs and rpHashDel are the only writers of rpHashStatus.

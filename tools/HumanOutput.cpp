@@ -34,6 +34,37 @@ std::vector<std::string> entryCells(const RpCandidateInfo& info) {
       info.override() ? "yes" : "no", modeWord(info.mode())};
 }
 
+// An address, or "none" for no RP.
+std::string addressWord(const Ipkit::IpGenAddr& address) {
+  return address.af() == Ipkit::AddressFamily::ipunknown ? "none" : address.valueToStrep();
+}
+
+// A per-range entry's RP: "-" when absent, "other mode" when the entry names no RP because the
+// source's winner is of the other mode.
+std::string rangeEntryCell(const Routing::Pim::RpHash& entry) {
+  if (!Routing::Pim::rpHashPresent(entry)) return "-";
+  if (entry.address().af() == Ipkit::AddressFamily::ipunknown) return "other mode";
+  return entry.address().valueToStrep();
+}
+
+// One mode's answer with where it came from: "10.0.0.1 (final table)", "none".
+std::string modeAnswerWords(const ModeAnswer& answer) {
+  using Routing::Pim::RpAnswerSource;
+  switch (answer.source) {
+    case RpAnswerSource::table:
+      return addressWord(answer.rp) + " (final table)";
+    case RpAnswerSource::staticRp:
+      return addressWord(answer.rp) + " (computed, static)";
+    case RpAnswerSource::bootstrap:
+      return addressWord(answer.rp) + " (computed, bsr)";
+    case RpAnswerSource::join:
+      return addressWord(answer.rp) + " (join address)";
+    case RpAnswerSource::none:
+      break;
+  }
+  return "none";
+}
+
 std::vector<std::string> withLead(std::string lead, std::vector<std::string> cells) {
   cells.insert(cells.begin(), std::move(lead));
   return cells;
@@ -53,37 +84,129 @@ class HumanOutput : public Output {
   void print(const RpAnswer& answer) {
     out_ << "rp for " << answer.group << " (" << queryModeWord(answer.queryMode) << " mode";
     if (answer.join) out_ << ", join " << *answer.join;
-    out_ << "): ";
-    if (answer.rp.af() == Ipkit::AddressFamily::ipunknown) {
-      out_ << "none\n";
-    } else {
-      out_ << answer.rp << '\n';
-    }
+    out_ << "): " << addressWord(answer.rp) << '\n';
     TextTable table(withLead("source", kCandidateColumns));
     table.rowIs(withLead("static", candidateCells(answer.staticSelection)));
     table.rowIs(withLead("bsr", candidateCells(answer.bsrSelection)));
     table.print(out_, "  ");
+    if (answer.byMode) print(*answer.byMode);
+    if (answer.scope) {
+      out_ << "  note: " << answer.scope->range << " holds " << scopeKindWord(answer.scope->kind)
+           << " groups: " << scopeKindMeaning(answer.scope->kind) << '\n';
+    }
     if (answer.staticDetail) print("static", *answer.staticDetail);
     if (answer.bsrDetail) print("bsr", *answer.bsrDetail);
+    if (answer.answerDetail) print(*answer.answerDetail, answer.queryMode);
   }
 
-  void print(const char* source, const SourceDetail& detail) {
+  void print(const ModeAnswers& answers) {
+    out_ << "  by mode: sparse " << modeAnswerWords(answers.sparse) << ", bidir "
+         << modeAnswerWords(answers.bidir) << "; group filter: sparse "
+         << (answers.sparseServed ? "yes" : "no") << ", bidir "
+         << (answers.bidirServed ? "yes" : "no") << '\n';
+  }
+
+  void print(const char* source, const Routing::Pim::RpSelectionRecord& record) {
     out_ << "  " << source << ": ";
-    if (!detail.range) {
+    if (record.range.isNull()) {
       out_ << "no range covers the group\n";
       return;
     }
-    out_ << "range " << *detail.range << ", decided by "
-         << (detail.rule.empty() ? "nothing (no candidate with a mode)" : detail.rule) << '\n';
-    TextTable table({"rp", "priority", "hashmask", "mode", "hash"});
-    for (const auto& candidate : detail.candidates) {
-      const auto& info = candidate.info;
-      table.rowIs({info.address().valueToStrep(),
-                   valueCell(info.priority(), Routing::Pim::kRpPriorityNone),
-                   valueCell(info.hashMaskLen(), Routing::Pim::kRpHashMaskLenNone),
-                   modeWord(info.mode()), candidate.hash ? std::to_string(*candidate.hash) : "-"});
+    const std::string rule = record.rule();
+    out_ << "range " << record.range << ", decided by "
+         << (rule.empty() ? "nothing (no candidate with a mode)" : rule) << '\n';
+    if (!record.candidates.empty()) {
+      TextTable table({"rp", "priority", "hashmask", "mode", "hash"});
+      for (const auto& candidate : record.candidates) {
+        const auto& info = candidate.info;
+        table.rowIs({info.address().valueToStrep(),
+                     valueCell(info.priority(), Routing::Pim::kRpPriorityNone),
+                     valueCell(info.hashMaskLen(), Routing::Pim::kRpHashMaskLenNone),
+                     modeWord(info.mode()),
+                     candidate.hash ? std::to_string(*candidate.hash) : "-"});
+      }
+      table.print(out_, "    ");
     }
-    table.print(out_, "    ");
+    for (const auto reason : {Routing::Pim::RpSetAsideReason::otherMode,
+                              Routing::Pim::RpSetAsideReason::unusableMode}) {
+      std::string addresses;
+      for (const auto& candidate : record.setAside) {
+        if (candidate.reason != reason) continue;
+        addresses += (addresses.empty() ? "" : ", ") + candidate.info.address().valueToStrep();
+      }
+      if (addresses.empty()) continue;
+      out_ << "    set aside (" << Routing::Pim::rpSetAsideReasonWord(reason) << "): " << addresses
+           << '\n';
+    }
+  }
+
+  // How rpHashCompute came to its answer: the final table, or the two sources by the rule and
+  // the mode filter, and the join address as the last resort.
+  void print(const Routing::Pim::RpHashComputeRecord& record, Routing::Pim::Mode queryMode) {
+    using Routing::Pim::RpAnswerSource;
+    out_ << "  answer: ";
+    if (Routing::Pim::rpHashPresent(record.tableEntry)) {
+      out_ << (record.source == RpAnswerSource::table ? "from the final table's entry "
+                                                      : "the final table's entry ")
+           << record.tableEntry.key();
+      if (record.source != RpAnswerSource::table) out_ << " names no RP";
+    } else if (record.computed) {
+      out_ << "computed, " << Routing::Pim::rpSourceReasonWord(record.reason);
+      if (record.staticSetAsideByMode) printSetAside("static", record.staticResult, queryMode);
+      if (record.bsrSetAsideByMode) printSetAside("bsr", record.bsrResult, queryMode);
+    } else {
+      out_ << "no group to look up";
+    }
+    if (record.source == RpAnswerSource::join) out_ << "; the join address as last resort";
+    if (record.source == RpAnswerSource::none) out_ << "; no join address";
+    out_ << '\n';
+  }
+
+  void printSetAside(const char* source, const RpCandidateInfo& winner,
+                     Routing::Pim::Mode queryMode) {
+    out_ << "; " << source << " RP " << winner.address() << " is " << modeWord(winner.mode())
+         << ", not " << modeWord(queryMode) << ": set aside";
+  }
+
+  void print(const RpMapping& mapping) {
+    for (const auto& vrf : mapping.vrfs) {
+      out_ << "rp mapping";
+      if (mapping.af) out_ << ' ' << familyWord(*mapping.af);
+      out_ << ", vrf " << vrf.vrf;
+      if (vrf.ranges.empty()) {
+        out_ << ": none\n";
+        continue;
+      }
+      out_ << '\n';
+      for (const auto& range : vrf.ranges) print(range);
+    }
+  }
+
+  void print(const MappingRange& range) {
+    out_ << "  " << range.range << '\n';
+    if (range.candidates.empty()) {
+      out_ << "    no candidates\n";
+    } else {
+      TextTable candidates(withLead("source", kCandidateColumns));
+      for (const auto& candidate : range.candidates) {
+        candidates.rowIs(withLead(candidate.source == CandidateSource::bootstrap ? "bsr" : "static",
+                                  candidateCells(candidate.info)));
+      }
+      candidates.print(out_, "    ");
+    }
+    TextTable modes({"mode", "static", "bsr", "final", "from", "why"});
+    for (const auto& mode : range.modes) {
+      modes.rowIs({modeWord(mode.mode), rangeEntryCell(mode.staticEntry),
+                   rangeEntryCell(mode.bsrEntry), rangeEntryCell(mode.finalEntry),
+                   mode.from ? tableSourceWord(*mode.from) : "-",
+                   Routing::Pim::rpSourceReasonWord(mode.reason)});
+    }
+    modes.print(out_, "    ");
+    for (const auto& note : range.scope) {
+      out_ << "    note: " << (note.within ? "within " : "includes ") << note.scope.range << " ("
+           << scopeKindWord(note.scope.kind) << " groups: " << scopeKindMeaning(note.scope.kind)
+           << ")\n";
+    }
   }
 
   void print(const CandidateListing& listing) {

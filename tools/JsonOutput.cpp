@@ -24,6 +24,11 @@ Json infoJson(const RpCandidateInfo& info) {
               {"mode", modeWord(info.mode())}};
 }
 
+// A per-range entry, null when absent; an entry without an RP has "address":null.
+Json rangeEntryJson(const Routing::Pim::RpHash& entry) {
+  return Routing::Pim::rpHashPresent(entry) ? infoJson(entry.info()) : Json(nullptr);
+}
+
 class JsonOutput : public Output {
  public:
   explicit JsonOutput(std::ostream& out) : out_(out) {}
@@ -39,23 +44,122 @@ class JsonOutput : public Output {
               {"rp", addressJson(answer.rp)},
               {"static", infoJson(answer.staticSelection)},
               {"bsr", infoJson(answer.bsrSelection)}};
-    if (answer.staticDetail && answer.bsrDetail) {
+    if (answer.staticDetail && answer.bsrDetail && answer.answerDetail) {
       json["detail"] = Json{{"static", detailJson(*answer.staticDetail)},
-                            {"bsr", detailJson(*answer.bsrDetail)}};
+                            {"bsr", detailJson(*answer.bsrDetail)},
+                            {"answer", answerJson(*answer.answerDetail)}};
     }
+    if (answer.byMode) {
+      json["byMode"] = Json{{"sparse", modeAnswerJson(answer.byMode->sparse)},
+                            {"bidir", modeAnswerJson(answer.byMode->bidir)}};
+      json["groupFilter"] =
+          Json{{"sparse", answer.byMode->sparseServed}, {"bidir", answer.byMode->bidirServed}};
+    }
+    json["scope"] = answer.scope ? scopeJson(*answer.scope) : Json(nullptr);
     return json;
   }
 
-  static Json detailJson(const SourceDetail& detail) {
+  static Json modeAnswerJson(const ModeAnswer& answer) {
+    return Json{{"rp", addressJson(answer.rp)}, {"source", answerSourceWord(answer.source)}};
+  }
+
+  static Json scopeJson(const ScopeRange& scope) {
+    return Json{{"kind", scopeKindWord(scope.kind)}, {"range", scope.range}};
+  }
+
+  static Json detailJson(const Routing::Pim::RpSelectionRecord& record) {
     Json candidates = Json::array();
-    for (const auto& candidate : detail.candidates) {
+    for (const auto& candidate : record.candidates) {
       Json row = infoJson(candidate.info);
       row["hash"] = candidate.hash ? Json(*candidate.hash) : Json(nullptr);
       candidates.push_back(std::move(row));
     }
-    return Json{{"range", detail.range ? Json(detail.range->valueToStrep()) : Json(nullptr)},
-                {"rule", detail.rule.empty() ? Json(nullptr) : Json(detail.rule)},
-                {"candidates", std::move(candidates)}};
+    Json setAside = Json::array();
+    for (const auto& candidate : record.setAside) {
+      Json row = infoJson(candidate.info);
+      row["reason"] = Routing::Pim::rpSetAsideReasonWord(candidate.reason);
+      setAside.push_back(std::move(row));
+    }
+    const std::string rule = record.rule();
+    return Json{
+        {"range", record.range.isNull() ? Json(nullptr) : Json(record.range.valueToStrep())},
+        {"rule", rule.empty() ? Json(nullptr) : Json(rule)},
+        {"candidates", std::move(candidates)},
+        {"setAside", std::move(setAside)}};
+  }
+
+  static const char* answerSourceWord(Routing::Pim::RpAnswerSource source) {
+    switch (source) {
+      case Routing::Pim::RpAnswerSource::table:
+        return "table";
+      case Routing::Pim::RpAnswerSource::staticRp:
+        return "static";
+      case Routing::Pim::RpAnswerSource::bootstrap:
+        return "bsr";
+      case Routing::Pim::RpAnswerSource::join:
+        return "join";
+      case Routing::Pim::RpAnswerSource::none:
+        break;
+    }
+    return "none";
+  }
+
+  static Json answerJson(const Routing::Pim::RpHashComputeRecord& record) {
+    Json tableEntry = nullptr;
+    if (Routing::Pim::rpHashPresent(record.tableEntry)) {
+      tableEntry = Json{{"prefix", record.tableEntry.key().valueToStrep()},
+                        {"address", addressJson(record.tableEntry.address())}};
+    }
+    Json computed = nullptr;
+    if (record.computed) {
+      Json setAside = Json::array();
+      if (record.staticSetAsideByMode) setAside.push_back("static");
+      if (record.bsrSetAsideByMode) setAside.push_back("bsr");
+      computed = Json{{"reason", Routing::Pim::rpSourceReasonWord(record.reason)},
+                      {"setAsideByMode", std::move(setAside)}};
+    }
+    return Json{{"source", answerSourceWord(record.source)},
+                {"tableEntry", std::move(tableEntry)},
+                {"computed", std::move(computed)}};
+  }
+
+  static Json toJson(const RpMapping& mapping) {
+    Json vrfs = Json::array();
+    for (const auto& vrf : mapping.vrfs) {
+      Json ranges = Json::array();
+      for (const auto& range : vrf.ranges) ranges.push_back(rangeJson(range));
+      vrfs.push_back(Json{{"vrf", vrf.vrf}, {"ranges", std::move(ranges)}});
+    }
+    return Json{{"family", mapping.af ? familyWord(*mapping.af) : "any"},
+                {"vrfs", std::move(vrfs)}};
+  }
+
+  static Json rangeJson(const MappingRange& range) {
+    Json candidates = Json::array();
+    for (const auto& candidate : range.candidates) {
+      Json row{{"source", candidate.source == CandidateSource::bootstrap ? "bsr" : "static"}};
+      row.update(infoJson(candidate.info));
+      candidates.push_back(std::move(row));
+    }
+    Json modes = Json::object();
+    for (const auto& mode : range.modes) {
+      modes[modeWord(mode.mode)] =
+          Json{{"static", rangeEntryJson(mode.staticEntry)},
+               {"bsr", rangeEntryJson(mode.bsrEntry)},
+               {"final", rangeEntryJson(mode.finalEntry)},
+               {"from", mode.from ? Json(tableSourceWord(*mode.from)) : Json(nullptr)},
+               {"reason", Routing::Pim::rpSourceReasonWord(mode.reason)}};
+    }
+    Json scope = Json::array();
+    for (const auto& note : range.scope) {
+      Json row = scopeJson(note.scope);
+      row["relation"] = note.within ? "within" : "includes";
+      scope.push_back(std::move(row));
+    }
+    return Json{{"range", range.range.valueToStrep()},
+                {"candidates", std::move(candidates)},
+                {"modes", std::move(modes)},
+                {"scope", std::move(scope)}};
   }
 
   static Json toJson(const CandidateListing& listing) {

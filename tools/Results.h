@@ -16,23 +16,27 @@
 #include "model/Pim/PimTypes.h"
 #include "model/Pim/RpCandidateInfo.h"
 #include "model/Pim/RpHash.h"
+#include "rp/PimRpHashComputeRecord.h"
+#include "rp/PimRpSelectionRecord.h"
+#include "rp/PimRpSourceRule.h"
+#include "tools/GroupScope.h"
 #include "tools/Statement.h"
 
 namespace PimrpTool {
 
-// One candidate of the range a source matched, with its hash value for the group (none when
-// its hash mask length is not set).
-struct CandidateDetail {
-  Routing::Pim::RpCandidateInfo info;
-  std::optional<std::uint32_t> hash;
+// What one mode's own compute answers and where the answer came from (its final per-group table,
+// a source, the join address).
+struct ModeAnswer {
+  Ipkit::IpGenAddr rp;  // unknown family: no RP
+  Routing::Pim::RpAnswerSource source = Routing::Pim::RpAnswerSource::none;
 };
 
-// How one source chose: the longest range covering the group, its candidates in address order,
-// and the step of the selection that left one candidate ("" when none was chosen).
-struct SourceDetail {
-  std::optional<Ipkit::IpGenPrefix> range;
-  std::vector<CandidateDetail> candidates;
-  std::string rule;
+// show rp without a mode: each mode's answer, and whether each group filter admits the group.
+struct ModeAnswers {
+  ModeAnswer sparse;
+  ModeAnswer bidir;
+  bool sparseServed = false;
+  bool bidirServed = false;
 };
 
 // show rp: rpHashCompute's answer and each source's own selection.
@@ -43,9 +47,15 @@ struct RpAnswer {
   Ipkit::IpGenAddr rp;  // unknown family: no RP
   Routing::Pim::RpCandidateInfo staticSelection;
   Routing::Pim::RpCandidateInfo bsrSelection;
-  // With detail: how each source chose.
-  std::optional<SourceDetail> staticDetail;
-  std::optional<SourceDetail> bsrDetail;
+  // With detail: how each source chose, as its selection recorded it, and how rpHashCompute came
+  // to its answer.
+  std::optional<Routing::Pim::RpSelectionRecord> staticDetail;
+  std::optional<Routing::Pim::RpSelectionRecord> bsrDetail;
+  std::optional<Routing::Pim::RpHashComputeRecord> answerDetail;
+  // Without a query mode: the per-mode answers.
+  std::optional<ModeAnswers> byMode;
+  // The range of groups served without an RP, or never routed, that holds the group.
+  std::optional<ScopeRange> scope;
 };
 
 // One candidate set: its prefix and its candidates in ascending address order, each as the five
@@ -134,8 +144,47 @@ struct ReviewListing {
   std::vector<ReviewRow> reviews;
 };
 
+// One candidate of a range in the RP mapping, with the source that holds it.
+struct MappingCandidate {
+  CandidateSource source = CandidateSource::staticConfig;
+  Routing::Pim::RpCandidateInfo info;
+};
+
+// The per-range entries of one mode for a range: each source's (an entry without an RP when the
+// source's winner is of the other mode) and the final one (the default entry when absent), which
+// source's entry the final one is, and the rule's reason read from the two per-source entries.
+struct MappingMode {
+  Routing::Pim::Mode mode = Routing::Pim::modePimSm;
+  Routing::Pim::RpHash staticEntry;
+  Routing::Pim::RpHash bsrEntry;
+  Routing::Pim::RpHash finalEntry;
+  std::optional<TableSource> from;  // staticRp or bsr; absent: no final entry, or neither's
+  Routing::Pim::RpSourceReason reason = Routing::Pim::RpSourceReason::noRp;
+};
+
+// One range of either source or of a final per-range table: its candidates (static first, each
+// source ascending by address), its two modes (sparse, bidir) and its scope notes.
+struct MappingRange {
+  Ipkit::IpGenPrefix range;
+  std::vector<MappingCandidate> candidates;
+  std::vector<MappingMode> modes;
+  std::vector<ScopeNote> scope;
+};
+
+// The ranges of one VRF, ascending (IPv4 first).
+struct VrfMapping {
+  std::string vrf;
+  std::vector<MappingRange> ranges;
+};
+
+// show rp mapping: per VRF (the session's one today), every range.
+struct RpMapping {
+  std::optional<Ipkit::AddressFamily> af;  // absent: both families
+  std::vector<VrfMapping> vrfs;
+};
+
 using ShowResult =
     std::variant<RpAnswer, CandidateListing, AclListing, RpHashListing, LocalRpListing,
-                 GroupFilterAnswer, AllocRequestTally, ReviewListing>;
+                 GroupFilterAnswer, AllocRequestTally, ReviewListing, RpMapping>;
 
 }  // namespace PimrpTool

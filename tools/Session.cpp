@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <vector>
 
 #include "framework/Acl/AclToPrefix.h"
 #include "framework/Ipkit/IpGenPrefixSet.h"
 #include "framework/Kel/System.h"
+#include "rp/PimRpSourceRule.h"
+#include "tools/GroupScope.h"
 
 namespace PimrpTool {
 
@@ -35,64 +38,74 @@ void appendSets(const RpCandidateStatus& status, std::vector<CandidateSetRows>& 
   }
 }
 
-// Which step of the selection left one candidate, told from the candidates the source matched:
-// bidirectional candidates beat sparse ones, then (modulo algorithm) the group's index, else the
-// lowest priority value, the highest hash, the highest address.
-std::string ruleThatDecided(const std::vector<CandidateDetail>& candidates,
-                            RpHashAlgorithm algorithm) {
-  std::vector<const CandidateDetail*> bidir, sparse;
-  for (const auto& candidate : candidates) {
-    if (candidate.info.mode() == modePimBidir) bidir.push_back(&candidate);
-    if (candidate.info.mode() == modePimSm) sparse.push_back(&candidate);
-  }
-  const auto& contest = bidir.empty() ? sparse : bidir;
-  if (contest.empty()) return "";
-  if (contest.size() == 1)
-    return !bidir.empty() && !sparse.empty() ? "bidir preferred" : "single candidate";
-  if (algorithm == rpHashAlgorithmModulo) return "modulo index";
-  RpPriority best = kRpPriorityNone;
-  for (const auto* candidate : contest) best = std::min(best, candidate->info.priority());
-  std::vector<const CandidateDetail*> top;
-  for (const auto* candidate : contest) {
-    if (candidate->info.priority() == best) top.push_back(candidate);
-  }
-  if (top.size() == 1) return "priority";
-  std::uint32_t highest = 0;
-  std::size_t atHighest = 0;
-  for (const auto* candidate : top) {
-    const std::uint32_t hash = candidate->hash.value_or(0);
-    if (atHighest == 0 || hash > highest) {
-      highest = hash;
-      atHighest = 1;
-    } else if (hash == highest) {
-      ++atHighest;
-    }
-  }
-  return atHighest == 1 ? "hash" : "highest address";
+ModeAnswer modeAnswer(const FamilyWiring& family, Mode mode, const Ipkit::IpGenAddr& group,
+                      const Ipkit::IpGenAddr& join) {
+  RpHashComputeRecord record;
+  family.compute(mode)->rpHashComputeRecorded(group, join, record);
+  return ModeAnswer{record.answer, record.source};
 }
 
-// The range `compute` matches for the group, its candidates with their hash values, and the rule.
-SourceDetail detailOf(RpCompute& compute, const Ipkit::IpGenAddr& group,
-                      RpHashAlgorithm algorithm) {
-  SourceDetail detail;
-  const auto set = compute.doLongestPrefixGroupMatch(Ipkit::IpGenPrefix::hostPrefix(group));
-  if (!set) return detail;
-  detail.range = set->prefix();
-  const unsigned maxMask = group.af() == Ipkit::AddressFamily::ipv4 ? 32 : 128;
-  for (const auto& [address, candidate] : set->rp()) {
-    CandidateDetail row{infoOf(*candidate), std::nullopt};
-    if (candidate->hashMaskLen() <= maxMask && candidate->hashMaskLen() != kRpHashMaskLenNone) {
-      row.hash =
-          compute.doComputeHashMask(candidate->pimMode(), group, candidate->hashMaskLen(), address);
-    }
-    detail.candidates.push_back(row);
+// Which per-source entry of a range the final entry is. Equal entries from both sources are told
+// apart by the rule itself.
+std::optional<TableSource> sourceHeld(const RpHash& finalEntry, const RpHash& staticEntry,
+                                      const RpHash& bsrEntry) {
+  if (!rpHashPresent(finalEntry)) return std::nullopt;
+  const bool isStatic = finalEntry == staticEntry;
+  const bool isBsr = finalEntry == bsrEntry;
+  if (isStatic && isBsr) {
+    return rpStaticWins(staticEntry.override(), true) ? TableSource::staticRp : TableSource::bsr;
   }
-  std::sort(detail.candidates.begin(), detail.candidates.end(),
-            [](const CandidateDetail& a, const CandidateDetail& b) {
-              return a.info.address() < b.info.address();
-            });
-  detail.rule = ruleThatDecided(detail.candidates, algorithm);
-  return detail;
+  if (isStatic) return TableSource::staticRp;
+  if (isBsr) return TableSource::bsr;
+  return std::nullopt;
+}
+
+MappingMode mappingModeOf(const FamilyWiring& family, const Ipkit::IpGenPrefix& range, Mode mode) {
+  const RpHash staticEntry =
+      family.table(HashSource::staticRp, HashKind::prefixes, mode)->rpHash(range);
+  const RpHash bsrEntry = family.table(HashSource::bsr, HashKind::prefixes, mode)->rpHash(range);
+  const RpHash finalEntry =
+      family.table(HashSource::final, HashKind::prefixes, mode)->rpHash(range);
+  return MappingMode{mode,
+                     staticEntry,
+                     bsrEntry,
+                     finalEntry,
+                     sourceHeld(finalEntry, staticEntry, bsrEntry),
+                     rpSourceReasonOfEntries(staticEntry, bsrEntry)};
+}
+
+void appendCandidates(CandidateSource source, const RpCandidateStatus& status,
+                      const Ipkit::IpGenPrefix& range, std::vector<MappingCandidate>& candidates) {
+  const auto set = status.crpSet(range);
+  if (!set) return;
+  for (const auto& [address, candidate] : set->rp()) {
+    candidates.push_back({source, infoOf(*candidate)});
+  }
+}
+
+// The family's ranges: those of both candidate statuses and those the final per-range tables
+// still hold, ascending.
+void appendMapping(const FamilyWiring& family, std::vector<MappingRange>& ranges) {
+  std::set<Ipkit::IpGenPrefix> keys;
+  for (const auto& status : {family.staticStatus(), family.bsrStatus()}) {
+    for (const auto& [prefix, set] : status->crpSet()) keys.insert(prefix);
+  }
+  for (const Mode mode : {modePimSm, modePimBidir}) {
+    for (const RpHash& entry :
+         family.table(HashSource::final, HashKind::prefixes, mode)->rpHash()) {
+      keys.insert(entry.key());
+    }
+  }
+  for (const auto& prefix : keys) {
+    MappingRange range{prefix, {}, {}, rangeScope(prefix)};
+    appendCandidates(CandidateSource::staticConfig, *family.staticStatus(), prefix,
+                     range.candidates);
+    appendCandidates(CandidateSource::bootstrap, *family.bsrStatus(), prefix, range.candidates);
+    for (const Mode mode : {modePimSm, modePimBidir}) {
+      range.modes.push_back(mappingModeOf(family, prefix, mode));
+    }
+    ranges.push_back(std::move(range));
+  }
 }
 
 bool isRuleStatement(const Statement& statement) {
@@ -284,28 +297,43 @@ struct SessionApply {
     return std::nullopt;
   }
 
+  // The answer, each source's selection and, asked for, how they came about; then, without a
+  // mode, the answers of both modes. The library is asked in that order, so that its traces for
+  // the answer come first.
   Result operator()(const ShowRpStatement& s) const {
-    const auto& compute = familyOf(s.group.value).compute(s.mode);
+    const FamilyWiring& family = session.family(s.group.value.af());
+    const auto& compute = family.compute(s.mode);
+    const Ipkit::IpGenAddr& group = s.group.value;
+    const Ipkit::IpGenAddr join = s.join ? s.join->value : Ipkit::IpGenAddr();
     RpAnswer answer;
-    answer.group = s.group.value;
+    answer.group = group;
     answer.queryMode = s.mode;
     if (s.join) answer.join = s.join->value;
-    answer.rp = compute->rpHashCompute(s.group.value, s.join ? s.join->value : Ipkit::IpGenAddr());
-    if (compute->staticCompute()) {
-      answer.staticSelection = compute->staticCompute()->doComputeRp(s.group.value);
-    }
-    if (compute->bsrCompute()) {
-      answer.bsrSelection = compute->bsrCompute()->doComputeRp(s.group.value);
-    }
     if (s.detail) {
-      const RpHashAlgorithm algorithm = session.shared_.rpConfig->rpHashAlgorithm();
-      answer.staticDetail = compute->staticCompute()
-                                ? detailOf(*compute->staticCompute(), s.group.value, algorithm)
-                                : SourceDetail{};
-      answer.bsrDetail = compute->bsrCompute()
-                             ? detailOf(*compute->bsrCompute(), s.group.value, algorithm)
-                             : SourceDetail{};
+      answer.answerDetail.emplace();
+      answer.staticDetail.emplace();
+      answer.bsrDetail.emplace();
+      answer.rp = compute->rpHashComputeRecorded(group, join, *answer.answerDetail);
+    } else {
+      answer.rp = compute->rpHashCompute(group, join);
     }
+    if (const auto& staticCompute = compute->staticCompute()) {
+      answer.staticSelection = s.detail
+                                   ? staticCompute->doComputeRpRecorded(group, *answer.staticDetail)
+                                   : staticCompute->doComputeRp(group);
+    }
+    if (const auto& bsrCompute = compute->bsrCompute()) {
+      answer.bsrSelection = s.detail ? bsrCompute->doComputeRpRecorded(group, *answer.bsrDetail)
+                                     : bsrCompute->doComputeRp(group);
+    }
+    if (s.mode == modePimNone) {
+      const auto host = Ipkit::IpGenPrefix::hostPrefix(group);
+      answer.byMode = ModeAnswers{modeAnswer(family, modePimSm, group, join),
+                                  modeAnswer(family, modePimBidir, group, join),
+                                  family.groupFilter(modePimSm)->permitGroup(host),
+                                  family.groupFilter(modePimBidir)->permitGroup(host)};
+    }
+    answer.scope = groupScope(group);
     return answer;
   }
 
@@ -465,6 +493,17 @@ struct SessionApply {
       }
     }
     return listing;
+  }
+
+  // Every range with its candidates and, per mode, what the final per-range table holds, which
+  // source's entry that is, and the rule's reason over the two per-source entries.
+  Result operator()(const ShowRpMappingStatement& s) const {
+    VrfMapping vrf{session.vrf_.string(), {}};
+    for (const FamilyWiring* family : {&session.ipv4_, &session.ipv6_}) {
+      if (s.af && *s.af != family->af()) continue;
+      appendMapping(*family, vrf.ranges);
+    }
+    return RpMapping{s.af, {std::move(vrf)}};
   }
 
   // What a static RP bound to the list serves, folded by the library's own list folding.

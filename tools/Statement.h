@@ -203,6 +203,10 @@ struct ShowAllocRequestsStatement {};
 
 struct ShowReviewStatement {};
 
+struct ShowRpMappingStatement {
+  std::optional<Ipkit::AddressFamily> af;  // absent: both families
+};
+
 using Statement =
     std::variant<VrfStatement, RpGroupStatement, RpAclStatement, RpModeStatement,
                  NoRpGroupStatement, NoRpAclStatement, NoRpStatement, AclRuleStatement,
@@ -211,7 +215,7 @@ using Statement =
                  NoRouteStatement, ShadowStatement, AttrLogStatement, RunStatement, ClockStatement,
                  ShowRpStatement, ShowCandidatesStatement, ShowAclStatement, ShowRpHashStatement,
                  ShowLocalRpStatement, ShowGroupFilterStatement, ShowAllocRequestsStatement,
-                 ShowReviewStatement>;
+                 ShowReviewStatement, ShowRpMappingStatement>;
 
 // Whether the statement only asks (a show).
 inline bool isShowStatement(const Statement& statement) {
@@ -223,7 +227,7 @@ inline bool isShowStatement(const Statement& statement) {
                std::is_same_v<S, ShowLocalRpStatement> ||
                std::is_same_v<S, ShowGroupFilterStatement> ||
                std::is_same_v<S, ShowAllocRequestsStatement> ||
-               std::is_same_v<S, ShowReviewStatement>;
+               std::is_same_v<S, ShowReviewStatement> || std::is_same_v<S, ShowRpMappingStatement>;
       },
       statement);
 }

@@ -161,7 +161,17 @@ Statement parseRpHashAlgorithm(WordCursor& cursor) {
                                                    : Routing::Pim::rpHashAlgorithmRfc7761};
 }
 
+Ipkit::AddressFamily takeFamily(WordCursor& cursor);
+
+Statement parseShowRpMapping(WordCursor& cursor) {
+  ShowRpMappingStatement query;
+  if (!cursor.atEnd()) query.af = takeFamily(cursor);
+  cursor.expectEnd();
+  return query;
+}
+
 Statement parseShowRp(WordCursor& cursor) {
+  if (cursor.takeIf("mapping")) return parseShowRpMapping(cursor);
   ShowRpStatement query;
   query.group = takeAddress(cursor, "group address");
   bool modeSeen = false;

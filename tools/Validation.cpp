@@ -233,6 +233,7 @@ struct StatementChecks {
   }
   void operator()(const ShowCandidatesStatement&) const {}
   void operator()(const ShowAclStatement&) const {}
+  void operator()(const ShowRpMappingStatement&) const {}
 };
 
 // The keywords that open each statement, as the statement table spells them.
@@ -266,6 +267,7 @@ struct StatementWords {
   const char* operator()(const ShowGroupFilterStatement&) const { return "show group-filter"; }
   const char* operator()(const ShowAllocRequestsStatement&) const { return "show alloc-requests"; }
   const char* operator()(const ShowReviewStatement&) const { return "show review"; }
+  const char* operator()(const ShowRpMappingStatement&) const { return "show rp mapping"; }
 };
 
 }  // namespace

@@ -77,6 +77,7 @@ void defineOptions(CLI::App& app, Options& options) {
       "  no bsr-rp PREFIX ADDR\n"
       "  rp-hash-algorithm rfc7761|modulo\n"
       "  show rp GROUP [mode sparse|bidir] [join ADDR] [detail]\n"
+      "  show rp mapping [ipv4|ipv6]\n"
       "  show candidates static|bsr\n"
       "  show acl NAME\n"
       "  group ADDR|PREFIX / no group ADDR|PREFIX   (at most 1048576 groups)\n"

@@ -27,6 +27,30 @@ class RpHashComputeTest : public ::testing::Test {
   IpGenAddr ask(const Kel::Ptr<RpHashComputeStatus>& status, const char* group) {
     return status->rpHashCompute(IpGenAddr(group), join_);
   }
+  // rpHashComputeRecorded, checked to answer as rpHashCompute does.
+  RpHashComputeRecord recordOf(const Kel::Ptr<RpHashComputeStatus>& status, const char* group,
+                               const IpGenAddr& join) {
+    RpHashComputeRecord record;
+    const IpGenAddr answer = status->rpHashComputeRecorded(IpGenAddr(group), join, record);
+    EXPECT_EQ(answer, status->rpHashCompute(IpGenAddr(group), join));
+    EXPECT_EQ(answer, record.answer);
+    return record;
+  }
+  RpHashComputeRecord recordOf(const Kel::Ptr<RpHashComputeStatus>& status, const char* group) {
+    return recordOf(status, group, join_);
+  }
+  // A computed record in a few words: "reason; set aside: static bsr; from source answer".
+  static std::string summaryOf(const RpHashComputeRecord& record) {
+    static const char* const kSources[] = {"table", "static", "bsr", "join", "none"};
+    std::string summary = rpSourceReasonWord(record.reason);
+    if (record.staticSetAsideByMode || record.bsrSetAsideByMode) {
+      summary += "; set aside:";
+      if (record.staticSetAsideByMode) summary += " static";
+      if (record.bsrSetAsideByMode) summary += " bsr";
+    }
+    return summary + "; from " + kSources[static_cast<int>(record.source)] + " " +
+           record.answer.valueToStrep();
+  }
 
   Kel::Ptr<RpCandidateStatus> static_{new RpCandidateStatus};
   Kel::Ptr<RpCandidateStatus> bsr_{new RpCandidateStatus};
@@ -171,6 +195,118 @@ TEST_F(RpHashComputeTest, UnknownFamilyGroup_JoinReturned) {
   auto status = build(modePimNone);
   addCandidate(static_, {"239.0.0.0/8", "10.0.0.1", 0, 30, modePimSm});
   EXPECT_EQ(status->rpHashCompute(IpGenAddr(), join_), join_);
+}
+
+TEST_F(RpHashComputeTest, Record_TableEntry_AnswerFromTheTableNothingComputed) {
+  auto status = build(modePimSm);
+  addCandidate(static_, {"239.0.0.0/8", "10.0.0.1", 0, 30, modePimSm, true});
+  const RpHash entry(IpGenPrefix("239.1.1.1/32"), IpGenAddr("10.9.9.9"), 5, 30, false, modePimSm);
+  table_->rpHashIs(entry);
+  const RpHashComputeRecord record = recordOf(status, "239.1.1.1");
+  EXPECT_EQ(record.tableEntry, entry);
+  EXPECT_FALSE(record.computed);
+  EXPECT_EQ(record.staticResult, RpCandidateInfo());
+  EXPECT_EQ(record.source, RpAnswerSource::table);
+  EXPECT_EQ(record.answer, IpGenAddr("10.9.9.9"));
+}
+
+TEST_F(RpHashComputeTest, Record_TableEntryWithoutRp_JoinAsLastResort) {
+  auto status = build(modePimSm);
+  const RpHash entry(IpGenPrefix("239.1.1.1/32"), IpGenAddr(), kRpPriorityNone, kRpHashMaskLenNone,
+                     false, modePimSm);
+  table_->rpHashIs(entry);
+  RpHashComputeRecord record = recordOf(status, "239.1.1.1");
+  EXPECT_EQ(record.tableEntry, entry);
+  EXPECT_FALSE(record.computed);
+  EXPECT_EQ(record.source, RpAnswerSource::join);
+  EXPECT_EQ(record.answer, join_);
+  record = recordOf(status, "239.1.1.1", IpGenAddr());
+  EXPECT_EQ(record.source, RpAnswerSource::none);
+}
+
+TEST_F(RpHashComputeTest, Record_BootstrapBeatsStatic) {
+  auto status = build(modePimNone);
+  addCandidate(static_, {"239.0.0.0/8", "10.0.0.1", 0, 30, modePimSm});
+  addCandidate(bsr_, {"239.0.0.0/8", "10.0.0.2", 200, 30, modePimSm});
+  const RpHashComputeRecord record = recordOf(status, "239.1.1.1");
+  EXPECT_EQ(record.tableEntry, RpHash());
+  EXPECT_TRUE(record.computed);
+  EXPECT_EQ(record.staticResult, RpCandidateInfo(IpGenAddr("10.0.0.1"), 0, 30, false, modePimSm));
+  EXPECT_EQ(record.bsrResult, RpCandidateInfo(IpGenAddr("10.0.0.2"), 200, 30, false, modePimSm));
+  EXPECT_EQ(summaryOf(record), "bootstrap beats static; from bsr 10.0.0.2");
+}
+
+TEST_F(RpHashComputeTest, Record_StaticOverride) {
+  auto status = build(modePimNone);
+  addCandidate(static_, {"239.0.0.0/8", "10.0.0.1", 200, 30, modePimSm, true});
+  addCandidate(bsr_, {"239.0.0.0/8", "10.0.0.2", 0, 30, modePimSm});
+  EXPECT_EQ(summaryOf(recordOf(status, "239.1.1.1")), "static override; from static 10.0.0.1");
+}
+
+TEST_F(RpHashComputeTest, Record_OnlyStaticAndOnlyBootstrap) {
+  auto status = build(modePimSm);
+  addCandidate(static_, {"239.0.0.0/8", "10.0.0.1", 0, 30, modePimSm});
+  addCandidate(bsr_, {"232.0.0.0/8", "10.0.0.2", 0, 30, modePimSm});
+  EXPECT_EQ(summaryOf(recordOf(status, "239.1.1.1")), "only static; from static 10.0.0.1");
+  EXPECT_EQ(summaryOf(recordOf(status, "232.1.1.1")), "only bootstrap; from bsr 10.0.0.2");
+}
+
+TEST_F(RpHashComputeTest, Record_StaticOverrideOfOtherMode_SetAsideAndBootstrapAnswers) {
+  auto status = build(modePimSm);
+  addCandidate(static_, {"239.0.0.0/8", "10.0.0.1", 0, 30, modePimBidir, true});
+  addCandidate(bsr_, {"239.0.0.0/8", "10.0.0.2", 0, 30, modePimSm});
+  EXPECT_EQ(summaryOf(recordOf(status, "239.1.1.1")),
+            "static override; set aside: static; from bsr 10.0.0.2");
+}
+
+// The mode filter does not choose again: the bootstrap RP beats the static one and, of another
+// mode, is set aside; the static RP of the served mode is not taken instead.
+TEST_F(RpHashComputeTest, Record_BootstrapOfOtherMode_SetAsideAndJoinAnswers) {
+  auto status = build(modePimSm);
+  addCandidate(static_, {"239.0.0.0/8", "10.0.0.1", 0, 30, modePimSm});
+  addCandidate(bsr_, {"239.0.0.0/8", "10.0.0.2", 0, 30, modePimBidir});
+  EXPECT_EQ(summaryOf(recordOf(status, "239.1.1.1")),
+            "bootstrap beats static; set aside: bsr; from join 192.0.2.99");
+}
+
+TEST_F(RpHashComputeTest, Record_OnlyStaticOfOtherMode_SetAsideAndNoAnswerWithoutJoin) {
+  auto status = build(modePimBidir);
+  addCandidate(static_, {"239.0.0.0/8", "10.0.0.1", 0, 30, modePimSm});
+  EXPECT_EQ(summaryOf(recordOf(status, "239.1.1.1", IpGenAddr())),
+            "only static; set aside: static; from none unknown");
+}
+
+TEST_F(RpHashComputeTest, Record_NoCandidates_NoRpThenJoin) {
+  auto status = build(modePimNone);
+  const RpHashComputeRecord record = recordOf(status, "239.1.1.1");
+  EXPECT_TRUE(record.computed);
+  EXPECT_EQ(summaryOf(record), "no RP; from join 192.0.2.99");
+}
+
+TEST_F(RpHashComputeTest, Record_UnknownFamilyGroup_JoinWithoutComputing) {
+  auto status = build(modePimNone);
+  RpHashComputeRecord record;
+  EXPECT_EQ(status->rpHashComputeRecorded(IpGenAddr(), join_, record), join_);
+  EXPECT_FALSE(record.computed);
+  EXPECT_EQ(record.source, RpAnswerSource::join);
+}
+
+TEST_F(RpHashComputeTest, Record_TracesExactlyAsWithout) {
+  auto status = build(modePimSm);
+  addCandidate(static_, {"239.0.0.0/8", "10.0.0.1", 0, 30, modePimSm});
+  addCandidate(bsr_, {"239.0.0.0/8", "10.0.0.2", 0, 30, modePimBidir});
+  table_->rpHashIs(
+      RpHash(IpGenPrefix("239.1.1.9/32"), IpGenAddr("10.9.9.9"), 5, 30, false, modePimSm));
+  for (const char* group : {"239.1.1.1", "239.1.1.9", "232.1.1.1"}) {
+    RpTest::TraceCapture capture("PimRpCompute");
+    ask(status, group);
+    const Lines without = capture.lines();
+    capture.clear();
+    RpHashComputeRecord record;
+    status->rpHashComputeRecorded(IpGenAddr(group), join_, record);
+    EXPECT_EQ(capture.lines(), without) << group;
+    EXPECT_EQ(without.front(), kRpHashCompute + "( " + group + " )");
+  }
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <sstream>
 
+#include "tests/tools/ToolTestSupport.h"
 #include "tools/Output.h"
 
 namespace {
@@ -20,17 +21,8 @@ RpAnswer answerFor239() {
   return answer;
 }
 
-std::string jsonOf(const ShowResult& result) {
-  std::ostringstream out;
-  jsonOutputFactory(out)->show(result);
-  return out.str();
-}
-
-std::string humanOf(const ShowResult& result) {
-  std::ostringstream out;
-  humanOutputFactory(out)->show(result);
-  return out.str();
-}
+using ToolTest::humanOf;
+using ToolTest::jsonOf;
 
 TEST(JsonOutput, ShowRp_OneLineWithEmptySelectionValues) {
   EXPECT_EQ(jsonOf(answerFor239()),
@@ -38,7 +30,7 @@ TEST(JsonOutput, ShowRp_OneLineWithEmptySelectionValues) {
             "\"static\":{\"address\":\"10.0.0.1\",\"priority\":0,\"hashMaskLen\":30,"
             "\"override\":false,\"mode\":\"sparse\"},"
             "\"bsr\":{\"address\":null,\"priority\":256,\"hashMaskLen\":128,\"override\":false,"
-            "\"mode\":\"none\"}}\n");
+            "\"mode\":\"none\"},\"scope\":null}\n");
 }
 
 TEST(JsonOutput, ShowRpWithoutAnswer_RpIsNull) {

@@ -130,6 +130,17 @@ TEST(StatementParser, Show_ReadsEachForm) {
   EXPECT_EQ(statementAs<ShowAclStatement>("show acl A").acl, "A");
 }
 
+TEST(StatementParser, ShowRpMapping_ReadsAnOptionalFamily) {
+  EXPECT_FALSE(statementAs<ShowRpMappingStatement>("show rp mapping").af);
+  EXPECT_EQ(statementAs<ShowRpMappingStatement>("show rp mapping ipv4").af,
+            Ipkit::AddressFamily::ipv4);
+  EXPECT_EQ(statementAs<ShowRpMappingStatement>("show rp mapping ipv6").af,
+            Ipkit::AddressFamily::ipv6);
+  EXPECT_EQ(refusalOf("show rp mapping ipv5"),
+            "expected 'ipv4' or 'ipv6' after 'show rp mapping', got 'ipv5'");
+  EXPECT_EQ(refusalOf("show rp mapping ipv4 x"), "unexpected 'x' after 'show rp mapping ipv4'");
+}
+
 TEST(StatementParser, RpHashAlgorithm_ReadsBothNames) {
   EXPECT_EQ(statementAs<RpHashAlgorithmStatement>("rp-hash-algorithm modulo").algorithm,
             Routing::Pim::rpHashAlgorithmModulo);

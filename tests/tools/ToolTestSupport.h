@@ -1,14 +1,16 @@
 #pragma once
-// Shared helpers for the tool's tests: statements from text, as a script would give them, and
-// shared tables that a test owns.
+// Shared helpers for the tool's tests: statements from text, as a script would give them, answers
+// as each output prints them, and shared tables that a test owns.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <sstream>
 #include <string>
 #include <variant>
 
 #include "model/Pim/RpHashStatus.h"
+#include "tools/Output.h"
 #include "tools/SharedTables.h"
 #include "tools/Statement.h"
 #include "tools/StatementParser.h"
@@ -29,6 +31,18 @@ S statementAs(const std::string& line) {
   if (std::holds_alternative<S>(statement)) return std::get<S>(statement);
   ADD_FAILURE() << "another statement in: " << line;
   return S();
+}
+
+inline std::string jsonOf(const PimrpTool::ShowResult& result) {
+  std::ostringstream out;
+  PimrpTool::jsonOutputFactory(out)->show(result);
+  return out.str();
+}
+
+inline std::string humanOf(const PimrpTool::ShowResult& result) {
+  std::ostringstream out;
+  PimrpTool::humanOutputFactory(out)->show(result);
+  return out.str();
 }
 
 // The shared tables of one test: a name unique to the test process and the test
