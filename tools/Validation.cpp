@@ -5,6 +5,7 @@
 
 #include "framework/Kel/Exception.h"
 #include "framework/L3/VrfName.h"
+#include "tools/GroupSpace.h"
 #include "tools/StatementError.h"
 
 namespace PimrpTool {
@@ -68,15 +69,11 @@ void checkRpAddress(const Address& rp) {
   throw StatementError("RP address " + quoted(rp.word) + " is not a unicast address: " + why);
 }
 
-const char* multicastSpace(AddressFamily af) {
-  return af == AddressFamily::ipv4 ? "224.0.0.0/4" : "ff00::/8";
-}
-
 void checkGroupRange(const Prefix& group) {
-  const unsigned multicastLength = group.value.af() == AddressFamily::ipv4 ? 4 : 8;
-  if (group.value.len() >= multicastLength && group.value.address().isMulticast()) return;
+  const Ipkit::IpGenPrefix space = groupSpace(group.value.af());
+  if (space.contains(group.value)) return;
   throw StatementError("group range " + quoted(group.word) + " is not within " +
-                       multicastSpace(group.value.af()));
+                       space.valueToStrep());
 }
 
 void checkSameFamily(const Address& rp, const Prefix& group) {
@@ -125,10 +122,21 @@ void checkKnownGroups(const Prefix& group) {
   checkGroupCount(group);
 }
 
-void checkRoute(const RouteStatement& s) {
-  if (s.prefix.value.address().isMulticast()) {
-    throw StatementError("route prefix " + quoted(s.prefix.word) + " is not a unicast prefix");
+// A route covers unicast destinations: a multicast prefix, or a host route to an address that is
+// no router's (the broadcast address above all), is a typo.
+void checkRoutePrefix(const Prefix& prefix) {
+  if (prefix.value.address().isMulticast()) {
+    throw StatementError("route prefix " + quoted(prefix.word) + " is not a unicast prefix");
   }
+  const unsigned hostLength = prefix.value.af() == AddressFamily::ipv4 ? 32 : 128;
+  if (prefix.value.len() != hostLength) return;
+  const std::string why = notUnicastReason(prefix.value.address());
+  if (why.empty()) return;
+  throw StatementError("route prefix " + quoted(prefix.word) + " is not a unicast prefix: " + why);
+}
+
+void checkRoute(const RouteStatement& s) {
+  checkRoutePrefix(s.prefix);
   checkRange(s.type, "route type", 0, kMaxRouteType);
   if (!s.via || s.local) return;
   const std::string why = notUnicastReason(s.via->value);
@@ -206,11 +214,7 @@ struct StatementChecks {
   void operator()(const GroupStatement& s) const { checkKnownGroups(s.group); }
   void operator()(const NoGroupStatement& s) const { checkKnownGroups(s.group); }
   void operator()(const RouteStatement& s) const { checkRoute(s); }
-  void operator()(const NoRouteStatement& s) const {
-    if (s.prefix.value.address().isMulticast()) {
-      throw StatementError("route prefix " + quoted(s.prefix.word) + " is not a unicast prefix");
-    }
-  }
+  void operator()(const NoRouteStatement& s) const { checkRoutePrefix(s.prefix); }
   void operator()(const ShadowStatement&) const {}
   void operator()(const AttrLogStatement&) const {}
   void operator()(const RunStatement& s) const {

@@ -217,4 +217,18 @@ TEST(Validation, ReadOnly_RefusalLeavesOrderRulesAsTheyWere) {
   EXPECT_FALSE(validator.rpAddressSeen());
 }
 
+TEST(Validation, HostRouteToAnAddressNoRouterHas_Refused) {
+  EXPECT_EQ(refusalOf("route 255.255.255.255/32 type 1"),
+            "route prefix '255.255.255.255/32' is not a unicast prefix: it is the broadcast "
+            "address");
+  EXPECT_EQ(refusalOf("no route 255.255.255.255/32"),
+            "route prefix '255.255.255.255/32' is not a unicast prefix: it is the broadcast "
+            "address");
+  EXPECT_EQ(refusalOf("route 0.0.0.0/32 type 1"),
+            "route prefix '0.0.0.0/32' is not a unicast prefix: it is the unspecified address");
+  EXPECT_EQ(refusalOf("route 255.255.255.254/32 type 1"), "");
+  EXPECT_EQ(refusalOf("route 255.255.255.0/24 type 1"), "");
+  EXPECT_EQ(refusalOf("route 0.0.0.0/0 type 1"), "");
+}
+
 }  // namespace
