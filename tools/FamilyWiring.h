@@ -106,6 +106,10 @@ class FamilyWiring {
   void vrfIs(const L3::VrfName& vrf);
 
   const Kel::Ptr<Routing::Pim::Static::RpConfig>& staticConfig() const { return staticConfig_; }
+  // The static candidate reactor, whose per-list state tells which ranges each list gives.
+  const Kel::Ptr<Routing::Pim::Static::RpCandidateSm>& staticReactor() const {
+    return staticReactor_;
+  }
   const Kel::Ptr<Acl::AclTypeConfig>& aclConfig() const { return aclConfig_; }
   const Kel::Ptr<Routing::Pim::RpCandidateStatus>& staticStatus() const { return staticStatus_; }
   const Kel::Ptr<Routing::Pim::RpCandidateStatus>& bsrStatus() const { return bsrStatus_; }

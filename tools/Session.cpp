@@ -7,6 +7,7 @@
 #include "framework/Acl/AclToPrefix.h"
 #include "framework/Ipkit/IpGenPrefixSet.h"
 #include "framework/Kel/System.h"
+#include "tools/BindingWarnings.h"
 
 namespace PimrpTool {
 
@@ -93,11 +94,6 @@ SourceDetail detailOf(RpCompute& compute, const Ipkit::IpGenAddr& group,
             });
   detail.rule = ruleThatDecided(detail.candidates, algorithm);
   return detail;
-}
-
-bool isRuleStatement(const Statement& statement) {
-  return std::holds_alternative<AclRuleStatement>(statement) ||
-         std::holds_alternative<NoAclRuleStatement>(statement);
 }
 
 }  // namespace
@@ -538,10 +534,38 @@ void Session::finish() {
 
 std::optional<ShowResult> Session::apply(const Statement& statement, Commit commit) {
   // A run ends at anything but one more rule statement of its list.
-  if (commit == Commit::eachStatement || !isRuleStatement(statement)) this->commit();
+  const bool reachesLibrary = commit == Commit::eachStatement || !isRuleStatement(statement);
+  if (reachesLibrary) this->commit();
   if (home_.kind == TableHome::Kind::sharedWriter && needsReactors(statement)) reactorsStart();
   if (clockSettles_ && isShowStatement(statement)) settle();
-  return std::visit(SessionApply{*this, commit}, statement);
+  BindingWarnings watch(ipv4_);
+  if (reachesLibrary) watch.before(statement);
+  auto answer = std::visit(SessionApply{*this, commit}, statement);
+  if (reachesLibrary) warningsAdd(watch.after(statement));
+  // Readers of shared tables see them as the statements typed so far leave them, not as they
+  // were at the last show.
+  if (home_.kind == TableHome::Kind::sharedWriter && commit == Commit::eachStatement &&
+      clockSettles_) {
+    settle();
+  }
+  return answer;
+}
+
+bool Session::endsRun(const Statement& statement) const {
+  if (!runRules_) return false;
+  if (const auto* rule = std::get_if<AclRuleStatement>(&statement)) return rule->acl != runAcl_;
+  if (const auto* rule = std::get_if<NoAclRuleStatement>(&statement)) return rule->acl != runAcl_;
+  return true;
+}
+
+std::vector<std::string> Session::warningsTaken() {
+  std::vector<std::string> taken;
+  taken.swap(warnings_);
+  return taken;
+}
+
+void Session::warningsAdd(std::vector<std::string> warnings) {
+  for (auto& warning : warnings) warnings_.push_back(std::move(warning));
 }
 
 Kel::Ptr<Acl::AclSubConfig> Session::runRulesOf(const std::string& acl, bool create) {
@@ -573,7 +597,10 @@ void Session::commit() {
   // Taken first, so that a refusal below does not leave a run to commit again.
   const auto rules = std::move(runRules_);
   runRules_ = nullptr;
+  BindingWarnings watch(ipv4_);
+  watch.listBefore(runAcl_);
   ipv4_.aclConfig()->aclIs(runAcl_)->currCfgIs(rules);
+  warningsAdd(watch.listAfter(runAcl_));
 }
 
 }  // namespace PimrpTool

@@ -228,4 +228,10 @@ inline bool isShowStatement(const Statement& statement) {
       statement);
 }
 
+// Whether the statement edits the rules of an access list (and so may join a run of them).
+inline bool isRuleStatement(const Statement& statement) {
+  return std::holds_alternative<AclRuleStatement>(statement) ||
+         std::holds_alternative<NoAclRuleStatement>(statement);
+}
+
 }  // namespace PimrpTool

@@ -287,11 +287,31 @@ void Validator::checkReadOnly(const Statement& statement) const {
                        ": it needs the writer's own state; only 'show rp-hash' reads the tables");
 }
 
+void Validator::countGroups(const Statement& statement) {
+  if (const auto* s = std::get_if<NoGroupStatement>(&statement)) {
+    groupsOf(s->group.value.af()).remove(s->group.value);
+    return;
+  }
+  const auto* s = std::get_if<GroupStatement>(&statement);
+  if (s == nullptr) return;
+  const AddressFamily af = s->group.value.af();
+  KnownGroupSpans& groups = groupsOf(af);
+  const std::uint64_t known = groups.count() + groups.missingIn(s->group.value);
+  if (known > maxGroups_) {
+    throw StatementError(quoted(s->group.word) + " would bring the known " + familyName(af) +
+                         " groups to " + std::to_string(known) + ", above the limit of " +
+                         std::to_string(maxGroups_) + " (--max-groups)");
+  }
+  groups.add(s->group.value);
+}
+
 void Validator::check(const Statement& statement) {
   if (!readOnlyTables_.empty()) checkReadOnly(statement);
   // Work on a copy of the record so that a refused statement leaves it as it was.
   bool rpAddressSeen = rpAddressSeen_;
   std::visit(StatementChecks{rpAddressSeen}, statement);
+  // Last: a statement refused by any other check changes no count.
+  countGroups(statement);
   rpAddressSeen_ = rpAddressSeen;
 }
 
