@@ -23,8 +23,9 @@ std::string accessLists(const std::vector<std::string>& lists) {
   return (lists.size() == 1 ? "access list " : "access lists ") + listNames(lists);
 }
 
-// "priority 5, hash mask 30, no override", as the candidate holds them.
-std::string valuesOf(const RpCandidate& candidate) {
+}  // namespace
+
+std::string candidateValues(const RpCandidate& candidate) {
   const auto priority = candidate.priority();
   const auto hashMask = candidate.hashMaskLen();
   return (priority == Routing::Pim::kRpPriorityNone ? std::string("no priority")
@@ -35,7 +36,17 @@ std::string valuesOf(const RpCandidate& candidate) {
          ", " + (candidate.override() ? "override" : "no override");
 }
 
-}  // namespace
+std::vector<std::string> listsGiving(const FamilyWiring& ipv4, const Ipkit::IpGenAddr& rp,
+                                     const Ipkit::IpGenPrefix& range) {
+  std::vector<std::string> lists;
+  const auto entry = ipv4.staticConfig()->rpTable(rp);
+  if (!entry) return lists;
+  for (const auto& [acl, on] : entry->acl()) {
+    const auto permitted = ipv4.staticReactor()->rpStaticAcl(acl);
+    if (permitted && permitted->grpPrefix().contains(range)) lists.push_back(acl);
+  }
+  return lists;
+}
 
 void BindingWarnings::before(const Statement& statement) {
   if (const auto* s = std::get_if<NoRpAclStatement>(&statement)) {
@@ -54,7 +65,7 @@ void BindingWarnings::before(const Statement& statement) {
 std::vector<std::string> BindingWarnings::after(const Statement& statement) {
   std::vector<std::string> warnings;
   if (const auto* s = std::get_if<RpGroupStatement>(&statement)) {
-    const auto lists = listsPermitting(s->rp.value, s->group.value);
+    const auto lists = listsGiving(ipv4_, s->rp.value, s->group.value);
     if (!lists.empty()) warnings.push_back(boundTwiceWarning(s->rp.value, s->group.value, lists));
   } else if (const auto* s = std::get_if<RpAclStatement>(&statement)) {
     const auto entry = ipv4_.staticConfig()->rpTable(s->rp.value);
@@ -63,7 +74,7 @@ std::vector<std::string> BindingWarnings::after(const Statement& statement) {
     for (const auto& [range, on] : entry->group()) {
       if (!permitted->grpPrefix().contains(range)) continue;
       warnings.push_back(
-          boundTwiceWarning(s->rp.value, range, listsPermitting(s->rp.value, range)));
+          boundTwiceWarning(s->rp.value, range, listsGiving(ipv4_, s->rp.value, range)));
     }
   } else if (const auto* s = std::get_if<NoRpGroupStatement>(&statement)) {
     addLeftUnset("the group binding", s->rp.value, s->group.value, warnings);
@@ -85,7 +96,7 @@ std::vector<std::string> BindingWarnings::listAfter(const std::string& acl) {
   std::vector<std::string> warnings;
   for (const auto& [rp, range] : boundTwiceThrough(acl)) {
     if (boundTwice_.count({rp, range}) != 0) continue;
-    warnings.push_back(boundTwiceWarning(rp, range, listsPermitting(rp, range)));
+    warnings.push_back(boundTwiceWarning(rp, range, listsGiving(ipv4_, rp, range)));
   }
   return warnings;
 }
@@ -105,18 +116,6 @@ std::set<BindingWarnings::Binding> BindingWarnings::boundTwiceThrough(
   return bound;
 }
 
-std::vector<std::string> BindingWarnings::listsPermitting(const Ipkit::IpGenAddr& rp,
-                                                          const Ipkit::IpGenPrefix& range) const {
-  std::vector<std::string> lists;
-  const auto entry = ipv4_.staticConfig()->rpTable(rp);
-  if (!entry) return lists;
-  for (const auto& [acl, on] : entry->acl()) {
-    const auto permitted = ipv4_.staticReactor()->rpStaticAcl(acl);
-    if (permitted && permitted->grpPrefix().contains(range)) lists.push_back(acl);
-  }
-  return lists;
-}
-
 bool BindingWarnings::bindsByGroup(const Ipkit::IpGenAddr& rp,
                                    const Ipkit::IpGenPrefix& range) const {
   const auto entry = ipv4_.staticConfig()->rpTable(rp);
@@ -131,7 +130,7 @@ std::string BindingWarnings::boundTwiceWarning(const Ipkit::IpGenAddr& rp,
   return "RP " + rp.valueToStrep() + " is bound to " + range.valueToStrep() +
          " both by a group binding and by " + accessLists(lists) +
          ": its candidate holds the values written last" +
-         (candidate ? " (" + valuesOf(*candidate) + ")" : "") +
+         (candidate ? " (" + candidateValues(*candidate) + ")" : "") +
          ", and removing one binding can leave them not set while another still names it";
 }
 
@@ -145,7 +144,7 @@ void BindingWarnings::addLeftUnset(const std::string& removed, const Ipkit::IpGe
   const bool noHashMask = candidate->hashMaskLen() == Routing::Pim::kRpHashMaskLenNone;
   if (!noPriority && !noHashMask) return;
   const bool byGroup = bindsByGroup(rp, range);
-  const auto lists = listsPermitting(rp, range);
+  const auto lists = listsGiving(ipv4_, rp, range);
   const std::size_t bindings = (byGroup ? 1 : 0) + lists.size();
   if (bindings == 0) return;
   std::string naming = byGroup ? "its group binding" : "";

@@ -25,10 +25,17 @@
 
 #include "framework/Ipkit/IpGenAddr.h"
 #include "framework/Ipkit/IpGenPrefix.h"
+#include "model/Pim/RpCandidate.h"
 #include "tools/FamilyWiring.h"
 #include "tools/Statement.h"
 
 namespace PimrpTool {
+
+// The access lists of IPv4 RP `rp` that give it `range`, in name order.
+std::vector<std::string> listsGiving(const FamilyWiring& ipv4, const Ipkit::IpGenAddr& rp,
+                                     const Ipkit::IpGenPrefix& range);
+// A candidate's values as a warning names them: "priority 5, hash mask 30, no override".
+std::string candidateValues(const Routing::Pim::RpCandidate& candidate);
 
 class BindingWarnings {
  public:
@@ -46,9 +53,6 @@ class BindingWarnings {
 
   // The (RP, range) pairs that RPs bound to the list also bind by group while it permits them.
   std::set<Binding> boundTwiceThrough(const std::string& acl) const;
-  // The lists of `rp` that permit `range`, in name order.
-  std::vector<std::string> listsPermitting(const Ipkit::IpGenAddr& rp,
-                                           const Ipkit::IpGenPrefix& range) const;
   bool bindsByGroup(const Ipkit::IpGenAddr& rp, const Ipkit::IpGenPrefix& range) const;
   // The warning that (rp, range) is bound twice, with the values its candidate holds.
   std::string boundTwiceWarning(const Ipkit::IpGenAddr& rp, const Ipkit::IpGenPrefix& range,

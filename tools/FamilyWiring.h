@@ -130,6 +130,17 @@ class FamilyWiring {
   }
   const Kel::Ptr<Routing::Pim::RpLocalStatus>& localRpStatus() const { return localRpStatus_; }
 
+  // A unicast route of the family's shadow.
+  struct Route {
+    Ipkit::IpGenPrefix prefix;
+    std::uint32_t type = 0;
+    std::vector<Routing::ShadowFib::ViaEntry> vias;
+  };
+  // The routes of the family's shadow, ascending by prefix.
+  std::vector<Route> routes() const;
+  // Whether the route shadow is attached to the local RP reactor.
+  bool shadowAttached() const;
+
   // Installs or replaces a unicast route in the family's shadow.
   // REQUIRES: prefix of this family; every via's next hop of this family.
   void routeIs(const Ipkit::IpGenPrefix& prefix, std::uint32_t type,

@@ -7,12 +7,8 @@ namespace PimrpTool {
 
 std::pair<KnownGroupSpans::Number, KnownGroupSpans::Number> KnownGroupSpans::boundsOf(
     const Ipkit::IpGenPrefix& range) {
-  Number first = 0;
-  for (const std::uint8_t byte : range.address().bytes()) first = (first << 8) | byte;
-  const unsigned bits = range.af() == Ipkit::AddressFamily::ipv4 ? 32 : 128;
-  // An IPv4 address fills the first 4 of the 16 bytes.
-  if (bits == 32) first >>= 96;
-  const Number size = Number{1} << (bits - range.len());
+  const Number first = numberOf(range.address());
+  const Number size = Number{1} << (addressBits(range.af()) - range.len());
   return {first, first + size - 1};
 }
 

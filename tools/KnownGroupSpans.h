@@ -12,6 +12,7 @@
 #include <map>
 
 #include "framework/Ipkit/IpGenPrefix.h"
+#include "tools/AddressNumber.h"
 
 namespace PimrpTool {
 
@@ -24,8 +25,7 @@ class KnownGroupSpans {
   void remove(const Ipkit::IpGenPrefix& range);
 
  private:
-  // An address as one number: IPv4 in the low 32 bits, IPv6 whole.
-  using Number = unsigned __int128;
+  using Number = AddressNumber;
 
   // The first and last address of the range, both included. REQUIRES: the range holds at most
   // 2^64 addresses.

@@ -8,20 +8,14 @@
 #include "framework/Ipkit/IpGenPrefixSet.h"
 #include "framework/Kel/System.h"
 #include "tools/BindingWarnings.h"
+#include "tools/RunningConfig.h"
+#include "tools/StaticBindings.h"
 
 namespace PimrpTool {
 
 using namespace Routing::Pim;
 
 namespace {
-
-// What a static binding gets for an option left out, as routers' configuration gives it: the
-// best priority, and the hash mask length that the bootstrap router mechanism advises
-// (RFC 5059: 30 for IPv4, 126 for IPv6).
-constexpr unsigned kDefaultPriority = 0;
-unsigned defaultHashMask(Ipkit::AddressFamily af) {
-  return af == Ipkit::AddressFamily::ipv4 ? 30 : 126;
-}
 
 RpCandidateInfo infoOf(const RpCandidate& candidate) {
   return RpCandidateInfo(candidate.address(), candidate.priority(), candidate.hashMaskLen(),
@@ -117,62 +111,13 @@ struct SessionApply {
     return std::nullopt;
   }
 
-  // Each option is written before the binding itself, so that the reactor finds the binding's
-  // values in place when the binding arrives, and a rebinding changes only what differs. An
-  // option left out takes the protocol's default; `none` leaves the value unconfigured.
-  template <class Is, class Del>
-  static void writeOption(const OptionValue& option, unsigned byDefault, Is is, Del del) {
-    switch (option.form) {
-      case OptionValue::Form::leftOut:
-        is(byDefault);
-        return;
-      case OptionValue::Form::none:
-        del();
-        return;
-      case OptionValue::Form::number:
-        is(static_cast<unsigned>(option.number.value));
-        return;
-    }
-  }
-
   Result operator()(const RpGroupStatement& s) const {
-    const auto entry = familyOf(s.rp.value).staticConfig()->rpTableIs(s.rp.value);
-    const auto& group = s.group.value;
-    const auto& options = s.options;
-    writeOption(
-        options.priority, kDefaultPriority,
-        [&](unsigned value) { entry->priorityGrpIs(group, static_cast<RpPriority>(value)); },
-        [&] { entry->priorityGrpDel(group); });
-    writeOption(
-        options.hashMask, defaultHashMask(group.af()),
-        [&](unsigned value) { entry->hashMaskGrpIs(group, static_cast<RpHashMaskLen>(value)); },
-        [&] { entry->hashMaskGrpDel(group); });
-    if (options.override) {
-      entry->overrideDynGrpIs(group, true);
-    } else {
-      entry->overrideDynGrpDel(group);
-    }
-    entry->groupIs(group, true);
+    bindingWrite(*familyOf(s.rp.value).staticConfig()->rpTableIs(s.rp.value), s);
     return std::nullopt;
   }
 
   Result operator()(const RpAclStatement& s) const {
-    const auto entry = ipv4().staticConfig()->rpTableIs(s.rp.value);
-    const auto& options = s.options;
-    writeOption(
-        options.priority, kDefaultPriority,
-        [&](unsigned value) { entry->priorityAclIs(s.acl, static_cast<RpPriority>(value)); },
-        [&] { entry->priorityAclDel(s.acl); });
-    writeOption(
-        options.hashMask, defaultHashMask(Ipkit::AddressFamily::ipv4),
-        [&](unsigned value) { entry->hashMaskAclIs(s.acl, static_cast<RpHashMaskLen>(value)); },
-        [&] { entry->hashMaskAclDel(s.acl); });
-    if (options.override) {
-      entry->overrideDynAclIs(s.acl, true);
-    } else {
-      entry->overrideDynAclDel(s.acl);
-    }
-    entry->aclIs(s.acl, true);
+    bindingWrite(*ipv4().staticConfig()->rpTableIs(s.rp.value), s);
     return std::nullopt;
   }
 
@@ -219,30 +164,13 @@ struct SessionApply {
   }
 
   Result operator()(const AclRuleStatement& s) const {
-    const auto rules = rulesToEdit(s.acl, true);
-    const auto sequence = static_cast<U32>(s.sequence.value);
-    const Acl::IpRuleConfig rule(
-        s.action, s.prefix ? Acl::IpFilter(s.prefix->value) : Acl::IpFilter::anyAddress());
-    const bool replacing = rules->ruleBySequence().contains(sequence);
-    const Acl::UniqueId previous = rules->ruleBySequence(sequence);
-    if (replacing && rules->ipRuleById(previous) == rule) return std::nullopt;
-    // The body goes in before the sequence entry that names it, and the replaced body leaves
-    // after, so that a reactor on the sequence never finds a rule missing.
-    const Acl::UniqueId id(session.nextRuleId_++);
-    rules->ipRuleByIdIs(id, rule);
-    rules->ruleBySequenceIs(sequence, id);
-    if (replacing) rules->ipRuleByIdDel(previous);
+    ruleWrite(*rulesToEdit(s.acl, true), s, session.nextRuleId_);
     return std::nullopt;
   }
 
   Result operator()(const NoAclRuleStatement& s) const {
     const auto rules = rulesToEdit(s.acl, false);
-    if (!rules) return std::nullopt;
-    const auto sequence = static_cast<U32>(s.sequence.value);
-    if (!rules->ruleBySequence().contains(sequence)) return std::nullopt;
-    const Acl::UniqueId id = rules->ruleBySequence(sequence);
-    rules->ruleBySequenceDel(sequence);
-    rules->ipRuleByIdDel(id);
+    if (rules) ruleRemove(*rules, s);
     return std::nullopt;
   }
 
@@ -446,6 +374,8 @@ struct SessionApply {
     for (const auto& [address, row] : rows) tally.rps.push_back(row);
     return tally;
   }
+
+  Result operator()(const ShowConfigStatement&) const { return runningConfig(session); }
 
   Result operator()(const ShowReviewStatement&) const {
     ReviewListing listing;

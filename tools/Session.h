@@ -86,6 +86,8 @@ class Session {
     return af == Ipkit::AddressFamily::ipv4 ? ipv4_ : ipv6_;
   }
   const L3::VrfName& vrf() const { return vrf_; }
+  // Whether a show first settles the clock (clock settle) or only run moves time (clock manual).
+  bool clockSettles() const { return clockSettles_; }
 
  private:
   friend struct SessionApply;

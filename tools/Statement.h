@@ -203,6 +203,9 @@ struct ShowAllocRequestsStatement {};
 
 struct ShowReviewStatement {};
 
+// The running configuration, as the statements that rebuild it.
+struct ShowConfigStatement {};
+
 using Statement =
     std::variant<VrfStatement, RpGroupStatement, RpAclStatement, RpModeStatement,
                  NoRpGroupStatement, NoRpAclStatement, NoRpStatement, AclRuleStatement,
@@ -211,7 +214,7 @@ using Statement =
                  NoRouteStatement, ShadowStatement, AttrLogStatement, RunStatement, ClockStatement,
                  ShowRpStatement, ShowCandidatesStatement, ShowAclStatement, ShowRpHashStatement,
                  ShowLocalRpStatement, ShowGroupFilterStatement, ShowAllocRequestsStatement,
-                 ShowReviewStatement>;
+                 ShowReviewStatement, ShowConfigStatement>;
 
 // Whether the statement only asks (a show).
 inline bool isShowStatement(const Statement& statement) {
@@ -223,7 +226,7 @@ inline bool isShowStatement(const Statement& statement) {
                std::is_same_v<S, ShowLocalRpStatement> ||
                std::is_same_v<S, ShowGroupFilterStatement> ||
                std::is_same_v<S, ShowAllocRequestsStatement> ||
-               std::is_same_v<S, ShowReviewStatement>;
+               std::is_same_v<S, ShowReviewStatement> || std::is_same_v<S, ShowConfigStatement>;
       },
       statement);
 }

@@ -345,6 +345,11 @@ Statement parseShowReview(WordCursor& cursor) {
   return ShowReviewStatement{};
 }
 
+Statement parseShowConfig(WordCursor& cursor) {
+  cursor.expectEnd();
+  return ShowConfigStatement{};
+}
+
 struct StatementForm {
   std::vector<std::string> keywords;
   Statement (*parse)(WordCursor&);
@@ -376,6 +381,7 @@ const std::vector<StatementForm>& forms() {
       {{"show", "group-filter"}, parseShowGroupFilter},
       {{"show", "alloc-requests"}, parseShowAllocRequests},
       {{"show", "review"}, parseShowReview},
+      {{"show", "config"}, parseShowConfig},
   };
   return table;
 }

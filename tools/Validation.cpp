@@ -103,8 +103,6 @@ void checkOptions(const BindingOptions& options, AddressFamily groupFamily) {
   }
 }
 
-// The most groups one group statement may name: a /12 of IPv4, a /108 of IPv6.
-constexpr unsigned kMaxGroupBits = 20;
 constexpr std::uint64_t kMaxGroups = 1ull << kMaxGroupBits;
 constexpr std::uint64_t kMaxRouteType = 4294967295ull;
 constexpr std::uint64_t kMaxRunSeconds = 86400;
@@ -226,6 +224,7 @@ struct StatementChecks {
   void operator()(const ShowGroupFilterStatement& s) const { checkMulticastGroup(s.group); }
   void operator()(const ShowAllocRequestsStatement&) const {}
   void operator()(const ShowReviewStatement&) const {}
+  void operator()(const ShowConfigStatement&) const {}
   void operator()(const ShowRpStatement& s) const {
     checkMulticastGroup(s.group);
     if (!s.join) return;
@@ -270,6 +269,7 @@ struct StatementWords {
   const char* operator()(const ShowGroupFilterStatement&) const { return "show group-filter"; }
   const char* operator()(const ShowAllocRequestsStatement&) const { return "show alloc-requests"; }
   const char* operator()(const ShowReviewStatement&) const { return "show review"; }
+  const char* operator()(const ShowConfigStatement&) const { return "show config"; }
 };
 
 }  // namespace

@@ -27,6 +27,9 @@
 
 namespace PimrpTool {
 
+// The most groups one group statement may name: 2^20, a /12 of IPv4, a /108 of IPv6.
+constexpr unsigned kMaxGroupBits = 20;
+
 // The known groups a family may hold unless told otherwise: 4,194,304 (2^22), four times a large
 // router's million groups.
 constexpr std::uint64_t kDefaultMaxGroups = std::uint64_t{1} << 22;

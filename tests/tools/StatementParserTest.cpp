@@ -12,6 +12,7 @@ using namespace PimrpTool;
 using Ipkit::IpGenAddr;
 using Ipkit::IpGenPrefix;
 using ToolTest::statementAs;
+using ToolTest::statementOf;
 
 // The message of the refusal of `line`, or "" when it parses.
 std::string refusalOf(const std::string& line) {
@@ -128,6 +129,8 @@ TEST(StatementParser, Show_ReadsEachForm) {
   EXPECT_EQ(statementAs<ShowCandidatesStatement>("show candidates static").source,
             CandidateSource::staticConfig);
   EXPECT_EQ(statementAs<ShowAclStatement>("show acl A").acl, "A");
+  EXPECT_TRUE(std::holds_alternative<ShowConfigStatement>(statementOf("show config")));
+  EXPECT_EQ(refusalOf("show config all"), "unexpected 'all' after 'show config'");
 }
 
 TEST(StatementParser, RpHashAlgorithm_ReadsBothNames) {
@@ -165,7 +168,8 @@ TEST(StatementParser, Keywords_AreLowerCase) {
             "unknown statement 'RP-ADDRESS' (keywords are lower case)");
   EXPECT_EQ(refusalOf("show RP 239.1.1.1"),
             "expected 'rp', 'candidates', 'acl', 'rp-hash', 'local-rp', 'group-filter', "
-            "'alloc-requests' or 'review' after 'show', got 'RP' (keywords are lower case)");
+            "'alloc-requests', 'review' or 'config' after 'show', got 'RP' (keywords are lower "
+            "case)");
   EXPECT_EQ(refusalOf("acl A seq 1 Permit any"),
             "expected 'permit' or 'deny' after 'acl A seq 1', got 'Permit' (keywords are lower "
             "case)");

@@ -206,7 +206,8 @@ TEST(Validation, ReadOnly_ShowThatNeedsWriterState_NotAvailable) {
                                               {"show local-rp", "show local-rp"},
                                               {"show group-filter 239.1.1.1", "show group-filter"},
                                               {"show alloc-requests", "show alloc-requests"},
-                                              {"show review", "show review"}}) {
+                                              {"show review", "show review"},
+                                              {"show config", "show config"}}) {
     EXPECT_EQ(refusalOf(validator, line), "'" + words + why) << line;
   }
 }
