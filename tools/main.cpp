@@ -294,6 +294,7 @@ int checkScript(const std::string& path, std::uint64_t maxGroups) {
   Validator checking("", maxGroups);
   const auto text = scriptChecked(path, checking);
   if (!text) return kExitBadScript;
+  // Held to the end of the process, as a run's session is (see run()).
   static Session* const session = new Session();
   // Shows are left out of the configuration: nothing is ever printed through this output.
   const auto output = humanOutputFactory(std::cout);
