@@ -7,6 +7,24 @@ using namespace Routing::Pim;
 namespace {
 
 std::size_t sourceIndex(HashSource source) { return static_cast<std::size_t>(source); }
+
+template <class Shadow>
+std::vector<FamilyWiring::Route> routesOf(const Shadow& shadow) {
+  using Family = typename Shadow::Family;
+  const auto& fecs = shadow.fecTable();
+  fecs.attach();
+  std::vector<FamilyWiring::Route> routes;
+  for (const auto& route : shadow.routeTable()) {
+    FamilyWiring::Route row{Family::prefixOf(route.prefix), route.type, {}};
+    const std::uint32_t vias = fecs.fec(route.fecId).vias;
+    for (std::uint32_t index = 0; index < vias; ++index) {
+      const auto via = fecs.via(route.fecId, index);
+      row.vias.push_back({Family::addressOf(via.nextHop), via.intfId.intfId()});
+    }
+    routes.push_back(std::move(row));
+  }
+  return routes;
+}
 std::size_t kindIndex(HashKind kind) { return static_cast<std::size_t>(kind); }
 
 }  // namespace
@@ -108,6 +126,14 @@ void FamilyWiring::routeDel(const Ipkit::IpGenPrefix& prefix) {
   } else {
     shadow6_->routeDel(prefix);
   }
+}
+
+std::vector<FamilyWiring::Route> FamilyWiring::routes() const {
+  return shadow4_ ? routesOf(*shadow4_) : routesOf(*shadow6_);
+}
+
+bool FamilyWiring::shadowAttached() const {
+  return shadow4_ ? localSm_->uribShadow() != nullptr : localSm_->urib6Shadow() != nullptr;
 }
 
 void FamilyWiring::shadowIs(bool attached) {

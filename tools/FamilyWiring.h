@@ -106,6 +106,10 @@ class FamilyWiring {
   void vrfIs(const L3::VrfName& vrf);
 
   const Kel::Ptr<Routing::Pim::Static::RpConfig>& staticConfig() const { return staticConfig_; }
+  // The static candidate reactor, whose per-list state tells which ranges each list gives.
+  const Kel::Ptr<Routing::Pim::Static::RpCandidateSm>& staticReactor() const {
+    return staticReactor_;
+  }
   const Kel::Ptr<Acl::AclTypeConfig>& aclConfig() const { return aclConfig_; }
   const Kel::Ptr<Routing::Pim::RpCandidateStatus>& staticStatus() const { return staticStatus_; }
   const Kel::Ptr<Routing::Pim::RpCandidateStatus>& bsrStatus() const { return bsrStatus_; }
@@ -125,6 +129,17 @@ class FamilyWiring {
     return groupFilter_[tableModeIndex(mode)];
   }
   const Kel::Ptr<Routing::Pim::RpLocalStatus>& localRpStatus() const { return localRpStatus_; }
+
+  // A unicast route of the family's shadow.
+  struct Route {
+    Ipkit::IpGenPrefix prefix;
+    std::uint32_t type = 0;
+    std::vector<Routing::ShadowFib::ViaEntry> vias;
+  };
+  // The routes of the family's shadow, ascending by prefix.
+  std::vector<Route> routes() const;
+  // Whether the route shadow is attached to the local RP reactor.
+  bool shadowAttached() const;
 
   // Installs or replaces a unicast route in the family's shadow.
   // REQUIRES: prefix of this family; every via's next hop of this family.

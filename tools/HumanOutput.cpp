@@ -304,6 +304,15 @@ class HumanOutput : public Output {
     table.print(out_, "  ");
   }
 
+  // The statements as they run; headings and notes as comments, so that the whole runs as is.
+  void print(const ConfigListing& listing) {
+    for (const auto& line : listing.lines) {
+      if (line.kind == ConfigLine::Kind::heading) out_ << "# ";
+      if (line.kind == ConfigLine::Kind::note) out_ << "# note: ";
+      out_ << line.text << '\n';
+    }
+  }
+
   std::ostream& out_;
   unsigned shown_ = 0;
 };

@@ -241,6 +241,16 @@ class JsonOutput : public Output {
     return Json{{"reviews", std::move(reviews)}};
   }
 
+  static Json toJson(const ConfigListing& listing) {
+    Json statements = Json::array();
+    Json notes = Json::array();
+    for (const auto& line : listing.lines) {
+      if (line.kind == ConfigLine::Kind::statement) statements.push_back(line.text);
+      if (line.kind == ConfigLine::Kind::note) notes.push_back(line.text);
+    }
+    return Json{{"config", {{"statements", std::move(statements)}, {"notes", std::move(notes)}}}};
+  }
+
   std::ostream& out_;
 };
 

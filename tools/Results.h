@@ -183,8 +183,24 @@ struct RpMapping {
   std::vector<VrfMapping> vrfs;
 };
 
+// One line of show config: a statement, or a comment above a part of them (a heading), or a note
+// about a static candidate whose values the statements would not give back (left by a binding
+// since removed or changed).
+struct ConfigLine {
+  enum class Kind { statement, heading, note };
+  Kind kind = Kind::statement;
+  std::string text;
+};
+
+// show config: the running configuration as statements that, run as a script, rebuild the same
+// candidate statuses, with a note for each static candidate they would not give back as it is.
+struct ConfigListing {
+  std::vector<ConfigLine> lines;
+};
+
 using ShowResult =
     std::variant<RpAnswer, CandidateListing, AclListing, RpHashListing, LocalRpListing,
-                 GroupFilterAnswer, AllocRequestTally, ReviewListing, RpMapping>;
+                 GroupFilterAnswer, AllocRequestTally, ReviewListing, RpMapping,
+                 ConfigListing>;
 
 }  // namespace PimrpTool

@@ -10,20 +10,15 @@
 #include "framework/Kel/System.h"
 #include "rp/PimRpSourceRule.h"
 #include "tools/GroupScope.h"
+#include "tools/BindingWarnings.h"
+#include "tools/RunningConfig.h"
+#include "tools/StaticBindings.h"
 
 namespace PimrpTool {
 
 using namespace Routing::Pim;
 
 namespace {
-
-// What a static binding gets for an option left out, as routers' configuration gives it: the
-// best priority, and the hash mask length that the bootstrap router mechanism advises
-// (RFC 5059: 30 for IPv4, 126 for IPv6).
-constexpr unsigned kDefaultPriority = 0;
-unsigned defaultHashMask(Ipkit::AddressFamily af) {
-  return af == Ipkit::AddressFamily::ipv4 ? 30 : 126;
-}
 
 RpCandidateInfo infoOf(const RpCandidate& candidate) {
   return RpCandidateInfo(candidate.address(), candidate.priority(), candidate.hashMaskLen(),
@@ -108,11 +103,6 @@ void appendMapping(const FamilyWiring& family, std::vector<MappingRange>& ranges
   }
 }
 
-bool isRuleStatement(const Statement& statement) {
-  return std::holds_alternative<AclRuleStatement>(statement) ||
-         std::holds_alternative<NoAclRuleStatement>(statement);
-}
-
 }  // namespace
 
 // One overload per statement; a statement without one does not compile.
@@ -134,62 +124,13 @@ struct SessionApply {
     return std::nullopt;
   }
 
-  // Each option is written before the binding itself, so that the reactor finds the binding's
-  // values in place when the binding arrives, and a rebinding changes only what differs. An
-  // option left out takes the protocol's default; `none` leaves the value unconfigured.
-  template <class Is, class Del>
-  static void writeOption(const OptionValue& option, unsigned byDefault, Is is, Del del) {
-    switch (option.form) {
-      case OptionValue::Form::leftOut:
-        is(byDefault);
-        return;
-      case OptionValue::Form::none:
-        del();
-        return;
-      case OptionValue::Form::number:
-        is(static_cast<unsigned>(option.number.value));
-        return;
-    }
-  }
-
   Result operator()(const RpGroupStatement& s) const {
-    const auto entry = familyOf(s.rp.value).staticConfig()->rpTableIs(s.rp.value);
-    const auto& group = s.group.value;
-    const auto& options = s.options;
-    writeOption(
-        options.priority, kDefaultPriority,
-        [&](unsigned value) { entry->priorityGrpIs(group, static_cast<RpPriority>(value)); },
-        [&] { entry->priorityGrpDel(group); });
-    writeOption(
-        options.hashMask, defaultHashMask(group.af()),
-        [&](unsigned value) { entry->hashMaskGrpIs(group, static_cast<RpHashMaskLen>(value)); },
-        [&] { entry->hashMaskGrpDel(group); });
-    if (options.override) {
-      entry->overrideDynGrpIs(group, true);
-    } else {
-      entry->overrideDynGrpDel(group);
-    }
-    entry->groupIs(group, true);
+    bindingWrite(*familyOf(s.rp.value).staticConfig()->rpTableIs(s.rp.value), s);
     return std::nullopt;
   }
 
   Result operator()(const RpAclStatement& s) const {
-    const auto entry = ipv4().staticConfig()->rpTableIs(s.rp.value);
-    const auto& options = s.options;
-    writeOption(
-        options.priority, kDefaultPriority,
-        [&](unsigned value) { entry->priorityAclIs(s.acl, static_cast<RpPriority>(value)); },
-        [&] { entry->priorityAclDel(s.acl); });
-    writeOption(
-        options.hashMask, defaultHashMask(Ipkit::AddressFamily::ipv4),
-        [&](unsigned value) { entry->hashMaskAclIs(s.acl, static_cast<RpHashMaskLen>(value)); },
-        [&] { entry->hashMaskAclDel(s.acl); });
-    if (options.override) {
-      entry->overrideDynAclIs(s.acl, true);
-    } else {
-      entry->overrideDynAclDel(s.acl);
-    }
-    entry->aclIs(s.acl, true);
+    bindingWrite(*ipv4().staticConfig()->rpTableIs(s.rp.value), s);
     return std::nullopt;
   }
 
@@ -236,30 +177,13 @@ struct SessionApply {
   }
 
   Result operator()(const AclRuleStatement& s) const {
-    const auto rules = rulesToEdit(s.acl, true);
-    const auto sequence = static_cast<U32>(s.sequence.value);
-    const Acl::IpRuleConfig rule(
-        s.action, s.prefix ? Acl::IpFilter(s.prefix->value) : Acl::IpFilter::anyAddress());
-    const bool replacing = rules->ruleBySequence().contains(sequence);
-    const Acl::UniqueId previous = rules->ruleBySequence(sequence);
-    if (replacing && rules->ipRuleById(previous) == rule) return std::nullopt;
-    // The body goes in before the sequence entry that names it, and the replaced body leaves
-    // after, so that a reactor on the sequence never finds a rule missing.
-    const Acl::UniqueId id(session.nextRuleId_++);
-    rules->ipRuleByIdIs(id, rule);
-    rules->ruleBySequenceIs(sequence, id);
-    if (replacing) rules->ipRuleByIdDel(previous);
+    ruleWrite(*rulesToEdit(s.acl, true), s, session.nextRuleId_);
     return std::nullopt;
   }
 
   Result operator()(const NoAclRuleStatement& s) const {
     const auto rules = rulesToEdit(s.acl, false);
-    if (!rules) return std::nullopt;
-    const auto sequence = static_cast<U32>(s.sequence.value);
-    if (!rules->ruleBySequence().contains(sequence)) return std::nullopt;
-    const Acl::UniqueId id = rules->ruleBySequence(sequence);
-    rules->ruleBySequenceDel(sequence);
-    rules->ipRuleByIdDel(id);
+    if (rules) ruleRemove(*rules, s);
     return std::nullopt;
   }
 
@@ -479,6 +403,8 @@ struct SessionApply {
     return tally;
   }
 
+  Result operator()(const ShowConfigStatement&) const { return runningConfig(session); }
+
   Result operator()(const ShowReviewStatement&) const {
     ReviewListing listing;
     for (const FamilyWiring* family : {&session.ipv4_, &session.ipv6_}) {
@@ -577,10 +503,38 @@ void Session::finish() {
 
 std::optional<ShowResult> Session::apply(const Statement& statement, Commit commit) {
   // A run ends at anything but one more rule statement of its list.
-  if (commit == Commit::eachStatement || !isRuleStatement(statement)) this->commit();
+  const bool reachesLibrary = commit == Commit::eachStatement || !isRuleStatement(statement);
+  if (reachesLibrary) this->commit();
   if (home_.kind == TableHome::Kind::sharedWriter && needsReactors(statement)) reactorsStart();
   if (clockSettles_ && isShowStatement(statement)) settle();
-  return std::visit(SessionApply{*this, commit}, statement);
+  BindingWarnings watch(ipv4_);
+  if (reachesLibrary) watch.before(statement);
+  auto answer = std::visit(SessionApply{*this, commit}, statement);
+  if (reachesLibrary) warningsAdd(watch.after(statement));
+  // Readers of shared tables see them as the statements typed so far leave them, not as they
+  // were at the last show.
+  if (home_.kind == TableHome::Kind::sharedWriter && commit == Commit::eachStatement &&
+      clockSettles_) {
+    settle();
+  }
+  return answer;
+}
+
+bool Session::endsRun(const Statement& statement) const {
+  if (!runRules_) return false;
+  if (const auto* rule = std::get_if<AclRuleStatement>(&statement)) return rule->acl != runAcl_;
+  if (const auto* rule = std::get_if<NoAclRuleStatement>(&statement)) return rule->acl != runAcl_;
+  return true;
+}
+
+std::vector<std::string> Session::warningsTaken() {
+  std::vector<std::string> taken;
+  taken.swap(warnings_);
+  return taken;
+}
+
+void Session::warningsAdd(std::vector<std::string> warnings) {
+  for (auto& warning : warnings) warnings_.push_back(std::move(warning));
 }
 
 Kel::Ptr<Acl::AclSubConfig> Session::runRulesOf(const std::string& acl, bool create) {
@@ -612,7 +566,10 @@ void Session::commit() {
   // Taken first, so that a refusal below does not leave a run to commit again.
   const auto rules = std::move(runRules_);
   runRules_ = nullptr;
+  BindingWarnings watch(ipv4_);
+  watch.listBefore(runAcl_);
   ipv4_.aclConfig()->aclIs(runAcl_)->currCfgIs(rules);
+  warningsAdd(watch.listAfter(runAcl_));
 }
 
 }  // namespace PimrpTool

@@ -23,11 +23,17 @@
 //     the router still knows when it restarts, and the library's start-up passes drop the entries
 //     of every other group; the configuration that follows reaches running reactors, as an
 //     agent's replayed configuration does. Over another run's tables (sharedReader) the reactors
-//     never start: only show rp-hash may be applied.
+//     never start: only show rp-hash may be applied. On shared tables that this run writes, a
+//     statement applied alone (Commit::eachStatement, as standard input applies them) is followed
+//     by a settle of the clock unless the clock is manual, so that the tables' readers see what
+//     the statements so far have made of them.
+//  6. Every change that reaches the library is watched for an RP left bound to one range twice
+//     (BindingWarnings); what is found waits in warningsTaken().
 
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "framework/Acl/AclSubConfig.h"
 #include "framework/Ipkit/AddressFamily.h"
@@ -59,6 +65,13 @@ class Session {
 
   // Makes the rules collected by the current run the list's current rules; nothing without a run.
   void commit();
+  // Whether applying the statement with Commit::inRuns would first commit the current run: it is
+  // not one more rule statement of the run's list.
+  bool endsRun(const Statement& statement) const;
+
+  // The warnings of what was applied or committed since they were last taken (BindingWarnings:
+  // an RP bound to one range twice), in the order found.
+  std::vector<std::string> warningsTaken();
   // Ends the input of a run that writes shared tables: starts the reactors if no statement has,
   // and settles the clock (unless clock manual), so that the tables left behind are complete.
   // Nothing in any other home.
@@ -73,6 +86,8 @@ class Session {
     return af == Ipkit::AddressFamily::ipv4 ? ipv4_ : ipv6_;
   }
   const L3::VrfName& vrf() const { return vrf_; }
+  // Whether a show first settles the clock (clock settle) or only run moves time (clock manual).
+  bool clockSettles() const { return clockSettles_; }
 
  private:
   friend struct SessionApply;
@@ -83,6 +98,7 @@ class Session {
 
   // Starts both families' reactors, once.
   void reactorsStart();
+  void warningsAdd(std::vector<std::string> warnings);
 
   const TableHome home_;
   // Declared first: the families' reactors hold on to these and go before them.
@@ -98,6 +114,7 @@ class Session {
   // Whether a show first settles the clock (clock settle) or only run moves time (clock manual).
   bool clockSettles_ = true;
   Kel::Ptr<Acl::AclSubConfig> runRules_;
+  std::vector<std::string> warnings_;
 };
 
 }  // namespace PimrpTool

@@ -207,6 +207,9 @@ struct ShowRpMappingStatement {
   std::optional<Ipkit::AddressFamily> af;  // absent: both families
 };
 
+// The running configuration, as the statements that rebuild it.
+struct ShowConfigStatement {};
+
 using Statement =
     std::variant<VrfStatement, RpGroupStatement, RpAclStatement, RpModeStatement,
                  NoRpGroupStatement, NoRpAclStatement, NoRpStatement, AclRuleStatement,
@@ -215,7 +218,7 @@ using Statement =
                  NoRouteStatement, ShadowStatement, AttrLogStatement, RunStatement, ClockStatement,
                  ShowRpStatement, ShowCandidatesStatement, ShowAclStatement, ShowRpHashStatement,
                  ShowLocalRpStatement, ShowGroupFilterStatement, ShowAllocRequestsStatement,
-                 ShowReviewStatement, ShowRpMappingStatement>;
+                 ShowReviewStatement, ShowRpMappingStatement, ShowConfigStatement>;
 
 // Whether the statement only asks (a show).
 inline bool isShowStatement(const Statement& statement) {
@@ -227,9 +230,16 @@ inline bool isShowStatement(const Statement& statement) {
                std::is_same_v<S, ShowLocalRpStatement> ||
                std::is_same_v<S, ShowGroupFilterStatement> ||
                std::is_same_v<S, ShowAllocRequestsStatement> ||
-               std::is_same_v<S, ShowReviewStatement> || std::is_same_v<S, ShowRpMappingStatement>;
+               std::is_same_v<S, ShowReviewStatement> || std::is_same_v<S, ShowRpMappingStatement> ||
+               std::is_same_v<S, ShowConfigStatement>;
       },
       statement);
+}
+
+// Whether the statement edits the rules of an access list (and so may join a run of them).
+inline bool isRuleStatement(const Statement& statement) {
+  return std::holds_alternative<AclRuleStatement>(statement) ||
+         std::holds_alternative<NoAclRuleStatement>(statement);
 }
 
 }  // namespace PimrpTool

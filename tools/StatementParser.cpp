@@ -1,10 +1,12 @@
 #include "tools/StatementParser.h"
 
 #include <algorithm>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "framework/Ipkit/IntfIdStored.h"
+#include "framework/Kel/Exception.h"
 #include "tools/StatementError.h"
 #include "tools/ValueWords.h"
 #include "tools/Words.h"
@@ -16,6 +18,15 @@ using Routing::Pim::Mode;
 
 // Longest access-list name accepted; names are labels, not free text.
 constexpr std::size_t kMaxAclNameLength = 100;
+
+// The address a word holds, if it holds one.
+std::optional<Ipkit::IpGenAddr> addressIn(const std::string& word) {
+  try {
+    return Ipkit::IpGenAddr(word);
+  } catch (const Kel::Exception&) {
+    return std::nullopt;
+  }
+}
 
 std::string takeAclName(WordCursor& cursor) {
   return takeName(cursor, "access-list name", kMaxAclNameLength);
@@ -68,7 +79,7 @@ Statement parseRpAddress(WordCursor& cursor) {
   const Address rp = takeAddress(cursor, "RP address");
   const std::string kind = takeChoice(cursor, {"group", "acl", "mode"});
   if (kind == "group") {
-    Prefix group = takePrefix(cursor, "group range");
+    Prefix group = takeGroupRange(cursor, "group range");
     return RpGroupStatement{rp, group, takeBindingOptions(cursor)};
   }
   if (kind == "acl") {
@@ -86,12 +97,40 @@ Statement parseNoRpAddress(WordCursor& cursor) {
   const std::string kind = takeChoice(cursor, {"group", "acl"});
   Statement statement = NoRpStatement{rp};
   if (kind == "group") {
-    statement = NoRpGroupStatement{rp, takePrefix(cursor, "group range")};
+    statement = NoRpGroupStatement{rp, takeGroupRange(cursor, "group range")};
   } else {
     statement = NoRpAclStatement{rp, takeAclName(cursor)};
   }
   cursor.expectEnd();
   return statement;
+}
+
+// What a rule matches, when it is not 'any': a prefix. The words that other access-list dialects
+// use here ('ANY', 'host ADDRESS', a bare address) are refused with the way to write them.
+Prefix takeRuleMatch(WordCursor& cursor) {
+  if (cursor.atEnd()) cursor.take("'any' or rule prefix ADDRESS/LENGTH");
+  const std::string word = cursor.peek();
+  if (word.find('/') != std::string::npos) return takePrefix(cursor, "rule prefix");
+  const std::string lead = "invalid rule match " + quoted(word) + ": ";
+  if (lowerCase(word) == "any") {
+    throw StatementError(lead + "keywords are lower case: write 'any'");
+  }
+  const std::string expected = "expected 'any' or a prefix ADDRESS/LENGTH";
+  const auto hostLength = [](const Ipkit::IpGenAddr& address) {
+    return address.af() == Ipkit::AddressFamily::ipv4 ? "/32" : "/128";
+  };
+  cursor.take(word);
+  if (const auto address = addressIn(word)) {
+    throw StatementError(lead + expected + " (" + address->valueToStrep() + hostLength(*address) +
+                         " for this one address)");
+  }
+  if (lowerCase(word) == "host" && !cursor.atEnd()) {
+    if (const auto address = addressIn(cursor.peek())) {
+      throw StatementError(lead + expected + ": write one host as " + address->valueToStrep() +
+                           hostLength(*address));
+    }
+  }
+  throw StatementError(lead + expected);
 }
 
 Statement parseAclRule(WordCursor& cursor) {
@@ -101,7 +140,7 @@ Statement parseAclRule(WordCursor& cursor) {
   rule.sequence = takeNumber(cursor, "sequence number");
   rule.action = takeChoice(cursor, {"permit", "deny"}) == "permit" ? Acl::AclAction::permit
                                                                    : Acl::AclAction::deny;
-  if (!cursor.takeIf("any")) rule.prefix = takePrefix(cursor, "rule prefix or 'any'");
+  if (!cursor.takeIf("any")) rule.prefix = takeRuleMatch(cursor);
   cursor.expectEnd();
   return rule;
 }
@@ -117,7 +156,7 @@ Statement parseNoAcl(WordCursor& cursor) {
 
 Statement parseBsrRp(WordCursor& cursor) {
   BsrRpStatement candidate;
-  candidate.group = takePrefix(cursor, "group range");
+  candidate.group = takeGroupRange(cursor, "group range");
   candidate.rp = takeAddress(cursor, "RP address");
   bool priority = false, hashMask = false, mode = false;
   while (!cursor.atEnd()) {
@@ -148,7 +187,7 @@ Statement parseBsrRp(WordCursor& cursor) {
 
 Statement parseNoBsrRp(WordCursor& cursor) {
   NoBsrRpStatement candidate;
-  candidate.group = takePrefix(cursor, "group range");
+  candidate.group = takeGroupRange(cursor, "group range");
   candidate.rp = takeAddress(cursor, "RP address");
   cursor.expectEnd();
   return candidate;
@@ -206,13 +245,13 @@ Statement parseShowAcl(WordCursor& cursor) {
 }
 
 Statement parseGroup(WordCursor& cursor) {
-  GroupStatement group{takeAddressOrPrefix(cursor, "group address or range")};
+  GroupStatement group{takeGroupAddressOrRange(cursor, "group address or range")};
   cursor.expectEnd();
   return group;
 }
 
 Statement parseNoGroup(WordCursor& cursor) {
-  NoGroupStatement group{takeAddressOrPrefix(cursor, "group address or range")};
+  NoGroupStatement group{takeGroupAddressOrRange(cursor, "group address or range")};
   cursor.expectEnd();
   return group;
 }
@@ -316,6 +355,11 @@ Statement parseShowReview(WordCursor& cursor) {
   return ShowReviewStatement{};
 }
 
+Statement parseShowConfig(WordCursor& cursor) {
+  cursor.expectEnd();
+  return ShowConfigStatement{};
+}
+
 struct StatementForm {
   std::vector<std::string> keywords;
   Statement (*parse)(WordCursor&);
@@ -347,6 +391,7 @@ const std::vector<StatementForm>& forms() {
       {{"show", "group-filter"}, parseShowGroupFilter},
       {{"show", "alloc-requests"}, parseShowAllocRequests},
       {{"show", "review"}, parseShowReview},
+      {{"show", "config"}, parseShowConfig},
   };
   return table;
 }
@@ -374,9 +419,12 @@ const StatementForm& takeForm(WordCursor& cursor) {
       if (form->keywords[depth] == word) next.push_back(form);
     }
     if (next.empty()) {
-      if (depth == 0) throw StatementError("unknown statement " + quoted(word));
-      throw StatementError("expected " + oneOf(expected()) + " after " + quoted(cursor.consumed()) +
-                           ", got " + quoted(word));
+      const std::vector<std::string> keywords = expected();
+      if (depth == 0) {
+        throw StatementError("unknown statement " + quoted(word) + keywordCaseNote(word, keywords));
+      }
+      throw StatementError("expected " + oneOf(keywords) + " after " + quoted(cursor.consumed()) +
+                           ", got " + quoted(word) + keywordCaseNote(word, keywords));
     }
     cursor.take(word);
     matching = std::move(next);

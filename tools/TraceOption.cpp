@@ -33,9 +33,16 @@ TraceRequest traceRequestFromText(const std::string& text) {
   TraceRequest request;
   request.name = text.substr(0, equals);
   const std::string level = text.substr(equals + 1);
-  if (level.size() != 1 || level[0] < '0' || level[0] > '0' + Kel::TraceFile::kMaxLevel) {
-    throw TraceRequestError("level " + quoted(level) + " out of range 0.." +
-                            std::to_string(Kel::TraceFile::kMaxLevel));
+  const std::string levels = "0.." + std::to_string(Kel::TraceFile::kMaxLevel);
+  if (level.empty()) {
+    throw TraceRequestError("missing LEVEL after " + quoted(text) + ": expected NAME=LEVEL, " +
+                            "LEVEL " + levels);
+  }
+  if (level.find_first_not_of("0123456789") != std::string::npos) {
+    throw TraceRequestError("level " + quoted(level) + " is not a number: expected " + levels);
+  }
+  if (level.size() != 1 || level[0] > '0' + Kel::TraceFile::kMaxLevel) {
+    throw TraceRequestError("level " + quoted(level) + " out of range " + levels);
   }
   request.level = level[0] - '0';
   if (request.name != "all" && !knownTraceFile(request.name)) {

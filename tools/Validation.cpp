@@ -5,6 +5,7 @@
 
 #include "framework/Kel/Exception.h"
 #include "framework/L3/VrfName.h"
+#include "tools/GroupSpace.h"
 #include "tools/StatementError.h"
 
 namespace PimrpTool {
@@ -68,15 +69,11 @@ void checkRpAddress(const Address& rp) {
   throw StatementError("RP address " + quoted(rp.word) + " is not a unicast address: " + why);
 }
 
-const char* multicastSpace(AddressFamily af) {
-  return af == AddressFamily::ipv4 ? "224.0.0.0/4" : "ff00::/8";
-}
-
 void checkGroupRange(const Prefix& group) {
-  const unsigned multicastLength = group.value.af() == AddressFamily::ipv4 ? 4 : 8;
-  if (group.value.len() >= multicastLength && group.value.address().isMulticast()) return;
+  const Ipkit::IpGenPrefix space = groupSpace(group.value.af());
+  if (space.contains(group.value)) return;
   throw StatementError("group range " + quoted(group.word) + " is not within " +
-                       multicastSpace(group.value.af()));
+                       space.valueToStrep());
 }
 
 void checkSameFamily(const Address& rp, const Prefix& group) {
@@ -106,8 +103,6 @@ void checkOptions(const BindingOptions& options, AddressFamily groupFamily) {
   }
 }
 
-// The most groups one group statement may name: a /12 of IPv4, a /108 of IPv6.
-constexpr unsigned kMaxGroupBits = 20;
 constexpr std::uint64_t kMaxGroups = 1ull << kMaxGroupBits;
 constexpr std::uint64_t kMaxRouteType = 4294967295ull;
 constexpr std::uint64_t kMaxRunSeconds = 86400;
@@ -125,10 +120,21 @@ void checkKnownGroups(const Prefix& group) {
   checkGroupCount(group);
 }
 
-void checkRoute(const RouteStatement& s) {
-  if (s.prefix.value.address().isMulticast()) {
-    throw StatementError("route prefix " + quoted(s.prefix.word) + " is not a unicast prefix");
+// A route covers unicast destinations: a multicast prefix, or a host route to an address that is
+// no router's (the broadcast address above all), is a typo.
+void checkRoutePrefix(const Prefix& prefix) {
+  if (prefix.value.address().isMulticast()) {
+    throw StatementError("route prefix " + quoted(prefix.word) + " is not a unicast prefix");
   }
+  const unsigned hostLength = prefix.value.af() == AddressFamily::ipv4 ? 32 : 128;
+  if (prefix.value.len() != hostLength) return;
+  const std::string why = notUnicastReason(prefix.value.address());
+  if (why.empty()) return;
+  throw StatementError("route prefix " + quoted(prefix.word) + " is not a unicast prefix: " + why);
+}
+
+void checkRoute(const RouteStatement& s) {
+  checkRoutePrefix(s.prefix);
   checkRange(s.type, "route type", 0, kMaxRouteType);
   if (!s.via || s.local) return;
   const std::string why = notUnicastReason(s.via->value);
@@ -206,11 +212,7 @@ struct StatementChecks {
   void operator()(const GroupStatement& s) const { checkKnownGroups(s.group); }
   void operator()(const NoGroupStatement& s) const { checkKnownGroups(s.group); }
   void operator()(const RouteStatement& s) const { checkRoute(s); }
-  void operator()(const NoRouteStatement& s) const {
-    if (s.prefix.value.address().isMulticast()) {
-      throw StatementError("route prefix " + quoted(s.prefix.word) + " is not a unicast prefix");
-    }
-  }
+  void operator()(const NoRouteStatement& s) const { checkRoutePrefix(s.prefix); }
   void operator()(const ShadowStatement&) const {}
   void operator()(const AttrLogStatement&) const {}
   void operator()(const RunStatement& s) const {
@@ -222,6 +224,7 @@ struct StatementChecks {
   void operator()(const ShowGroupFilterStatement& s) const { checkMulticastGroup(s.group); }
   void operator()(const ShowAllocRequestsStatement&) const {}
   void operator()(const ShowReviewStatement&) const {}
+  void operator()(const ShowConfigStatement&) const {}
   void operator()(const ShowRpStatement& s) const {
     checkMulticastGroup(s.group);
     if (!s.join) return;
@@ -268,6 +271,7 @@ struct StatementWords {
   const char* operator()(const ShowAllocRequestsStatement&) const { return "show alloc-requests"; }
   const char* operator()(const ShowReviewStatement&) const { return "show review"; }
   const char* operator()(const ShowRpMappingStatement&) const { return "show rp mapping"; }
+  const char* operator()(const ShowConfigStatement&) const { return "show config"; }
 };
 
 }  // namespace
@@ -285,11 +289,31 @@ void Validator::checkReadOnly(const Statement& statement) const {
                        ": it needs the writer's own state; only 'show rp-hash' reads the tables");
 }
 
+void Validator::countGroups(const Statement& statement) {
+  if (const auto* s = std::get_if<NoGroupStatement>(&statement)) {
+    groupsOf(s->group.value.af()).remove(s->group.value);
+    return;
+  }
+  const auto* s = std::get_if<GroupStatement>(&statement);
+  if (s == nullptr) return;
+  const AddressFamily af = s->group.value.af();
+  KnownGroupSpans& groups = groupsOf(af);
+  const std::uint64_t known = groups.count() + groups.missingIn(s->group.value);
+  if (known > maxGroups_) {
+    throw StatementError(quoted(s->group.word) + " would bring the known " + familyName(af) +
+                         " groups to " + std::to_string(known) + ", above the limit of " +
+                         std::to_string(maxGroups_) + " (--max-groups)");
+  }
+  groups.add(s->group.value);
+}
+
 void Validator::check(const Statement& statement) {
   if (!readOnlyTables_.empty()) checkReadOnly(statement);
   // Work on a copy of the record so that a refused statement leaves it as it was.
   bool rpAddressSeen = rpAddressSeen_;
   std::visit(StatementChecks{rpAddressSeen}, statement);
+  // Last: a statement refused by any other check changes no count.
+  countGroups(statement);
   rpAddressSeen_ = rpAddressSeen;
 }
 

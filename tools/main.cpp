@@ -6,8 +6,10 @@
 
 #include <CLI/CLI.hpp>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <fstream>
 #include <iostream>
 #include <optional>
 #include <string>
@@ -18,6 +20,7 @@
 #include "tools/DemoScript.h"
 #include "tools/Interpreter.h"
 #include "tools/LineEditor.h"
+#include "tools/OptionRefusal.h"
 #include "tools/Output.h"
 #include "tools/Session.h"
 #include "tools/SharedTables.h"
@@ -40,9 +43,17 @@ struct Options {
   std::optional<std::string> shm;     // tables in shared memory under this name
   std::optional<std::string> attach;  // another run's shared tables, read only
   bool unlink = false;                // remove the shared tables of shm
+  std::optional<std::string> check;   // a script to check, applying nothing
+  std::optional<std::string> maxGroups;
 };
 
+// The most a --max-groups may say: each known group costs the library about a kilobyte, so more
+// than this would ask for terabytes.
+constexpr std::uint64_t kMaxMaxGroups = 4294967295ull;
+
 void defineOptions(CLI::App& app, Options& options) {
+  // A flag given a value (--json=0) would quietly mean something else than the flag: refused.
+  app.option_defaults()->disable_flag_override();
   app.add_option("script", options.script,
                  "script file to run; '-' reads statements from standard input one at a time; "
                  "none runs the built-in demo")
@@ -63,6 +74,15 @@ void defineOptions(CLI::App& app, Options& options) {
       ->type_name("NAME");
   app.add_flag("--unlink", options.unlink,
                "with --shm NAME: remove the tables NAME.*, run nothing");
+  app.add_option("--check", options.check,
+                 "check the script FILE ('-': standard input) as a run would, with its errors "
+                 "and warnings, applying nothing and printing no answer: exit 0 when good, 2 "
+                 "when bad")
+      ->type_name("FILE");
+  app.add_option("--max-groups", options.maxGroups,
+                 "the most known groups of one address family (default 4194304); a statement "
+                 "that would pass it is refused")
+      ->type_name("N");
   app.set_version_flag("--version", std::string("pimrp ") + PIMRP_VERSION);
   app.footer(
       "Statements, one per line ('#' starts a comment):\n"
@@ -92,6 +112,7 @@ void defineOptions(CLI::App& app, Options& options) {
       "  show group-filter GROUP\n"
       "  show alloc-requests\n"
       "  show review\n"
+      "  show config   (the running configuration, as statements that rebuild it)\n"
       "\n"
       "Time is virtual; with 'clock settle' (the default) each show first runs the clock until\n"
       "nothing is pending, with 'clock manual' only 'run' moves it.\n"
@@ -103,7 +124,8 @@ void defineOptions(CLI::App& app, Options& options) {
       "choose again among that mode's candidates. 'join ADDR' is the RP a received join named,\n"
       "the answer only when no source has one. The IPv6 hash uses the group's last 32 bits, so\n"
       "an IPv6 hash mask of 96 or less sends a whole range to one RP (other PIM implementations\n"
-      "may differ). A line holds at most 4096 bytes.\n"
+      "may differ). A line holds at most 4096 bytes; a script at most 64 MiB, and it is not\n"
+      "read past its 100th error. Warnings (FILE:LINE: warning: ...) change nothing.\n"
       "\n"
       "Shared tables: --shm NAME keeps the 24 tables as NAME.FAMILY.MODE.SOURCE.KIND (ipv4|ipv6,\n"
       "sparse|bidir, static|bsr|final, groups|prefixes: NAME.ipv4.sparse.final.groups, ...).\n"
@@ -134,36 +156,6 @@ bool applyTraceOptions(const std::vector<std::string>& traces) {
   return true;
 }
 
-// The whole file, or an empty optional with the reason in `why`. Reading stops inside the first
-// line longer than kMaxLineLength, so that the interpreter sees that line too long and refuses
-// it, and a file without line ends (/dev/zero) is not read forever.
-std::optional<std::string> readFile(const std::string& path, std::string& why) {
-  std::FILE* file = std::fopen(path.c_str(), "rb");
-  if (file == nullptr) {
-    why = std::strerror(errno);
-    return std::nullopt;
-  }
-  std::string text;
-  char buffer[1 << 16];
-  std::size_t got;
-  std::size_t lineStart = 0;
-  while ((got = std::fread(buffer, 1, sizeof buffer, file)) > 0) {
-    text.append(buffer, got);
-    const std::size_t lastEnd = text.rfind('\n');
-    if (lastEnd != std::string::npos && lastEnd >= text.size() - got) lineStart = lastEnd + 1;
-    if (text.size() - lineStart > kMaxLineLength) break;
-  }
-  // A directory opens but does not read; ferror tells it from the end of a file.
-  const bool failed = std::ferror(file) != 0;
-  const int error = errno;
-  std::fclose(file);
-  if (failed) {
-    why = std::strerror(error);
-    return std::nullopt;
-  }
-  return text;
-}
-
 // The options' own contradictions, as the message that refuses them; "" when there are none.
 std::string optionsRefusal(const Options& options) {
   if (options.printDemoScript && options.script) {
@@ -184,12 +176,42 @@ std::string optionsRefusal(const Options& options) {
   if (options.attach && !options.script) {
     return "--attach reads only, and the demo changes state: give a FILE or '-'";
   }
+  if (options.check && options.script) {
+    return "--check FILE checks that FILE: give no other FILE";
+  }
+  if (options.check && (options.shm || options.attach || options.unlink ||
+                        options.printDemoScript || options.json)) {
+    return "--check applies nothing and prints no answer: give it no --shm, --attach, --unlink, "
+           "--demo-script or --json";
+  }
+  if (options.check && options.check->empty()) {
+    return "the script name after --check is empty: give a FILE, or '-' for standard input";
+  }
   for (const auto* name : {&options.shm, &options.attach}) {
     if (!*name) continue;
     const std::string why = sharedNameRefusal(**name);
     if (!why.empty()) return (name == &options.shm ? "--shm: " : "--attach: ") + why;
   }
   return "";
+}
+
+// The bound on known groups that --max-groups gives, or the reason it is refused in `why`.
+std::optional<std::uint64_t> maxGroupsOf(const Options& options, std::string& why) {
+  if (!options.maxGroups) return kDefaultMaxGroups;
+  const std::string& text = *options.maxGroups;
+  if (text.empty() || text.find_first_not_of("0123456789") != std::string::npos) {
+    why = "--max-groups: " + quoted(text) + " is not a number of groups";
+    return std::nullopt;
+  }
+  std::uint64_t value = 0;
+  for (const char digit : text) {
+    value = value * 10 + static_cast<std::uint64_t>(digit - '0');
+    if (value > kMaxMaxGroups) {
+      why = "--max-groups: " + quoted(text) + " out of range 0.." + std::to_string(kMaxMaxGroups);
+      return std::nullopt;
+    }
+  }
+  return value;
 }
 
 // Removes the shared tables of `name`, listing each one removed.
@@ -227,8 +249,8 @@ int finished(Session& session, int status) {
   return status;
 }
 
-// Standard input as a stream of statements; a directory there reads as nothing at all, which
-// would look like an empty session.
+// Standard input as a stream of statements or a script; a directory there reads as nothing at
+// all, which would look like an empty session.
 bool standardInputReadable() {
   struct stat status;
   if (fstat(STDIN_FILENO, &status) != 0) {
@@ -242,6 +264,45 @@ bool standardInputReadable() {
   return true;
 }
 
+// Reads the script at `path` ('-': standard input, to its end) and checks it whole with
+// `checking`, reporting whatever is wrong; its text when it is good.
+std::optional<std::string> scriptChecked(const std::string& path, Validator& checking) {
+  if (path == "-") {
+    if (!standardInputReadable()) return std::nullopt;
+    return scriptRead(
+        path, [](std::string& line) { return lineFromStream(std::cin, line); }, checking,
+        std::cerr);
+  }
+  const auto unreadable = [&path](int error) {
+    std::cerr << "pimrp: cannot read " << quoted(path) << ": " << std::strerror(error) << '\n';
+    return std::nullopt;
+  };
+  // A directory opens, and then reads as nothing.
+  struct stat status;
+  if (stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) return unreadable(EISDIR);
+  std::ifstream in(path, std::ios::binary);
+  if (!in.is_open()) return unreadable(errno);
+  auto text = scriptRead(
+      path, [&in](std::string& line) { return lineFromStream(in, line); }, checking, std::cerr);
+  if (in.bad()) return unreadable(errno);
+  return text;
+}
+
+// Checks the script as a run would and applies it to a private copy of the library in process
+// memory, configuration only, so that the warnings that depend on what came before are those of a
+// run; nothing is written anywhere and no answer is printed.
+int checkScript(const std::string& path, std::uint64_t maxGroups) {
+  Validator checking("", maxGroups);
+  const auto text = scriptChecked(path, checking);
+  if (!text) return kExitBadScript;
+  // Held to the end of the process, as a run's session is (see run()).
+  static Session* const session = new Session();
+  // Shows are left out of the configuration: nothing is ever printed through this output.
+  const auto output = humanOutputFactory(std::cout);
+  Interpreter interpreter(*session, *output, std::cerr, maxGroups);
+  return interpreter.applyScript(path, *text, std::move(checking), ApplyScope::configuration);
+}
+
 int run(const Options& options) {
   if (options.printDemoScript) {
     std::cout << demoScript();
@@ -252,31 +313,34 @@ int run(const Options& options) {
   // move the clock.
   Kel::System::virtualTimeIs(0.0);
   if (!applyTraceOptions(options.traces)) return kExitBadScript;
-  // A script that cannot be read creates no shared table: it is read before they are attached.
-  std::optional<std::string> text;
-  if (options.script && *options.script != "-") {
-    std::string why;
-    text = readFile(*options.script, why);
-    if (!text) {
-      std::cerr << "pimrp: cannot read " << quoted(*options.script) << ": " << why << '\n';
-      return kExitBadScript;
-    }
-  }
-  if (options.script && *options.script == "-" && !standardInputReadable()) return kExitBadScript;
-  // A bad script creates no shared table: it is refused before the tables are attached.
-  Validator checking;
-  if (options.shm && text && !scriptChecked(*options.script, *text, checking, std::cerr)) {
+  std::string why;
+  const auto maxGroups = maxGroupsOf(options, why);
+  if (!maxGroups) {
+    std::cerr << "pimrp: " << why << '\n';
     return kExitBadScript;
   }
+  if (options.check) return checkScript(*options.check, *maxGroups);
+  // A script that cannot be read, or a bad one, creates no shared table: it is read and checked
+  // whole before they are attached.
+  const TableHome home = tableHomeOf(options);
+  Validator checking(home.kind == TableHome::Kind::sharedReader ? home.name : "", *maxGroups);
+  std::optional<std::string> text;
+  if (options.script && *options.script != "-") {
+    text = scriptChecked(*options.script, checking);
+    if (!text) return kExitBadScript;
+  }
+  if (options.script && *options.script == "-" && !standardInputReadable()) return kExitBadScript;
   // The wired library stays until the process ends: taking a large configuration apart object by
   // object costs nearly as much as building it, for nothing that the end of the process does not
   // do at once. Held from a static, it is still reachable for leak checkers.
-  static Session* const session = sessionFor(tableHomeOf(options));
+  static Session* const session = sessionFor(home);
   if (session == nullptr) return kExitBadScript;
   const auto output = options.json ? jsonOutputFactory(std::cout) : humanOutputFactory(std::cout);
-  Interpreter interpreter(*session, *output, std::cerr);
+  Interpreter interpreter(*session, *output, std::cerr, *maxGroups);
   if (!options.script) return finished(*session, interpreter.runScript("demo", demoScript()));
-  if (text) return finished(*session, interpreter.runScript(*options.script, *text));
+  if (text) {
+    return finished(*session, interpreter.applyScript(*options.script, *text, std::move(checking)));
+  }
   const auto flush = [] { return static_cast<bool>(std::cout.flush()); };
   if (isatty(STDIN_FILENO) == 0) {
     return finished(
@@ -293,17 +357,6 @@ int run(const Options& options) {
   return finished(*session, status);
 }
 
-// The parser's refusal as a pimrp error: an unknown option or a second FILE named as such.
-std::string parseRefusal(const CLI::App& app, const CLI::ParseError& error) {
-  const std::vector<std::string> extras = app.remaining();
-  if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr && !extras.empty()) {
-    const std::string& extra = extras.front();
-    if (extra.size() > 1 && extra[0] == '-') return "unknown option " + quoted(extra);
-    return "unexpected argument " + quoted(extra) + ": give at most one FILE";
-  }
-  return error.what();
-}
-
 // Everything written to standard output must have reached it; a full disk or a closed pipe is
 // a failure of the run, not a success without answers.
 int withOutputChecked(int status) {
@@ -318,11 +371,21 @@ int main(int argc, char** argv) {
   CLI::App app("pimrp: which PIM Rendezvous Point serves each multicast group", "pimrp");
   Options options;
   defineOptions(app, options);
+  // The parser's own words are a programmer's; the operator is told which option is wrong. Its
+  // account also refuses what the parser lets through: an option's value that names an option.
+  const std::string lineRefusal =
+      optionRefusal(app, std::vector<std::string>(argv + 1, argv + argc));
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return withOutputChecked((app.exit(error), kExitOk));
-    std::cerr << "pimrp: " << parseRefusal(app, error) << " (see pimrp --help)\n";
+    std::cerr << "pimrp: "
+              << (lineRefusal.empty() ? "the command line cannot be read" : lineRefusal)
+              << " (see pimrp --help)\n";
+    return kExitBadScript;
+  }
+  if (!lineRefusal.empty()) {
+    std::cerr << "pimrp: " << lineRefusal << " (see pimrp --help)\n";
     return kExitBadScript;
   }
   const std::string refusal = optionsRefusal(options);

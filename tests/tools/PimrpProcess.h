@@ -87,12 +87,11 @@ class PimrpProcess {
   // when nothing came for kPatienceMs (a process that answers otherwise would keep the test
   // waiting on it for ever).
   bool readOutputUntil(const std::string& ending) {
-    while (!endsWith(result_.out, ending)) {
-      pollfd end = {output_, POLLIN, 0};
-      if (poll(&end, 1, kPatienceMs) <= 0) return false;
-      if (!readSome(output_, result_.out)) return false;
-    }
-    return true;
+    return readUntil(output_, result_.out, ending);
+  }
+  // The same for standard error.
+  bool readErrorsUntil(const std::string& ending) {
+    return readUntil(errors_, result_.err, ending);
   }
 
   // Closes standard input, collects the rest of both outputs and waits for the end.
@@ -120,6 +119,14 @@ class PimrpProcess {
   static bool endsWith(const std::string& text, const std::string& ending) {
     return text.size() >= ending.size() &&
            text.compare(text.size() - ending.size(), ending.size(), ending) == 0;
+  }
+  static bool readUntil(int from, std::string& into, const std::string& ending) {
+    while (!endsWith(into, ending)) {
+      pollfd end = {from, POLLIN, 0};
+      if (poll(&end, 1, kPatienceMs) <= 0) return false;
+      if (!readSome(from, into)) return false;
+    }
+    return true;
   }
   static bool readSome(int from, std::string& into) {
     if (from < 0) return false;

@@ -265,6 +265,59 @@ TEST_F(PimrpShm, Attach_WhileWriterRuns_SeesItsLaterWrites) {
   EXPECT_EQ(writer.wait().status, 0);
 }
 
+TEST_F(PimrpShm, Attach_WhileWriterRuns_SeesEachStatementSettledWithoutAShow) {
+  PimrpProcess writer({"--shm", name_, "-"});
+  ASSERT_TRUE(writer.started());
+  writer.write(kWriterScript);
+  ASSERT_TRUE(writer.readOutputUntil(kWriterAnswer));
+  // No show follows the group: the settle after each statement is what reviews it. The warning
+  // of the next statement says that the writer has applied both.
+  writer.write(
+      "group 239.3.3.3\n"
+      "rp-address 10.0.0.7 group 238.0.0.0/8 priority none\n");
+  ASSERT_TRUE(writer.readErrorsUntil(
+      "-:7: warning: RP 10.0.0.7 for 238.0.0.0/8: 'priority none' leaves the priority not set; "
+      "the per-range RP hash tables get no entry from this candidate until it is set\n"));
+  const PimrpResult read = runPimrp({"--attach", name_, "-"},
+                                    "show rp-hash final groups mode sparse ipv4\n"
+                                    "show rp-hash static prefixes mode sparse ipv4\n");
+  EXPECT_EQ(read.out,
+            "rp-hash final groups mode sparse ipv4\n"
+            "  prefix        rp        priority  hashmask  override  mode\n"
+            "  239.1.1.1/32  10.0.0.1  0         30        no        sparse\n"
+            "  239.3.3.3/32  10.0.0.1  0         30        no        sparse\n"
+            "\n"
+            "rp-hash static prefixes mode sparse ipv4\n"
+            "  prefix       rp        priority  hashmask  override  mode\n"
+            "  239.0.0.0/8  10.0.0.1  0         30        no        sparse\n");
+  EXPECT_EQ(read.status, 0);
+  EXPECT_EQ(writer.wait().status, 0);
+}
+
+TEST_F(PimrpShm, Attach_WriterInManualClock_TablesWaitForTheClock) {
+  PimrpProcess writer({"--shm", name_, "-"});
+  ASSERT_TRUE(writer.started());
+  writer.write(kWriterScript);
+  ASSERT_TRUE(writer.readOutputUntil(kWriterAnswer));
+  writer.write(
+      "clock manual\n"
+      "group 239.3.3.3\n"
+      "rp-address 10.0.0.7 group 238.0.0.0/8 priority none\n");
+  ASSERT_TRUE(
+      writer.readErrorsUntil("-:8: warning: RP 10.0.0.7 for 238.0.0.0/8: 'priority none' "
+                             "leaves the priority not set; the per-range RP hash tables "
+                             "get no entry from this candidate until it is set\n"));
+  const PimrpResult read =
+      runPimrp({"--attach", name_, "-"}, "show rp-hash final groups mode sparse ipv4\n");
+  EXPECT_EQ(read.out,
+            "rp-hash final groups mode sparse ipv4\n"
+            "  prefix        rp        priority  hashmask  override  mode\n"
+            "  239.1.1.1/32  10.0.0.1  0         30        no        sparse\n");
+  writer.write("run\n");
+  writer.closeInput();
+  EXPECT_EQ(writer.wait().status, 0);
+}
+
 // Every statement but show rp-hash, as a script (nothing applied, status 2) and as a stream
 // (each refused and skipped, status 1); the tables stay as the writer left them.
 const char kRefusedScript[] =

@@ -12,6 +12,7 @@ using namespace PimrpTool;
 using Ipkit::IpGenAddr;
 using Ipkit::IpGenPrefix;
 using ToolTest::statementAs;
+using ToolTest::statementOf;
 
 // The message of the refusal of `line`, or "" when it parses.
 std::string refusalOf(const std::string& line) {
@@ -128,6 +129,8 @@ TEST(StatementParser, Show_ReadsEachForm) {
   EXPECT_EQ(statementAs<ShowCandidatesStatement>("show candidates static").source,
             CandidateSource::staticConfig);
   EXPECT_EQ(statementAs<ShowAclStatement>("show acl A").acl, "A");
+  EXPECT_TRUE(std::holds_alternative<ShowConfigStatement>(statementOf("show config")));
+  EXPECT_EQ(refusalOf("show config all"), "unexpected 'all' after 'show config'");
 }
 
 TEST(StatementParser, ShowRpMapping_ReadsAnOptionalFamily) {
@@ -151,6 +154,17 @@ TEST(StatementParser, RpHashAlgorithm_ReadsBothNames) {
 TEST(StatementParser, HostBits_AreRefusedWithTheRange) {
   EXPECT_EQ(refusalOf("rp-address 10.0.0.1 group 239.1.0.0/8"),
             "group range '239.1.0.0/8' has host bits set (the range is 239.0.0.0/8)");
+  EXPECT_EQ(refusalOf("route 10.0.0.1/8 type 1"),
+            "route prefix '10.0.0.1/8' has host bits set (the range is 10.0.0.0/8)");
+}
+
+TEST(StatementParser, GroupRangeWiderThanTheGroupSpace_RefusedAsSuch) {
+  EXPECT_EQ(refusalOf("rp-address 10.0.0.2 group ff00::/7"),
+            "group range 'ff00::/7' is not within ff00::/8");
+  EXPECT_EQ(refusalOf("bsr-rp 239.0.0.0/3 10.0.0.1 priority 1 hashmask 30 mode sparse"),
+            "group range '239.0.0.0/3' is not within 224.0.0.0/4");
+  EXPECT_EQ(refusalOf("no group 240.0.0.1/8"),
+            "group address or range '240.0.0.1/8' is not within 224.0.0.0/4");
 }
 
 TEST(StatementParser, Numbers_KeepTheirWordAndSaturate) {
@@ -161,10 +175,56 @@ TEST(StatementParser, Numbers_KeepTheirWordAndSaturate) {
 }
 
 TEST(StatementParser, Keywords_AreLowerCase) {
-  EXPECT_EQ(refusalOf("RP-ADDRESS 10.0.0.1 group 239.0.0.0/8"), "unknown statement 'RP-ADDRESS'");
+  EXPECT_EQ(refusalOf("RP-ADDRESS 10.0.0.1 group 239.0.0.0/8"),
+            "unknown statement 'RP-ADDRESS' (keywords are lower case)");
   EXPECT_EQ(refusalOf("show RP 239.1.1.1"),
             "expected 'rp', 'candidates', 'acl', 'rp-hash', 'local-rp', 'group-filter', "
-            "'alloc-requests' or 'review' after 'show', got 'RP'");
+            "'alloc-requests', 'review' or 'config' after 'show', got 'RP' (keywords are lower "
+            "case)");
+  EXPECT_EQ(refusalOf("acl A seq 1 Permit any"),
+            "expected 'permit' or 'deny' after 'acl A seq 1', got 'Permit' (keywords are lower "
+            "case)");
+  EXPECT_EQ(refusalOf("bogus"), "unknown statement 'bogus'");
+}
+
+TEST(StatementParser, RuleMatchesOfOtherDialects_SayHowToWriteThem) {
+  EXPECT_EQ(refusalOf("acl A seq 1 permit ANY"),
+            "invalid rule match 'ANY': keywords are lower case: write 'any'");
+  EXPECT_EQ(refusalOf("acl A seq 1 permit host 10.0.0.1"),
+            "invalid rule match 'host': expected 'any' or a prefix ADDRESS/LENGTH: write one "
+            "host as 10.0.0.1/32");
+  EXPECT_EQ(refusalOf("acl A seq 1 permit host"),
+            "invalid rule match 'host': expected 'any' or a prefix ADDRESS/LENGTH");
+  EXPECT_EQ(refusalOf("acl A seq 1 deny 239.1.1.1"),
+            "invalid rule match '239.1.1.1': expected 'any' or a prefix ADDRESS/LENGTH "
+            "(239.1.1.1/32 for this one address)");
+  EXPECT_EQ(refusalOf("acl A seq 1 deny everything"),
+            "invalid rule match 'everything': expected 'any' or a prefix ADDRESS/LENGTH");
+  EXPECT_EQ(refusalOf("acl A seq 1 permit 239.0.0.1/8"),
+            "rule prefix '239.0.0.1/8' has host bits set (the range is 239.0.0.0/8)");
+  EXPECT_EQ(refusalOf("acl A seq 1 permit"),
+            "missing 'any' or rule prefix ADDRESS/LENGTH after 'acl A seq 1 permit'");
+}
+
+TEST(StatementParser, LeadingZeroOctets_AreRefusedWithTheAddressWithoutThem) {
+  EXPECT_EQ(refusalOf("rp-address 010.0.0.1 group 239.0.0.0/8"),
+            "invalid RP address '010.0.0.1': octet '010' has a leading zero, which some tools "
+            "read as octal: write '10.0.0.1'");
+  EXPECT_EQ(refusalOf("rp-address 10.00.0.01 group 239.0.0.0/8"),
+            "invalid RP address '10.00.0.01': octet '00' has a leading zero, which some tools "
+            "read as octal: write '10.0.0.1'");
+  EXPECT_EQ(refusalOf("rp-address ::ffff:10.0.0.010 group ff0e::/16"),
+            "invalid RP address '::ffff:10.0.0.010': octet '010' has a leading zero, which some "
+            "tools read as octal: write '::ffff:10.0.0.10'");
+  EXPECT_EQ(refusalOf("route 010.0.0.0/8 type 1"),
+            "invalid route prefix '010.0.0.0/8': octet '010' has a leading zero, which some "
+            "tools read as octal: write '10.0.0.0/8'");
+  EXPECT_EQ(refusalOf("group 0239.1.1.1"),
+            "invalid group address or range '0239.1.1.1': octet '0239' has a leading zero, "
+            "which some tools read as octal: write '239.1.1.1'");
+  EXPECT_EQ(refusalOf("rp-address 10.0.0.1 group 239.0.0.0/8"), "");
+  EXPECT_EQ(refusalOf("rp-address 0.0.0.1 group 239.0.0.0/8"), "");
+  EXPECT_EQ(refusalOf("rp-address 2001:db8::0010 group ff0e::/16"), "");
 }
 
 TEST(StatementParser, MissingAndExtraWords_AreNamed) {
@@ -215,9 +275,9 @@ TEST(StatementParser, LongWords_QuotedUpTo60CharactersAndMarkedWhereCut) {
   EXPECT_EQ(refusalOf("rp-address 10.0.0.1 group " + std::string(61, '9')),
             "invalid group range '" + std::string(60, '9') + "...': expected ADDRESS/LENGTH");
   // Each word of a quoted statement is cut on its own; a word of exactly 60 is not cut.
-  EXPECT_EQ(
-      refusalOf("acl " + std::string(80, 'b') + " seq 1 permit"),
-      "missing rule prefix or 'any' after 'acl " + std::string(60, 'b') + "... seq 1 permit'");
+  EXPECT_EQ(refusalOf("acl " + std::string(80, 'b') + " seq 1 permit"),
+            "missing 'any' or rule prefix ADDRESS/LENGTH after 'acl " + std::string(60, 'b') +
+                "... seq 1 permit'");
   EXPECT_EQ(refusalOf("show rp " + std::string(60, 'c') + " " + std::string(70, 'd')),
             "invalid group address '" + std::string(60, 'c') + "': not an IPv4 or IPv6 address");
   // Escaped bytes count as one character each.

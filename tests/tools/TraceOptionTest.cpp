@@ -29,7 +29,11 @@ TEST(TraceOption, NameAndLevel_Read) {
 TEST(TraceOption, BadRequests_QuoteTheText) {
   EXPECT_EQ(refusalOf("PimRpCompute"), "expected NAME=LEVEL, got 'PimRpCompute'");
   EXPECT_EQ(refusalOf("PimRpCompute=10"), "level '10' out of range 0..9");
-  EXPECT_EQ(refusalOf("PimRpCompute="), "level '' out of range 0..9");
+  EXPECT_EQ(refusalOf("PimRpCompute=010"), "level '010' out of range 0..9");
+  EXPECT_EQ(refusalOf("PimRpCompute="),
+            "missing LEVEL after 'PimRpCompute=': expected NAME=LEVEL, LEVEL 0..9");
+  EXPECT_EQ(refusalOf("PimRpCompute=abc"), "level 'abc' is not a number: expected 0..9");
+  EXPECT_EQ(refusalOf("PimRpCompute=-1"), "level '-1' is not a number: expected 0..9");
   EXPECT_EQ(refusalOf("Nope=1"),
             "unknown trace file 'Nope' (known: all PimCrpGrpTrieBuilderSm PimGroupFilter "
             "PimGroupFilterSm PimRpCandidateStaticSm PimRpCompute PimRpHashSm)");

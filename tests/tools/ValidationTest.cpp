@@ -207,7 +207,8 @@ TEST(Validation, ReadOnly_ShowThatNeedsWriterState_NotAvailable) {
                                               {"show group-filter 239.1.1.1", "show group-filter"},
                                               {"show alloc-requests", "show alloc-requests"},
                                               {"show review", "show review"},
-                                              {"show rp mapping", "show rp mapping"}}) {
+                                              {"show rp mapping", "show rp mapping"},
+                                              {"show config", "show config"}}) {
     EXPECT_EQ(refusalOf(validator, line), "'" + words + why) << line;
   }
 }
@@ -216,6 +217,51 @@ TEST(Validation, ReadOnly_RefusalLeavesOrderRulesAsTheyWere) {
   Validator validator("lab");
   EXPECT_NE(refusalOf(validator, "rp-address 10.0.0.1 group 239.0.0.0/8"), "");
   EXPECT_FALSE(validator.rpAddressSeen());
+}
+
+TEST(Validation, HostRouteToAnAddressNoRouterHas_Refused) {
+  EXPECT_EQ(refusalOf("route 255.255.255.255/32 type 1"),
+            "route prefix '255.255.255.255/32' is not a unicast prefix: it is the broadcast "
+            "address");
+  EXPECT_EQ(refusalOf("no route 255.255.255.255/32"),
+            "route prefix '255.255.255.255/32' is not a unicast prefix: it is the broadcast "
+            "address");
+  EXPECT_EQ(refusalOf("route 0.0.0.0/32 type 1"),
+            "route prefix '0.0.0.0/32' is not a unicast prefix: it is the unspecified address");
+  EXPECT_EQ(refusalOf("route 255.255.255.254/32 type 1"), "");
+  EXPECT_EQ(refusalOf("route 255.255.255.0/24 type 1"), "");
+  EXPECT_EQ(refusalOf("route 0.0.0.0/0 type 1"), "");
+}
+
+TEST(Validation, KnownGroups_BoundedPerFamily_RefusedStatementCountsNothing) {
+  Validator validator("", 300);
+  EXPECT_EQ(refusalOf(validator, "group 239.1.1.0/24"), "");
+  EXPECT_EQ(refusalOf(validator, "group 239.1.1.7"), "");
+  EXPECT_EQ(refusalOf(validator, "group 239.1.2.0/27"), "");
+  EXPECT_EQ(refusalOf(validator, "group 239.1.3.0/27"),
+            "'239.1.3.0/27' would bring the known IPv4 groups to 320, above the limit of 300 "
+            "(--max-groups)");
+  EXPECT_EQ(validator.knownGroups(Ipkit::AddressFamily::ipv4), 288u);
+  EXPECT_EQ(refusalOf(validator, "group ff0e::/120"), "");
+  EXPECT_EQ(refusalOf(validator, "group ff0e::1:0/122"),
+            "'ff0e::1:0/122' would bring the known IPv6 groups to 320, above the limit of 300 "
+            "(--max-groups)");
+  EXPECT_EQ(refusalOf(validator, "no group 239.1.1.0/25"), "");
+  EXPECT_EQ(refusalOf(validator, "group 239.1.3.0/27"), "");
+  EXPECT_EQ(validator.knownGroups(Ipkit::AddressFamily::ipv4), 192u);
+  EXPECT_EQ(validator.knownGroups(Ipkit::AddressFamily::ipv6), 256u);
+}
+
+TEST(Validation, KnownGroups_DefaultAdmitsFourMillionAndNoMore) {
+  Validator validator;
+  for (const char* range : {"239.0.0.0/12", "239.16.0.0/12", "239.32.0.0/12", "239.48.0.0/12"}) {
+    EXPECT_EQ(refusalOf(validator, std::string("group ") + range), "");
+  }
+  EXPECT_EQ(validator.knownGroups(Ipkit::AddressFamily::ipv4), 4194304u);
+  EXPECT_EQ(refusalOf(validator, "group 238.0.0.1"),
+            "'238.0.0.1' would bring the known IPv4 groups to 4194305, above the limit of "
+            "4194304 (--max-groups)");
+  EXPECT_EQ(refusalOf(validator, "group 239.1.2.3"), "");
 }
 
 }  // namespace
