@@ -3,6 +3,8 @@
 #include <string_view>
 
 #include "framework/Kel/Exception.h"
+#include "framework/Mirra/CorruptionDetectedException.h"
+#include "tools/SharedTables.h"
 #include "tools/StatementError.h"
 #include "tools/StatementParser.h"
 
@@ -53,20 +55,28 @@ bool Interpreter::doApply(const std::string& name, std::size_t line, const State
     const auto answer = session_.apply(statement, commit);
     if (answer) output_.show(*answer);
     return true;
+  } catch (const Mirra::CorruptionDetectedException& damage) {
+    doReport(name, line, damagedTableMessage(damage));
+    failure_ = kExitBadScript;
   } catch (const Kel::Exception& refusal) {
     doReport(name, line, std::string("internal error: ") + refusal.what());
-    return false;
+    failure_ = kExitInternal;
   }
+  return false;
 }
 
 bool Interpreter::doCommit(const std::string& name, std::size_t line) {
   try {
     session_.commit();
     return true;
+  } catch (const Mirra::CorruptionDetectedException& damage) {
+    doReport(name, line, damagedTableMessage(damage));
+    failure_ = kExitBadScript;
   } catch (const Kel::Exception& refusal) {
     doReport(name, line, std::string("internal error: ") + refusal.what());
-    return false;
+    failure_ = kExitInternal;
   }
+  return false;
 }
 
 bool scriptChecked(const std::string& name, const std::string& text, Validator& checking,
@@ -107,7 +117,7 @@ int Interpreter::runScript(const std::string& name, const std::string& text) {
     if (statement) lastLine = line;
     return applied;
   });
-  return applied && doCommit(name, lastLine) ? kExitOk : kExitInternal;
+  return applied && doCommit(name, lastLine) ? kExitOk : failure_;
 }
 
 int Interpreter::runStream(const std::string& name, const LineSource& nextLine,
@@ -125,7 +135,7 @@ int Interpreter::runStream(const std::string& name, const LineSource& nextLine,
       const auto statement = parseStatement(text);
       if (!statement) continue;
       validator_.check(*statement);
-      if (!doApply(name, lineNumber, *statement, Commit::eachStatement)) return kExitInternal;
+      if (!doApply(name, lineNumber, *statement, Commit::eachStatement)) return failure_;
     } catch (const StatementError& error) {
       doReport(name, lineNumber, error.what());
       refused = true;

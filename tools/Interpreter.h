@@ -18,7 +18,9 @@
 //  1. One Validator judges everything this interpreter runs, so rules about order (vrf before
 //     the first rp-address) hold across scripts and streams run one after the other.
 //  2. A refusal by the library while applying an accepted statement means the checks missed
-//     something: it is reported as an internal error and running stops (kExitInternal).
+//     something: it is reported as an internal error and running stops (kExitInternal). A shared
+//     table found damaged is bad input instead: reported naming the table, and running stops
+//     (kExitBadScript).
 
 #include <functional>
 #include <istream>
@@ -73,17 +75,19 @@ class Interpreter {
 
  private:
   void doReport(const std::string& name, std::size_t line, const std::string& message);
-  // False when the library refused the statement (reported).
+  // False when the library refused the statement or found a table damaged (reported; failure_
+  // then holds the exit status).
   bool doApply(const std::string& name, std::size_t line, const Statement& statement,
                Commit commit);
   // Commits the run of rules that a script's last statements collected; false when the library
-  // refused it (reported at `line`, the last statement's).
+  // refused it (reported at `line`, the last statement's, as doApply reports).
   bool doCommit(const std::string& name, std::size_t line);
 
   Session& session_;
   Output& output_;
   std::ostream& errors_;
   Validator validator_;
+  int failure_ = kExitInternal;
 };
 
 }  // namespace PimrpTool

@@ -176,7 +176,7 @@ TEST_F(MirraShmConcurrency, WriterKilledMidWrite_HalfWrittenSlotReportedNewWrite
   Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
   EXPECT_EQ(Kel::TraceRing::instance().lines("Debug"),
             (std::vector<std::string>{
-                "MirraMap::corruptionDetected() " + expected,
+                "MirraMap::corruptionDetected() table " + segment.name() + ": " + expected,
                 "MirraMap::attach() " + segment.name() + " as writer members:999 slots:2048"}));
   EXPECT_TRUE(writer.insert(recordFor(kVictim, 2)));
   EXPECT_EQ(reader.lookup(kVictim), recordFor(kVictim, 2));

@@ -135,10 +135,10 @@ TEST_F(MirraShm, Unlink_RemovesSegments_ReaderThenRefused) {
     EXPECT_TRUE(segmentExists(segment.name()));
     EXPECT_TRUE(segmentExists(segment.name() + ".g1"));
   }
-  EXPECT_TRUE(Table::unlinkShared(segment.name()));
+  EXPECT_TRUE(Table::unlinkShared(segment.name()).found());
   EXPECT_FALSE(segmentExists(segment.name()));
   EXPECT_FALSE(segmentExists(segment.name() + ".g1"));
-  EXPECT_FALSE(Table::unlinkShared(segment.name()));
+  EXPECT_FALSE(Table::unlinkShared(segment.name()).found());
   EXPECT_EQ(attachFailure(segment.name(), AttachMode::reader),
             "MirraMap::attach() table " + segment.name() + " does not exist");
 }
@@ -172,8 +172,8 @@ TEST_F(MirraShm, BadNameOrOtherFormat_Refused) {
   } catch (const Kel::RangeException& error) {
     EXPECT_EQ(std::string(error.what()),
               "MirraMap::attach() table " + segment.name() +
-                  " holds keys of 8 bytes, values of 48 bytes in slots of 64 bytes (format 1); "
-                  "expected 8, 8, 64 (format 1)");
+                  " holds keys of 8 bytes, values of 48 bytes in slots of 64 bytes (format 2); "
+                  "expected 8, 8, 64 (format 2)");
   }
 }
 
@@ -226,8 +226,9 @@ TEST_F(MirraShm, BytesFlippedBehindWritersBack_ReaderElsewhereReportsNeverReturn
     answer += " handled:" + std::to_string(handled.size()) + " debug:" + debugLines().at(0);
     return answer;
   });
-  EXPECT_EQ(seen, "detected: " + expected + " handled:1 debug:MirraMap::corruptionDetected() " +
-                      expected);
+  EXPECT_EQ(seen, "detected: " + expected +
+                      " handled:1 debug:MirraMap::corruptionDetected() table " + segment.name() +
+                      ": " + expected);
   EXPECT_TRUE(writer.insert(recordFor(4, 2)));  // the writer's next write drops the damaged slot
   EXPECT_EQ(writer.corruptions(), 1u);
   EXPECT_EQ(writer.lastCorruption(), expected);

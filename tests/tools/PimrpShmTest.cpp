@@ -112,6 +112,7 @@ TEST_F(PimrpShm, RunOne_TablesKeptAfterTheRun) {
   for (const std::string& table : PimrpTool::sharedTableNames(name_)) {
     expected.push_back(table);
     expected.push_back(table + ".g1");
+    expected.push_back(table + ".lock");
   }
   std::sort(expected.begin(), expected.end());
   EXPECT_EQ(segments(), expected);
