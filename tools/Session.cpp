@@ -503,9 +503,16 @@ SharedInputs sharedInputsFromTimeZero() {
                       Kel::Ptr<BitMapper::Config>(new BitMapper::Config)};
 }
 
-// Known groups come back before the reactors take up shared tables; anything else needs them.
-bool needsReactors(const Statement& statement) {
+// Over shared tables left by an earlier run, the known groups come back before the reviews take up
+// the per-source tables; the configuration reaches running reviews, as an agent's replayed
+// configuration does (a review that starts over candidates already configured computes each
+// range's own entry before the range is in its trie). The merges take up the final tables when an
+// answer is asked for or time is to move, or at the end of the input.
+bool startsReviews(const Statement& statement) {
   return !std::holds_alternative<GroupStatement>(statement);
+}
+bool startsMerges(const Statement& statement) {
+  return isShowStatement(statement) || std::holds_alternative<RunStatement>(statement);
 }
 
 FamilyWiring::TableMaker tablesIn(const TableHome& home, Ipkit::AddressFamily af) {
@@ -524,7 +531,18 @@ Session::Session(const TableHome& home)
   if (home_.kind == TableHome::Kind::process) reactorsStart();
 }
 
+void Session::reviewsStart() {
+  ipv4_.reviewsStart();
+  ipv6_.reviewsStart();
+}
+
 void Session::reactorsStart() {
+  if (ipv4_.reactorsStarted()) return;
+  // Over shared tables the reviews finish redoing the per-source tables first; the merges then
+  // fold them into the final tables at once, so that readers of a final table see each entry
+  // change at most once, to its new value, and no answer of a configuration half replayed.
+  reviewsStart();
+  if (home_.kind == TableHome::Kind::sharedWriter && clockSettles_) settle();
   ipv4_.reactorsStart();
   ipv6_.reactorsStart();
 }
@@ -539,7 +557,8 @@ void Session::finish() {
 std::optional<ShowResult> Session::apply(const Statement& statement, Commit commit) {
   // A run ends at anything but one more rule statement of its list.
   if (commit == Commit::eachStatement || !isRuleStatement(statement)) this->commit();
-  if (home_.kind == TableHome::Kind::sharedWriter && needsReactors(statement)) reactorsStart();
+  if (home_.kind == TableHome::Kind::sharedWriter && startsReviews(statement)) reviewsStart();
+  if (home_.kind == TableHome::Kind::sharedWriter && startsMerges(statement)) reactorsStart();
   if (clockSettles_ && isShowStatement(statement)) settle();
   return std::visit(SessionApply{*this, commit}, statement);
 }
