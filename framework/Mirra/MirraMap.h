@@ -556,18 +556,21 @@ class MirraMap {
     return value;
   }
 
-  void beginWrite() { header_.open(HeaderWord::changes); }
-  void beginRelink() { header_.open(HeaderWord::structure); }
-  // Closes the write and the relink under way, if any, putting back first whatever a stray
-  // write changed in the shared header and the memory around it while the write was open.
-  void settle() {
-    header_.close(HeaderWord::structure);
-    if (!internal::odd(header_.value(HeaderWord::changes))) return;
+  // Opens a write, first putting back whatever a stray write changed in the shared header and the
+  // memory around it since the last one (before this write stores anything there).
+  void beginWrite() {
+    if (internal::odd(header_.value(HeaderWord::changes))) return;
     if (header_.strayed()) {
       report("the table header fails its check (its " + header_.mend() +
              "); its writer has put it back");
     }
     if (memory_->strayed()) report(memory_->mend());
+    header_.open(HeaderWord::changes);
+  }
+  void beginRelink() { header_.open(HeaderWord::structure); }
+  // Closes the write and the relink under way, if any.
+  void settle() {
+    header_.close(HeaderWord::structure);
     header_.close(HeaderWord::changes);
   }
   void countersAre(std::size_t filled, std::size_t used) {

@@ -20,15 +20,11 @@ using Mirra::testing::MirraMapBackdoor;
 using MirraShmTest::answerFromChild;
 using MirraShmTest::Record;
 using MirraShmTest::recordFor;
+using MirraShmTest::segmentExists;
 using MirraShmTest::SegmentGuard;
 using MirraShmTest::Table;
 
 std::vector<std::string> debugLines() { return Kel::TraceRing::instance().lines("Debug"); }
-
-bool segmentExists(const std::string& file) {
-  struct stat status;
-  return stat(("/dev/shm/" + file).c_str(), &status) == 0;
-}
 
 std::string attachFailure(const std::string& name, AttachMode mode) {
   try {
