@@ -669,11 +669,8 @@ class MirraMap {
           !readWord(HeaderWord::filled, &handedOut, damage)) {
         return Position{};
       }
-      const Position found =
-          order.descendOnce(bound, key, static_cast<SlotIndex>(root),
-                            std::min<std::size_t>(handedOut, layout_.slotCount), damage);
-      *damage = stalledOr(*damage, wait, damage->fault);
-      return found;
+      return order.descendOnce(bound, key, static_cast<SlotIndex>(root),
+                               std::min<std::size_t>(handedOut, layout_.slotCount), damage);
     }
     const std::uint64_t* structure = internal::headerWordAt(*layout_.header, HeaderWord::structure);
     const std::size_t position = internal::headerWordPosition(HeaderWord::structure);

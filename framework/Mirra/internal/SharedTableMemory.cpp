@@ -10,8 +10,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <mutex>
-#include <set>
 
 #include "framework/Kel/Exception.h"
 #include "framework/Mirra/internal/ProcessIdentity.h"
@@ -42,8 +42,9 @@ bool statSegment(const std::string& segment, struct stat* status) {
   return stat(("/dev/shm/" + segment).c_str(), status) == 0;
 }
 
-// Generations created and not yet published, removed when the process exits normally; the
-// registry is never destroyed, so that a table written to during the exit finds it still there.
+// Generations created and not yet published, removed when the process that created them exits
+// normally; the registry is never destroyed, so that a table written to during the exit finds it
+// still there. A child forked meanwhile inherits the registry but removes nothing of its parent's.
 class PreparedSegments {
  public:
   static PreparedSegments& instance() {
@@ -52,7 +53,7 @@ class PreparedSegments {
   }
   void add(const std::string& path) {
     const std::lock_guard<std::mutex> guard(mutex_);
-    paths_.insert(path);
+    paths_.emplace(path, getpid());
   }
   void remove(const std::string& path) {
     const std::lock_guard<std::mutex> guard(mutex_);
@@ -64,12 +65,14 @@ class PreparedSegments {
   static void removeAll() {
     PreparedSegments& segments = instance();
     const std::lock_guard<std::mutex> guard(segments.mutex_);
-    for (const std::string& path : segments.paths_) shm_unlink(path.c_str());
+    for (const auto& [path, creator] : segments.paths_) {
+      if (creator == getpid()) shm_unlink(path.c_str());
+    }
     segments.paths_.clear();
   }
 
   std::mutex mutex_;
-  std::set<std::string> paths_;
+  std::map<std::string, pid_t> paths_;
 };
 
 }  // namespace
