@@ -51,8 +51,9 @@
 //     A read that finds damage reports it (see corruptionDetected) and throws
 //     CorruptionDetectedException; it changes nothing, so a walk that ended there can be started
 //     again (it meets the same damage until the writer has dropped it). The writer reads its own
-//     copy of the header words (internal/WriterHeader.h) and puts back, each time it closes a
-//     write, any that a stray write changed. The writer's insert or erase that meets damage instead
+//     copy of the header words (internal/WriterHeader.h) and puts back, each time it opens a
+//     write, any that a stray write changed, so that header damage never makes the writer's own
+//     reads fail. The writer's insert or erase that meets damage instead
 //     reports every damaged slot and index entry, rebuilds the table without them, and then does
 //     its work: it never throws for corruption. Growth verifies every slot it copies and every
 //     index entry it leaves behind, and damage met there is repaired the same way; nothing damaged

@@ -1,5 +1,7 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -153,6 +155,11 @@ TEST_F(MirraShm, Growth_PublishesNewGenerationAndUnlinksOld) {
 TEST_F(MirraShm, BadNameOrOtherFormat_Refused) {
   EXPECT_EQ(attachFailure("a/b", AttachMode::singleWriter),
             "MirraMap::attach() table a/b is not a plain name (letters, digits, '.', '_', '-')");
+  for (const std::string& likeASegment : {segment.name() + ".lock", segment.name() + ".g12"}) {
+    EXPECT_EQ(attachFailure(likeASegment, AttachMode::singleWriter),
+              "MirraMap::attach() table " + likeASegment +
+                  " ends like a segment of another table ('.lock', '.g' and digits)");
+  }
   const Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
   struct Small {
     std::uint64_t key = 0;
@@ -171,6 +178,22 @@ TEST_F(MirraShm, BadNameOrOtherFormat_Refused) {
                   " holds keys of 8 bytes, values of 48 bytes in slots of 64 bytes (format 2); "
                   "expected 8, 8, 64 (format 2)");
   }
+}
+
+// A table of the former format: a control segment of 32 bytes (magic, format 1, the sizes and an
+// unchecked generation number).
+TEST_F(MirraShm, FormerFormat_RefusedByWriterAndReaderWithClearMessage) {
+  const int fd = shm_open(("/" + segment.name()).c_str(), O_RDWR | O_CREAT | O_EXCL, 0644);
+  ASSERT_GE(fd, 0);
+  const std::uint64_t former[4] = {0x6c7274436172694dull, 1 | std::uint64_t{8} << 32,
+                                   48 | std::uint64_t{64} << 32, 1};
+  ASSERT_EQ(write(fd, former, sizeof(former)), static_cast<ssize_t>(sizeof(former)));
+  close(fd);
+  const std::string refusal = "MirraMap::attach() table " + segment.name() +
+                              " has the former format 1 of shared tables (this build reads format "
+                              "2): remove it to start it afresh";
+  EXPECT_EQ(attachFailure(segment.name(), AttachMode::singleWriter), refusal);
+  EXPECT_EQ(attachFailure(segment.name(), AttachMode::reader), refusal);
 }
 
 TEST_F(MirraShm, AttachAndReadyReports_InDebugStream) {
