@@ -414,8 +414,12 @@ class MirraMap {
 
   // Moves to the newest generation when the writer published one, after checking it
   // (invariant 4); reports and throws when it cannot be read.
-  void refresh() const {
+  // Inlined at once: every read starts here, and nearly always goes on at once.
+  [[gnu::always_inline]] void refresh() const {
     if (memory_->generation() == layoutGeneration_ && layout_.header) return;
+    remap();
+  }
+  [[gnu::noinline]] void remap() const {
     layout_ = Layout{};
     internal::Mapping mapping;
     try {

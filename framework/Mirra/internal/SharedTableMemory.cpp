@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <map>
@@ -374,13 +375,8 @@ std::vector<std::string> SharedTableMemory::takeAttachFindings() {
 
 bool SharedTableMemory::strayed() const {
   if (!writer_ || !control_) return false;
-  const auto* own = reinterpret_cast<const std::uint64_t*>(&own_);
-  const auto* shared = reinterpret_cast<const std::uint64_t*>(control_);
-  std::uint64_t differences = 0;
   // The fixed part, its check and the three words the writer keeps (not the reserved word).
-  for (std::size_t word = 0; word < 7; ++word)
-    differences |= loadRelaxed(shared + word) ^ own[word];
-  return differences != 0;
+  return std::memcmp(control_, &own_, offsetof(ControlBlock, reserved)) != 0;
 }
 
 std::string SharedTableMemory::mend() {

@@ -38,19 +38,20 @@ class WriterHeader {
     }
   }
 
-  std::uint64_t value(HeaderWord word) const {
+  // The small accessors are inlined at once: every write goes through them several times.
+  [[gnu::always_inline]] std::uint64_t value(HeaderWord word) const {
     return own_.words[static_cast<std::size_t>(word)] & kCheckedValueLimit;
   }
   // The copy as a header, for searches that read their counters from a header.
   const TableHeader& words() const { return own_; }
 
-  void valueIs(HeaderWord word, std::uint64_t value) {
+  [[gnu::always_inline]] void valueIs(HeaderWord word, std::uint64_t value) {
     const std::uint64_t image = headerWordImage(word, value);
     own_.words[static_cast<std::size_t>(word)] = image;
     storeRelease(headerWordAt(*shared_, word), image);
   }
   // Makes a counter odd (a write or a relink under way), unless it is already.
-  void open(HeaderWord word) {
+  [[gnu::always_inline]] void open(HeaderWord word) {
     const std::uint64_t current = value(word);
     if (odd(current)) return;
     const std::uint64_t image = headerWordImage(word, current + 1);
@@ -59,7 +60,7 @@ class WriterHeader {
     fenceRelease();
   }
   // Makes an odd counter even again.
-  void close(HeaderWord word) {
+  [[gnu::always_inline]] void close(HeaderWord word) {
     if (odd(value(word))) valueIs(word, value(word) + 1);
   }
 
@@ -84,17 +85,10 @@ class WriterHeader {
     set(HeaderWord::published, 0);
   }
 
-  // Whether the shared header differs from this copy anywhere: one pass of plain word loads, so
-  // that the writer can afford to ask after every write.
-  bool strayed() const {
-    const auto* own = reinterpret_cast<const std::uint64_t*>(&own_);
-    const auto* shared = reinterpret_cast<const std::uint64_t*>(shared_);
-    std::uint64_t differences = 0;
-    for (std::size_t word = 0; word < sizeof(TableHeader) / 8; ++word) {
-      differences |= loadRelaxed(shared + word) ^ own[word];
-    }
-    return differences != 0;
-  }
+  // Whether the shared header differs from this copy anywhere: one comparison of the two blocks,
+  // so that the writer can afford to ask at every write. (Only this writer stores there; a stray
+  // write from elsewhere is what it looks for.)
+  bool strayed() const { return std::memcmp(shared_, &own_, sizeof(TableHeader)) != 0; }
 
   // Puts back every part of the shared header that differs from this copy; returns the names of
   // those put back, separated by ", " ("" when none).
