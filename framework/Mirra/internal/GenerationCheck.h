@@ -3,7 +3,7 @@
 // of a table of a given shape, before anything in it is relied on.
 //
 // The fixed part must pass its check, name this format and shape, and give sizes that fill the
-// block exactly; every header word must pass its check and hold a value its meaning allows, and
+// block exactly; every header word must pass its check and hold a value that the sizes allow, and
 // the generation must have been published. Only then is the layout built, from the sizes so
 // checked.
 
@@ -42,20 +42,20 @@ inline Damage checkGeneration(const Mapping& mapping, const TableShape& shape,
       return Damage{Fault::headerWord, static_cast<SlotIndex>(word)};
     }
   }
+  // Each word against the fixed sizes only: a running writer changes the words one at a time, so
+  // two of them read here need not belong to the same moment (`used` may already count a member
+  // whose slot `filled` read before did not yet).
   const auto at = [&value](HeaderWord word) { return value[static_cast<std::size_t>(word)]; };
-  const auto slotOrNone = [&](HeaderWord word, std::uint64_t limit) {
-    return at(word) == kNoSlot || at(word) < limit;
-  };
-  const HeaderWord outOfRange =
-      !slotOrNone(HeaderWord::root, at(HeaderWord::filled))       ? HeaderWord::root
-      : at(HeaderWord::filled) > slots                            ? HeaderWord::filled
-      : at(HeaderWord::used) > at(HeaderWord::filled)             ? HeaderWord::used
-      : at(HeaderWord::ready) > 1                                 ? HeaderWord::ready
-      : at(HeaderWord::advertised) > 1                            ? HeaderWord::advertised
-      : !slotOrNone(HeaderWord::freeSlot, at(HeaderWord::filled)) ? HeaderWord::freeSlot
-      : at(HeaderWord::tombstones) > slots * 2                    ? HeaderWord::tombstones
-      : at(HeaderWord::published) != 1                            ? HeaderWord::published
-                                                                  : HeaderWord::count;
+  const auto slotOrNone = [&](HeaderWord word) { return at(word) == kNoSlot || at(word) < slots; };
+  const HeaderWord outOfRange = !slotOrNone(HeaderWord::root)            ? HeaderWord::root
+                                : at(HeaderWord::filled) > slots         ? HeaderWord::filled
+                                : at(HeaderWord::used) > slots           ? HeaderWord::used
+                                : at(HeaderWord::ready) > 1              ? HeaderWord::ready
+                                : at(HeaderWord::advertised) > 1         ? HeaderWord::advertised
+                                : !slotOrNone(HeaderWord::freeSlot)      ? HeaderWord::freeSlot
+                                : at(HeaderWord::tombstones) > slots * 2 ? HeaderWord::tombstones
+                                : at(HeaderWord::published) != 1         ? HeaderWord::published
+                                                                         : HeaderWord::count;
   if (outOfRange != HeaderWord::count) {
     return Damage{Fault::headerWord, static_cast<SlotIndex>(outOfRange)};
   }

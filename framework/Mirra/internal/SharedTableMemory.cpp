@@ -469,6 +469,9 @@ void SharedTableMemory::attachAsReader(TableShape shape) {
   controlFd_ = shm_open(segmentPath(name_).c_str(), O_RDONLY, 0);
   if (controlFd_ < 0 && errno == ENOENT) fail("attach", "does not exist");
   if (controlFd_ < 0) failCall("attach", "cannot be attached", "shm_open");
+  // Only the writer's own user (and root) can open the lock; it is only ever asked about, never
+  // taken (writerState()).
+  lockFd_ = shm_open(segmentPath(lockSegment(name_)).c_str(), O_RDONLY, 0);
   struct stat status;
   if (fstat(controlFd_, &status) != 0) failCall("attach", "cannot be attached", "fstat");
   owner_ = status.st_uid;
@@ -586,11 +589,19 @@ WriterState SharedTableMemory::writerState() const {
   if (writer_) return WriterState{};
   std::uint64_t pid = 0;
   std::uint64_t started = 0;
-  if (!control_ || !loadControlWord(*control_, ControlWord::writerPid, &pid) ||
-      !loadControlWord(*control_, ControlWord::writerStarted, &started)) {
-    return WriterState{WriterState::Kind::gone, 0};
-  }
-  return writerStateOf(ProcessIdentity{static_cast<long>(pid), started});
+  const bool identified = control_ && loadControlWord(*control_, ControlWord::writerPid, &pid) &&
+                          loadControlWord(*control_, ControlWord::writerStarted, &started);
+  WriterState state = identified ? writerStateOf(ProcessIdentity{static_cast<long>(pid), started})
+                                 : WriterState{WriterState::Kind::gone, 0};
+  // The lock tells for certain whether a writer holds the table, also when its process is not
+  // visible from here (another process id namespace); only the process tells whether it is
+  // stopped.
+  if (lockFd_ < 0) return state;
+  struct flock lock = wholeLock(F_WRLCK);
+  if (fcntl(lockFd_, F_OFD_GETLK, &lock) != 0) return state;
+  if (lock.l_type == F_UNLCK) return WriterState{WriterState::Kind::gone, state.pid};
+  if (!state.alive()) state.kind = WriterState::Kind::running;
+  return state;
 }
 
 // --- removal ---

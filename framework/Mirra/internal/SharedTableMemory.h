@@ -31,10 +31,14 @@
 //     one); an unpublished generation is also removed when its writer lets go or its process exits
 //     normally. A control segment found damaged is rebuilt, its published generation found again
 //     among the table's generations (the newest one marked published that checks out).
-//  5. A reader that finds the control segment or a generation damaged, missing or not its owner's
+//  5. A reader tells a live writer from a gone one by the writer's process, which the control
+//     segment names (id and start time), and, when it may open the lock segment (root, or the
+//     writer's own user), by asking whether the lock is held, which also holds across process id
+//     namespaces. It never takes the lock.
+//  6. A reader that finds the control segment or a generation damaged, missing or not its owner's
 //     is told through MemoryDamage with what is wrong; refusals of who may attach are
 //     Kel::RangeException.
-//  6. No pointer into process memory is stored in any segment.
+//  7. No pointer into process memory is stored in any segment.
 
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -115,7 +119,7 @@ class SharedTableMemory : public TableMemory {
   const std::string name_;
   const bool writer_;
   const AttachOptions options_;
-  int lockFd_ = -1;
+  int lockFd_ = -1;  // writer: holds the lock; reader: asks about it, when it may open it
   int controlFd_ = -1;
   ControlBlock* control_ = nullptr;
   // Reader: the control segment's owner, whom every generation must belong to; what is wrong with
