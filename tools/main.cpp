@@ -67,7 +67,7 @@ void defineOptions(CLI::App& app, Options& options) {
   app.add_flag("--unlink", options.unlink,
                "with --shm NAME: remove the tables NAME.*, run nothing");
   app.add_option("--shm-mode", options.shmMode,
-                 "with --shm: the permissions of the shared-memory segments it creates: 0600, "
+                 "with --shm: the permissions of the tables' shared-memory segments: 0600, "
                  "0640, 0604 or 0644 (the default)")
       ->type_name("MODE");
   app.add_option("--trust-owner", options.trustOwner,
@@ -125,10 +125,9 @@ void defineOptions(CLI::App& app, Options& options) {
       "the reviews have settled, dropping the final entries no longer backed, with their\n"
       "deallocation requests (--trace PimRpHashSm=5 shows it). The end of the input settles the\n"
       "clock (unless clock manual). One writer at a time, writing only tables of its own user,\n"
-      "created with --shm-mode MODE (default 0644). --attach NAME reads the tables of a running "
-      "or\n"
-      "finished run (only show rp-hash), if root, you or --trust-owner USER owns them.\n"
-      "--shm NAME --unlink removes them.\n"
+      "with the mode --shm-mode MODE gives (default 0644). --attach NAME reads the tables of a\n"
+      "running or finished run (only show rp-hash), if root, you or --trust-owner USER owns\n"
+      "them. --shm NAME --unlink removes them.\n"
       "\n"
       "Exit status: 0 all went well; 1 a statement on standard input was refused, or --unlink\n"
       "found no tables or could not remove all; 2 a bad script, option or input (nothing\n"

@@ -4,8 +4,9 @@
 //
 // Who may do what (the checks are made on every segment as it is opened):
 //  - A writer writes only segments its own user owns that neither group nor others may write. It
-//    creates every segment exclusively, with the mode of its options, and refuses, writing
-//    nothing, a table whose segments belong to another user or are writable by others.
+//    creates every segment exclusively, and gives every segment of the table (those an earlier
+//    writer made too) the mode of its options; it refuses, writing nothing, a table whose
+//    segments belong to another user or are writable by others.
 //  - A reader reads only tables owned by root, by its own user or by the one user its options
 //    name, and none that group or others may write.
 //  - Exactly one writer at a time: it holds a lock on a segment that only its user can open, so
@@ -22,8 +23,8 @@ namespace Mirra {
 enum class AttachMode { singleWriter, reader };
 
 struct AttachOptions {
-  // The permissions of the segments a writer creates: the owner reads and writes; group and
-  // others may at most read (0600, 0640, 0604 or 0644).
+  // The permissions a writer gives the table's segments (the lock is always 0600): the owner reads
+  // and writes; group and others may at most read (0600, 0640, 0604 or 0644).
   mode_t mode = 0644;
   // A user whose tables a reader trusts besides root and its own user.
   std::optional<uid_t> trustedOwner;

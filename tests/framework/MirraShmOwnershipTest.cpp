@@ -227,6 +227,17 @@ TEST_F(MirraShmOwnership, ModeOption_NewSegmentsHaveExactlyThatModeWhateverTheUm
   EXPECT_EQ(ownerAndMode(segment.name() + ".g2"), "0 0640");
 }
 
+TEST_F(MirraShmOwnership, ModeOption_NextWriterGivesTheSegmentsItTakesUpItsMode) {
+  { const Table writer = MirraShmTest::filledWriter(segment.name(), 3, 1); }
+  EXPECT_EQ(ownerAndMode(segment.name() + ".g1"), "0 0644");
+  AttachOptions ownerOnly;
+  ownerOnly.mode = 0600;
+  { const Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter, ownerOnly); }
+  EXPECT_EQ(ownerAndMode(segment.name()), "0 0600");
+  EXPECT_EQ(ownerAndMode(segment.name() + ".g1"), "0 0600");
+  EXPECT_EQ(ownerAndMode(segment.name() + ".lock"), "0 0600");
+}
+
 TEST_F(MirraShmOwnership, ModeOption_WritableByOthers_Refused) {
   AttachOptions options;
   options.mode = 0664;

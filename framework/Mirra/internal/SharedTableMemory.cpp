@@ -152,12 +152,12 @@ int SharedTableMemory::openOwnSegment(const std::string& segment, mode_t mode, m
   *created = false;
   if (errno != EEXIST) failCall("attach", "cannot create segment " + segment, "shm_open");
   struct stat status;
-  fd = openExisting(segment, forbidden, &status);
+  fd = openExisting(segment, mode, forbidden, &status);
   if (fd < 0) failCall("attach", "cannot open segment " + segment, "shm_open");
   return fd;
 }
 
-int SharedTableMemory::openExisting(const std::string& segment, mode_t forbidden,
+int SharedTableMemory::openExisting(const std::string& segment, mode_t mode, mode_t forbidden,
                                     struct stat* status) {
   const int fd = shm_open(segmentPath(segment).c_str(), O_RDWR, 0);
   if (fd < 0) {
@@ -177,6 +177,12 @@ int SharedTableMemory::openExisting(const std::string& segment, mode_t forbidden
   if (!refusal.empty()) {
     close(fd);
     fail("attach", refusal);
+  }
+  // Every segment of the table gets the mode of this writer, not only those it creates: a table
+  // one run made for its owner alone does not leak through the generations of the next.
+  if ((status->st_mode & 07777) != mode && fchmod(fd, mode) != 0) {
+    close(fd);
+    failCall("attach", "cannot set the mode of segment " + segment, "fchmod");
   }
   return fd;
 }
@@ -210,8 +216,9 @@ std::uint64_t SharedTableMemory::openControlForWriting(TableShape shape) {
   bool created = false;
   controlFd_ = openOwnSegment(name_, options_.mode, 022, &created);
   struct stat status;
-  if (fstat(controlFd_, &status) != 0)
+  if (fstat(controlFd_, &status) != 0) {
     failCall("attach", "cannot read its control segment", "fstat");
+  }
   const auto bytes = static_cast<std::size_t>(status.st_size);
   refuseFormerFormat(bytes);
   // A control segment of any other size is damage, unless it is new or was left empty by a writer
@@ -346,7 +353,7 @@ void SharedTableMemory::removeStaleGenerations(std::uint64_t kept) {
 void SharedTableMemory::mapPublished(std::uint64_t generation) {
   const std::string segment = generationSegment(name_, generation);
   struct stat status;
-  const int fd = openExisting(segment, 022, &status);
+  const int fd = openExisting(segment, options_.mode, 022, &status);
   if (fd < 0 && errno == ENOENT) {
     findings_.push_back("its published generation " + segment +
                         " is missing: the table starts afresh and its members are lost");

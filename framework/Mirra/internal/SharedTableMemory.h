@@ -18,11 +18,11 @@
 //     process ends however it ends. A second writer is refused with
 //     "MirraMap::attach() table N already has a writer".
 //  2. Every segment the writer creates it creates exclusively (O_EXCL), with exactly the mode of
-//  its
-//     options; a generation name already taken is passed over for the next number. A segment that
-//     exists is used by the writer only when its own user owns it and neither group nor others may
-//     write it (nor, for the lock, open it); otherwise the writer refuses, naming the segment and
-//     its owner, before it writes anything.
+//     its options; a generation name already taken is passed over for the next number. A segment
+//     that exists is used by the writer only when its own user owns it and neither group nor
+//     others may write it (nor, for the lock, open it); otherwise the writer refuses, naming the
+//     segment and its owner, before it writes anything. It gives those it takes up the mode of its
+//     options too (the lock 0600).
 //  3. A reader uses a table only when root, its own user or the user its options name owns the
 //     control segment and no group or other may write it, and every generation it maps belongs to
 //     that same owner on the same terms; it maps every segment read-only (PROT_READ).
@@ -89,8 +89,8 @@ class SharedTableMemory : public TableMemory {
   // Writer.
   int openOwnSegment(const std::string& segment, mode_t mode, mode_t forbidden, bool* created);
   // The existing `segment`, opened for writing after the checks of invariant 2 (refusing as they
-  // say), its status in *status; -1 with errno set when it cannot be opened.
-  int openExisting(const std::string& segment, mode_t forbidden, struct stat* status);
+  // say) and given `mode`, its status in *status; -1 with errno set when it cannot be opened.
+  int openExisting(const std::string& segment, mode_t mode, mode_t forbidden, struct stat* status);
   void lockForWriting();
   // The published generation's number as the control segment gives it, or recovered (invariant
   // 4); 0 for none.
