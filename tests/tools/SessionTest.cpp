@@ -477,12 +477,17 @@ class SharedSessionTest : public ::testing::Test {
   const std::string name_ = tables_.name();
 };
 
-TEST_F(SharedSessionTest, Writer_ReactorsStartAfterLeadingGroups) {
+TEST_F(SharedSessionTest, Writer_ReviewsStartAfterLeadingGroups_MergesAtFirstShow) {
   Session session(TableHome{TableHome::Kind::sharedWriter, name_});
   session.apply(ToolTest::statementOf("group 239.1.1.1"));
+  EXPECT_FALSE(session.family(AddressFamily::ipv4).reviewsStarted());
+  EXPECT_FALSE(session.family(AddressFamily::ipv6).reviewsStarted());
+  session.apply(ToolTest::statementOf("rp-address 10.0.0.1 group 239.0.0.0/8"));
+  EXPECT_TRUE(session.family(AddressFamily::ipv4).reviewsStarted());
+  EXPECT_TRUE(session.family(AddressFamily::ipv6).reviewsStarted());
   EXPECT_FALSE(session.family(AddressFamily::ipv4).reactorsStarted());
   EXPECT_FALSE(session.family(AddressFamily::ipv6).reactorsStarted());
-  session.apply(ToolTest::statementOf("rp-address 10.0.0.1 group 239.0.0.0/8"));
+  session.apply(ToolTest::statementOf("show rp-hash final groups mode sparse"));
   EXPECT_TRUE(session.family(AddressFamily::ipv4).reactorsStarted());
   EXPECT_TRUE(session.family(AddressFamily::ipv6).reactorsStarted());
   const auto& table =
