@@ -30,7 +30,7 @@
 #include "framework/Kel/Ptr.h"
 #include "model/Pim/RpHash.h"
 #include "model/Pim/RpHashStatus.h"
-#include "rp/PimGroupFilter.h"
+#include "rp/PimGroupFilterStatus.h"
 
 namespace Routing {
 namespace Pim {

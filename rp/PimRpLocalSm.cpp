@@ -1,7 +1,7 @@
 // RpLocalSm: the locality decision, the route shadows and route changes, and the pruning pass.
-// Candidate tracking lives in PimRpHashLocalCandidates.cpp.
+// Candidate tracking lives in PimRpLocalSmCandidates.cpp.
 
-#include "rp/PimRpHashLocal.h"
+#include "rp/PimRpLocalSm.h"
 
 #include "framework/Kel/Assert.h"
 #include "framework/Kel/Exception.h"

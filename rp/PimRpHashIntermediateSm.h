@@ -28,9 +28,9 @@
 // Traces go to the trace file "PimRpHashSm": 9 function entry, 8 details, 5 table writes and
 // decisions, 4 review progress.
 //
-// The implementation is split by concern: PimRpHashSmIntermediate.cpp (construction, start-up,
-// nested reactors, candidate path), PimRpHashSmGuts.cpp (the two entry writers) and
-// PimRpHashSmReview.cpp (the paced review).
+// The implementation is split by concern: PimRpHashIntermediateSm.cpp (construction, start-up,
+// nested reactors, candidate path), PimRpHashIntermediateSmGuts.cpp (the two entry writers) and
+// PimRpHashIntermediateSmReview.cpp (the paced review).
 
 #include <cstdint>
 
@@ -227,7 +227,7 @@ class RpHashIntermediateSm : public Kel::ReactorOwner {
   // Full pass over the candidate sets of the source.
   void handleCrpSet();
 
-  // The paced review (PimRpHashSmReview.cpp).
+  // The paced review (PimRpHashIntermediateSmReview.cpp).
   // Full pass, for "the whole group collection changed": queues every known group, and every
   // group of the per-group table that is no longer known.
   void handleGroup();
