@@ -228,18 +228,6 @@ void RpLocalSm::doAddLocalRp(const Ipkit::IpGenAddr& addr, const Ipkit::IntfId& 
                         << " associated with interface " << intfId);
 }
 
-U32 RpLocalSm::rpInc(const Ipkit::IpGenAddr& addr, U32 n) {
-  const U32 count = rp(addr) + n;
-  rp_.set(addr, count);
-  return count;
-}
-
-U32 RpLocalSm::rpDec(const Ipkit::IpGenAddr& addr, U32 n) {
-  const U32 count = rp(addr) - n;
-  rp_.set(addr, count);
-  return count;
-}
-
 Kel::Ptr<RpLocalSm> rpLocalSmFactory(const Kel::PtrConst<RpCandidateStatus>& staticCrpStatus,
                                      const Kel::PtrConst<RpCandidateStatus>& bsrCrpStatus,
                                      const Kel::Ptr<RpLocalStatus>& localRpStatus) {
