@@ -52,13 +52,13 @@
 #include "model/Pim/RpHashStatus.h"
 #include "model/Pim/RpLocalStatus.h"
 #include "model/Pim/Static/RpConfig.h"
-#include "rp/PimGroupFilter.h"
 #include "rp/PimGroupFilterSm.h"
-#include "rp/PimRpCandidateStaticSm.h"
-#include "rp/PimRpHash.h"
-#include "rp/PimRpHashLocal.h"
+#include "rp/PimGroupFilterStatus.h"
+#include "rp/PimRpHashComputeStatus.h"
+#include "rp/PimRpHashIntermediateSm.h"
 #include "rp/PimRpHashSm.h"
-#include "rp/PimRpHashSmIntermediate.h"
+#include "rp/PimRpLocalSm.h"
+#include "rp/PimStaticRpCandidateSm.h"
 
 namespace PimrpTool {
 
