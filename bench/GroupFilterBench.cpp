@@ -17,8 +17,8 @@
 #include "framework/Kel/System.h"
 #include "framework/Routing/TrieGen.h"
 #include "model/Pim/RpHashStatus.h"
-#include "rp/PimGroupFilter.h"
 #include "rp/PimGroupFilterSm.h"
+#include "rp/PimGroupFilterStatus.h"
 
 namespace {
 

@@ -12,8 +12,8 @@
 #include "framework/Ipkit/IpGenAddr.h"
 #include "framework/Ipkit/IpGenPrefix.h"
 #include "model/Pim/RpHashStatus.h"
-#include "rp/PimCrpGrpTrieBuilderSm.h"
-#include "rp/PimRpHash.h"
+#include "rp/PimGrpPrefixTrieBuilderSm.h"
+#include "rp/PimRpHashComputeStatus.h"
 
 namespace {
 

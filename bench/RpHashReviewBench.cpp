@@ -28,7 +28,7 @@
 #include "model/Pim/RpConfig.h"
 #include "model/Pim/RpHashStatus.h"
 #include "rp/PimRpCompute.h"
-#include "rp/PimRpHashSmIntermediate.h"
+#include "rp/PimRpHashIntermediateSm.h"
 
 namespace {
 

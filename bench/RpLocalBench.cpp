@@ -18,7 +18,7 @@
 #include "framework/Routing/TrieGen.h"
 #include "model/Pim/RpCandidateStatus.h"
 #include "model/Pim/RpLocalStatus.h"
-#include "rp/PimRpHashLocal.h"
+#include "rp/PimRpLocalSm.h"
 
 namespace {
 

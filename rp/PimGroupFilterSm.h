@@ -25,12 +25,13 @@
 // Traces go to the trace file "PimGroupFilterSm".
 
 #include "framework/Ipkit/IpGenPrefix.h"
+#include "framework/Kel/Attribute.h"
 #include "framework/Kel/Clock.h"
 #include "framework/Kel/NestedReactor.h"
 #include "framework/Kel/Ptr.h"
 #include "model/Pim/RpHash.h"
 #include "model/Pim/RpHashStatus.h"
-#include "rp/PimGroupFilter.h"
+#include "rp/PimGroupFilterStatus.h"
 
 namespace Routing {
 namespace Pim {
@@ -60,12 +61,9 @@ class GroupFilterSm : public Kel::ReactorOwner {
   const Kel::Ptr<GroupFilterStatus>& status() const { return status_; }
   Kel::PtrConst<Kel::Clock> clock() const;
 
-  double reviewQuantum() const { return reviewQuantum_; }
-  void reviewQuantumIs(double seconds) { reviewQuantum_ = seconds; }
-  const Ipkit::IpGenPrefix& reviewBookmark() const { return reviewBookmark_; }
-  void reviewBookmarkIs(const Ipkit::IpGenPrefix& bookmark) { reviewBookmark_ = bookmark; }
-  bool initialized() const { return initialized_; }
-  void initializedIs(bool initialized) { initialized_ = initialized; }
+  KEL_OWNED_SCALAR(reviewQuantum, kReviewQuantum, double)
+  KEL_OWNED_SCALAR(reviewBookmark, Ipkit::IpGenPrefix(), Ipkit::IpGenPrefix)
+  KEL_OWNED_SCALAR(initialized, false, bool)
 
   // Starts a full review of the table at the next clock pass.
   void handleInitialized();
@@ -85,9 +83,6 @@ class GroupFilterSm : public Kel::ReactorOwner {
   Kel::NestedReactorPtr<KelRpHashStatus> kelRpHashStatus_;
   Kel::Ptr<GroupFilterStatus> status_;
   Kel::NestedReactorPtr<KelClock> kelClock_;
-  double reviewQuantum_ = kReviewQuantum;
-  Ipkit::IpGenPrefix reviewBookmark_;
-  bool initialized_ = false;
 };
 
 Kel::Ptr<GroupFilterSm> groupFilterSmFactory(const Kel::PtrConst<RpHashStatus>& rpHashStatus,

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "framework/Ipkit/IpGenAddr.h"
+#include "framework/Kel/Attribute.h"
 #include "framework/Kel/Collection.h"
 #include "framework/Kel/Entity.h"
 #include "framework/Kel/Types.h"
@@ -29,18 +30,10 @@ class CandidateRefSet : public Kel::Entity {
       Ipkit::IpGenAddr, Kel::PtrConst<RpCandidate>, Kel::PtrConst<RpCandidate>,
       boost::container::small_vector<std::pair<Ipkit::IpGenAddr, Kel::PtrConst<RpCandidate>>, 4>>;
 
-  const RpCollection& rp() const { return rp_; }
-  Kel::PtrConst<RpCandidate> rp(const Ipkit::IpGenAddr& address) const { return rp_.find(address); }
-  // Inserts or replaces.
-  void rpIs(const Ipkit::IpGenAddr& address, const Kel::PtrConst<RpCandidate>& candidate) {
-    rp_.set(address, candidate);
-  }
-  void rpDel(const Ipkit::IpGenAddr& address) { rp_.erase(address); }
-  void rpDelAll() { rp_.clear(); }
+  // rp(), rp(address), rpIs(address, candidate) (inserts or replaces), rpDel(address), rpDelAll()
+  // (keeps the storage).
+  KEL_OWNED_VALUE_COLLECTION(rp, RpCollection)
   U32 rps() const { return static_cast<U32>(rp_.size()); }
-
- private:
-  RpCollection rp_;
 };
 
 class CrpSet : public CandidateRefSet {};

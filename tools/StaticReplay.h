@@ -18,7 +18,7 @@
 #include "framework/L3/VrfName.h"
 #include "model/Pim/RpCandidateStatus.h"
 #include "model/Pim/Static/RpConfig.h"
-#include "rp/PimRpCandidateStaticSm.h"
+#include "rp/PimStaticRpCandidateSm.h"
 #include "tools/Statement.h"
 
 namespace PimrpTool {

@@ -3,6 +3,7 @@
 // (currCfg). Replacing or dropping currCfg notifies onCurrCfg().
 
 #include "framework/Acl/AclSubConfig.h"
+#include "framework/Kel/Attribute.h"
 #include "framework/Kel/Entity.h"
 #include "framework/Kel/String.h"
 
@@ -12,37 +13,14 @@ class AclConfig : public Kel::Entity {
  public:
   class NotifieeConst : public Kel::Notifiee<AclConfig> {
    public:
-    virtual void onCurrCfg() {}
+    KEL_ON(CurrCfg)
   };
 
-  explicit AclConfig(const Kel::Name& name) : name_(name) {}
-  const Kel::Name& name() const { return name_; }
-
-  Kel::PtrConst<AclSubConfig> currCfg() const { return currCfg_; }
-  // The writer's handle on the current sub-configuration, or null.
-  const Kel::Ptr<AclSubConfig>& currCfgMutable() { return currCfg_; }
-  // Adopts `cfg` as the current sub-configuration (a null one is refused); creates an empty one
-  // when called without argument and none exists. Returns the current one.
-  Kel::Ptr<AclSubConfig> currCfgIs(const Kel::Ptr<AclSubConfig>& cfg) {
-    Kel::requireEntity(cfg, "Acl::AclConfig", "currCfg");
-    if (cfg == currCfg_) return currCfg_;
-    currCfg_ = cfg;
-    notify(&NotifieeConst::onCurrCfg);
-    return currCfg_;
-  }
-  Kel::Ptr<AclSubConfig> currCfgIs() {
-    if (currCfg_) return currCfg_;
-    return currCfgIs(Kel::Ptr<AclSubConfig>(new AclSubConfig));
-  }
-  void currCfgDel() {
-    if (!currCfg_) return;
-    currCfg_ = nullptr;
-    notify(&NotifieeConst::onCurrCfg);
-  }
-
- private:
-  const Kel::Name name_;
-  Kel::Ptr<AclSubConfig> currCfg_;
+  KEL_ENTITY_NAME("Acl::AclConfig")
+  KEL_KEY(AclConfig, name, Kel::Name)
+  // currCfg(), currCfgMutable(), currCfgIs(cfg) (adopts; a null one is refused), currCfgIs()
+  // (creates an empty one when there is none; returns the current one), currCfgDel().
+  KEL_REFERENCE(currCfg, CurrCfg, AclSubConfig)
 };
 
 }  // namespace Acl

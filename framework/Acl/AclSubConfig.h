@@ -7,6 +7,7 @@
 
 #include "framework/Acl/IpRuleConfig.h"
 #include "framework/Acl/UniqueId.h"
+#include "framework/Kel/Attribute.h"
 #include "framework/Kel/Collection.h"
 #include "framework/Kel/Entity.h"
 #include "framework/Kel/Types.h"
@@ -20,31 +21,12 @@ class AclSubConfig : public Kel::Entity {
 
   class NotifieeConst : public Kel::Notifiee<AclSubConfig> {
    public:
-    virtual void onRuleBySequence(U32 sequence) { (void)sequence; }
-    virtual void onIpRuleById(const UniqueId& id) { (void)id; }
+    KEL_ON_KEY(RuleBySequence, U32)
+    KEL_ON_KEY(IpRuleById, UniqueId)
   };
 
-  const RuleBySequence& ruleBySequence() const { return ruleBySequence_; }
-  UniqueId ruleBySequence(U32 sequence) const { return ruleBySequence_.find(sequence); }
-  void ruleBySequenceIs(U32 sequence, const UniqueId& id) {
-    if (ruleBySequence_.set(sequence, id)) notify(&NotifieeConst::onRuleBySequence, sequence);
-  }
-  void ruleBySequenceDel(U32 sequence) {
-    if (ruleBySequence_.erase(sequence)) notify(&NotifieeConst::onRuleBySequence, sequence);
-  }
-
-  const IpRuleById& ipRuleById() const { return ipRuleById_; }
-  IpRuleConfig ipRuleById(const UniqueId& id) const { return ipRuleById_.find(id); }
-  void ipRuleByIdIs(const UniqueId& id, const IpRuleConfig& rule) {
-    if (ipRuleById_.set(id, rule)) notify(&NotifieeConst::onIpRuleById, id);
-  }
-  void ipRuleByIdDel(const UniqueId& id) {
-    if (ipRuleById_.erase(id)) notify(&NotifieeConst::onIpRuleById, id);
-  }
-
- private:
-  RuleBySequence ruleBySequence_;
-  IpRuleById ipRuleById_;
+  KEL_VALUE_COLLECTION(ruleBySequence, RuleBySequence, RuleBySequence)
+  KEL_VALUE_COLLECTION(ipRuleById, IpRuleById, IpRuleById)
 };
 
 }  // namespace Acl

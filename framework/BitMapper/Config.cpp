@@ -2,34 +2,17 @@
 
 namespace BitMapper {
 
-void Config::allocRequestKeyIs(const BitMapperKey& key) {
-  if (key == allocRequestKey_) return;
-  allocRequestKey_ = key;
-  notify(&NotifieeConst::onAllocRequestKey);
+void Config::allocRequestCountChanged(U64 previous) {
+  requestsAppend(RequestKind::alloc, allocRequestKey(), previous, allocRequestCount());
 }
 
-void Config::allocRequestCountInc(unsigned count) {
-  if (count == 0) return;
-  allocRequestCount_ += count;
-  requestsAppend(RequestKind::alloc, allocRequestKey_, count);
-  notify(&NotifieeConst::onAllocRequestCount);
+void Config::deallocRequestCountChanged(U64 previous) {
+  requestsAppend(RequestKind::dealloc, deallocRequestKey(), previous, deallocRequestCount());
 }
 
-void Config::deallocRequestKeyIs(const BitMapperKey& key) {
-  if (key == deallocRequestKey_) return;
-  deallocRequestKey_ = key;
-  notify(&NotifieeConst::onDeallocRequestKey);
-}
-
-void Config::deallocRequestCountInc(unsigned count) {
-  if (count == 0) return;
-  deallocRequestCount_ += count;
-  requestsAppend(RequestKind::dealloc, deallocRequestKey_, count);
-  notify(&NotifieeConst::onDeallocRequestCount);
-}
-
-void Config::requestsAppend(RequestKind kind, const BitMapperKey& key, unsigned count) {
-  requests_.insert(requests_.end(), count, Request{kind, key});
+void Config::requestsAppend(RequestKind kind, const BitMapperKey& key, U64 previous, U64 count) {
+  if (count <= previous) return;
+  requests_.insert(requests_.end(), count - previous, Request{kind, key});
 }
 
 std::ostream& operator<<(std::ostream& os, Config::RequestKind kind) {

@@ -14,13 +14,17 @@
 //  1. Only a change notifies: writing the key it already holds, or raising a counter by 0, stores
 //     and notifies nothing.
 //  2. Raising a counter by n appends n requests of the current key to requests() before the
-//     counter's reactors are called.
-//  3. requests().size() equals the sum of both counters minus the requests drained.
+//     counter's reactors are called; a counter set lower (nothing here does) appends none.
+//  3. requests().size() equals the sum of both counters minus the requests drained, as long as
+//     the counters only rise.
+//  4. requests() is the entity's own record of what was asked, not an attribute: nobody is
+//     notified of it.
 
 #include <cstddef>
 #include <vector>
 
 #include "framework/BitMapper/BitMapperKey.h"
+#include "framework/Kel/Attribute.h"
 #include "framework/Kel/Entity.h"
 #include "framework/Kel/Types.h"
 
@@ -37,32 +41,26 @@ class Config : public Kel::Entity {
 
   class NotifieeConst : public Kel::Notifiee<Config> {
    public:
-    virtual void onAllocRequestKey() {}
-    virtual void onAllocRequestCount() {}
-    virtual void onDeallocRequestKey() {}
-    virtual void onDeallocRequestCount() {}
+    KEL_ON(AllocRequestKey)
+    KEL_ON(AllocRequestCount)
+    KEL_ON(DeallocRequestKey)
+    KEL_ON(DeallocRequestCount)
   };
 
-  const BitMapperKey& allocRequestKey() const { return allocRequestKey_; }
-  void allocRequestKeyIs(const BitMapperKey& key);
-  U64 allocRequestCount() const { return allocRequestCount_; }
-  void allocRequestCountInc(unsigned count);
-
-  const BitMapperKey& deallocRequestKey() const { return deallocRequestKey_; }
-  void deallocRequestKeyIs(const BitMapperKey& key);
-  U64 deallocRequestCount() const { return deallocRequestCount_; }
-  void deallocRequestCountInc(unsigned count);
+  KEL_SCALAR(allocRequestKey, AllocRequestKey, BitMapperKey(), BitMapperKey)
+  KEL_COUNTER_HOOKED(allocRequestCount, AllocRequestCount, 0, U64)
+  KEL_SCALAR(deallocRequestKey, DeallocRequestKey, BitMapperKey(), BitMapperKey)
+  KEL_COUNTER_HOOKED(deallocRequestCount, DeallocRequestCount, 0, U64)
 
   const std::vector<Request>& requests() const { return requests_; }
   void requestsDelAll() { requests_.clear(); }
 
  private:
-  void requestsAppend(RequestKind kind, const BitMapperKey& key, unsigned count);
+  // The counters' hooks: each request the rise made, in the key written before it.
+  void allocRequestCountChanged(U64 previous);
+  void deallocRequestCountChanged(U64 previous);
+  void requestsAppend(RequestKind kind, const BitMapperKey& key, U64 previous, U64 count);
 
-  BitMapperKey allocRequestKey_;
-  U64 allocRequestCount_ = 0;
-  BitMapperKey deallocRequestKey_;
-  U64 deallocRequestCount_ = 0;
   std::vector<Request> requests_;
 };
 

@@ -17,6 +17,15 @@
 //   KEL_COUNTER(name, Name, initial, Type...)
 //       as KEL_SCALAR, plus nameInc(n) and nameDec(n), which return the value stored; nameDec
 //       wraps below zero for unsigned types.
+//   KEL_COUNTER_HOOKED(name, Name, initial, Type...)
+//       as KEL_COUNTER, for a value whose changes bring more with them: the entity declares
+//       void nameChanged(const Type& previous), run after each stored change and before the
+//       change is notified, so that a handler sees what the hook did.
+//   KEL_REFERENCE(name, Name, Member)   one member entity, held as Kel::Ptr<Member>:
+//       name() (read-only, null when none), nameMutable() (the writer's handle, or null),
+//       nameIs(member) (adopts; a null member is refused with "null _name parameter to mutator
+//       for Ns::E::name not allowed"), nameIs() (creates Member() when there is none; returns
+//       the one held), nameDel()
 //   KEL_VALUE_COLLECTION(name, Name, Collection...)
 //       name(), name(key) (the default value when absent), nameIs(key, v), nameDel(key),
 //       nameDelAll(), nameNotify(key), nameNotify()
@@ -31,6 +40,15 @@
 //
 // In an owner that has no reactor interface of its own (a state machine), for what it alone
 // creates, holds and deletes; these notify nobody:
+//   KEL_OWNED_SCALAR(name, initial, Type...)   name(), nameIs(v)
+//   KEL_OWNED_COUNTER(name, initial, Type...)
+//       as KEL_OWNED_SCALAR, plus nameInc(n) and nameDec(n), as KEL_COUNTER's.
+//   KEL_OWNED_VALUE_COLLECTION(name, Collection...)
+//       name(), name(key) (the default value when absent), nameIs(key, v), nameDel(key),
+//       nameDelAll() (empties the collection at once)
+//   KEL_OWNED_COUNTER_COLLECTION(name, Collection...)
+//       as KEL_OWNED_VALUE_COLLECTION, plus nameInc(key, n) and nameDec(key, n), as
+//       KEL_COUNTER_COLLECTION's.
 //   KEL_OWNED(name, factory, Type...)   one object, held as Type (a Kel::Ptr):
 //       name() (null until created), nameIs(args...) (creates it as factory(args...) when absent;
 //       returns the one held), nameDel()
@@ -50,8 +68,9 @@
 //
 // Rules every generated mutator keeps (the framework's "only a change notifies"):
 //  1. Each mutator stores first and notifies after: a handler sees the new state.
-//  2. Storing what is already held stores and notifies nothing; nameIs(key) notifies only when it
-//     creates; nameDel of an absent key notifies nothing; nameNotify always notifies.
+//  2. Storing what is already held stores and notifies nothing (nor runs a hook); nameIs(key)
+//     notifies only when it creates; nameDel of an absent key notifies nothing; nameNotify
+//     always notifies.
 //  3. nameDelAll deletes one member at a time, lowest key first for ordered collections, and
 //     notifies each key after its deletion.
 //  4. Without registered reactors a mutator costs the store alone (Entity.h invariant 7).
@@ -100,20 +119,20 @@ Ptr<T> create(const Args&... args) {
                                                              \
  public:
 
-#define KEL_SCALAR(name, Name, initial, ...)                                  \
- private:                                                                     \
-  __VA_ARGS__ name##_ = initial;                                              \
-                                                                              \
- public:                                                                      \
-  const __VA_ARGS__& name() const { return name##_; }                         \
-  void name##Is(const __VA_ARGS__& value) {                                   \
-    if (name##_ == value) return;                                             \
-    name##_ = value;                                                          \
-    notify(static_cast<void (NotifieeConst::*)()>(&NotifieeConst::on##Name)); \
+// A stored value and its reader; nameIs(value) runs `store` (which stores it, and may do more)
+// only when value differs from the one held.
+#define KEL_INTERNAL_SCALAR(name, store, initial, ...) \
+ private:                                              \
+  __VA_ARGS__ name##_ = initial;                       \
+                                                       \
+ public:                                               \
+  const __VA_ARGS__& name() const { return name##_; }  \
+  void name##Is(const __VA_ARGS__& value) {            \
+    if (name##_ == value) return;                      \
+    store;                                             \
   }
 
-#define KEL_COUNTER(name, Name, initial, ...)        \
-  KEL_SCALAR(name, Name, initial, __VA_ARGS__)       \
+#define KEL_INTERNAL_COUNTER_STEPS(name, ...)        \
   __VA_ARGS__ name##Inc(const __VA_ARGS__& n) {      \
     name##Is(static_cast<__VA_ARGS__>(name##_ + n)); \
     return name##_;                                  \
@@ -123,27 +142,74 @@ Ptr<T> create(const Args&... args) {
     return name##_;                                  \
   }
 
-// The accessors both kinds of collection share.
-#define KEL_INTERNAL_COLLECTION(name, Name, ...)                                                 \
- private:                                                                                        \
-  __VA_ARGS__ name##_;                                                                           \
-  void name##Changed(const __VA_ARGS__::Key& key) {                                              \
-    notify(static_cast<void (NotifieeConst::*)(::Kel::HandlerArg<__VA_ARGS__::Key>)>(            \
-               &NotifieeConst::on##Name),                                                        \
-           key);                                                                                 \
-  }                                                                                              \
-                                                                                                 \
- public:                                                                                         \
-  const __VA_ARGS__& name() const { return name##_; }                                            \
-  __VA_ARGS__::ExposedType name(const __VA_ARGS__::Key& key) const { return name##_.find(key); } \
-  void name##Del(const __VA_ARGS__::Key& key) {                                                  \
-    if (name##_.erase(key)) name##Changed(key);                                                  \
-  }                                                                                              \
-  void name##DelAll() {                                                                          \
-    name##_.eraseAll([this](const __VA_ARGS__::Key& key) { name##Changed(key); });               \
-  }                                                                                              \
-  void name##Notify(const __VA_ARGS__::Key& key) { name##Changed(key); }                         \
-  void name##Notify() { notify(static_cast<void (NotifieeConst::*)()>(&NotifieeConst::on##Name)); }
+#define KEL_INTERNAL_NOTIFY(Name) \
+  notify(static_cast<void (NotifieeConst::*)()>(&NotifieeConst::on##Name))
+
+#define KEL_SCALAR(name, Name, initial, ...) \
+  KEL_INTERNAL_SCALAR(name, name##_ = value; KEL_INTERNAL_NOTIFY(Name), initial, __VA_ARGS__)
+
+#define KEL_COUNTER(name, Name, initial, ...)  \
+  KEL_SCALAR(name, Name, initial, __VA_ARGS__) \
+  KEL_INTERNAL_COUNTER_STEPS(name, __VA_ARGS__)
+
+#define KEL_COUNTER_HOOKED(name, Name, initial, ...)                                            \
+  KEL_INTERNAL_SCALAR(name, const auto previous = name##_; name##_ = value;                     \
+                      name##Changed(previous); KEL_INTERNAL_NOTIFY(Name), initial, __VA_ARGS__) \
+  KEL_INTERNAL_COUNTER_STEPS(name, __VA_ARGS__)
+
+#define KEL_REFERENCE(name, Name, Member)                         \
+ private:                                                         \
+  ::Kel::Ptr<Member> name##_;                                     \
+                                                                  \
+ public:                                                          \
+  ::Kel::PtrConst<Member> name() const { return name##_; }        \
+  const ::Kel::Ptr<Member>& name##Mutable() { return name##_; }   \
+  ::Kel::Ptr<Member> name##Is(const ::Kel::Ptr<Member>& member) { \
+    ::Kel::requireEntity(member, kelClassName(), #name);          \
+    if (member == name##_) return name##_;                        \
+    name##_ = member;                                             \
+    KEL_INTERNAL_NOTIFY(Name);                                    \
+    return name##_;                                               \
+  }                                                               \
+  ::Kel::Ptr<Member> name##Is() {                                 \
+    if (name##_) return name##_;                                  \
+    return name##Is(::Kel::Ptr<Member>(new Member));              \
+  }                                                               \
+  void name##Del() {                                              \
+    if (!name##_) return;                                         \
+    name##_ = nullptr;                                            \
+    KEL_INTERNAL_NOTIFY(Name);                                    \
+  }
+
+// The storage and readers every collection shares.
+#define KEL_INTERNAL_COLLECTION_READERS(name, ...)    \
+ private:                                             \
+  __VA_ARGS__ name##_;                                \
+                                                      \
+ public:                                              \
+  const __VA_ARGS__& name() const { return name##_; } \
+  __VA_ARGS__::ExposedType name(const __VA_ARGS__::Key& key) const { return name##_.find(key); }
+
+// The accessors both kinds of notifying collection share.
+#define KEL_INTERNAL_COLLECTION(name, Name, ...)                                      \
+  KEL_INTERNAL_COLLECTION_READERS(name, __VA_ARGS__)                                  \
+                                                                                      \
+ private:                                                                             \
+  void name##Changed(const __VA_ARGS__::Key& key) {                                   \
+    notify(static_cast<void (NotifieeConst::*)(::Kel::HandlerArg<__VA_ARGS__::Key>)>( \
+               &NotifieeConst::on##Name),                                             \
+           key);                                                                      \
+  }                                                                                   \
+                                                                                      \
+ public:                                                                              \
+  void name##Del(const __VA_ARGS__::Key& key) {                                       \
+    if (name##_.erase(key)) name##Changed(key);                                       \
+  }                                                                                   \
+  void name##DelAll() {                                                               \
+    name##_.eraseAll([this](const __VA_ARGS__::Key& key) { name##Changed(key); });    \
+  }                                                                                   \
+  void name##Notify(const __VA_ARGS__::Key& key) { name##Changed(key); }              \
+  void name##Notify() { KEL_INTERNAL_NOTIFY(Name); }
 
 #define KEL_VALUE_COLLECTION(name, Name, ...)                                        \
   KEL_INTERNAL_COLLECTION(name, Name, __VA_ARGS__)                                   \
@@ -169,8 +235,7 @@ Ptr<T> create(const Args&... args) {
     return stored ? *stored : nullptr;                                                \
   }
 
-#define KEL_COUNTER_COLLECTION(name, Name, ...)                                     \
-  KEL_VALUE_COLLECTION(name, Name, __VA_ARGS__)                                     \
+#define KEL_INTERNAL_COUNTER_COLLECTION_STEPS(name, ...)                            \
   __VA_ARGS__::StoredType name##Inc(const __VA_ARGS__::Key& key,                    \
                                     const __VA_ARGS__::StoredType& n) {             \
     const auto value = static_cast<__VA_ARGS__::StoredType>(name##_.find(key) + n); \
@@ -183,6 +248,29 @@ Ptr<T> create(const Args&... args) {
     name##Is(key, value);                                                           \
     return value;                                                                   \
   }
+
+#define KEL_COUNTER_COLLECTION(name, Name, ...) \
+  KEL_VALUE_COLLECTION(name, Name, __VA_ARGS__) \
+  KEL_INTERNAL_COUNTER_COLLECTION_STEPS(name, __VA_ARGS__)
+
+#define KEL_OWNED_SCALAR(name, initial, ...) \
+  KEL_INTERNAL_SCALAR(name, name##_ = value, initial, __VA_ARGS__)
+
+#define KEL_OWNED_COUNTER(name, initial, ...)  \
+  KEL_OWNED_SCALAR(name, initial, __VA_ARGS__) \
+  KEL_INTERNAL_COUNTER_STEPS(name, __VA_ARGS__)
+
+#define KEL_OWNED_VALUE_COLLECTION(name, ...)                                        \
+  KEL_INTERNAL_COLLECTION_READERS(name, __VA_ARGS__)                                 \
+  void name##Is(const __VA_ARGS__::Key& key, const __VA_ARGS__::StoredType& value) { \
+    name##_.set(key, value);                                                         \
+  }                                                                                  \
+  void name##Del(const __VA_ARGS__::Key& key) { name##_.erase(key); }                \
+  void name##DelAll() { name##_.clear(); }
+
+#define KEL_OWNED_COUNTER_COLLECTION(name, ...) \
+  KEL_OWNED_VALUE_COLLECTION(name, __VA_ARGS__) \
+  KEL_INTERNAL_COUNTER_COLLECTION_STEPS(name, __VA_ARGS__)
 
 #define KEL_OWNED(name, factory, ...)                 \
  private:                                             \
@@ -197,31 +285,26 @@ Ptr<T> create(const Args&... args) {
   }                                                   \
   void name##Del() { name##_ = nullptr; }
 
-#define KEL_OWNED_COLLECTION_HOOKED(name, ...)                                                   \
- private:                                                                                        \
-  __VA_ARGS__ name##_;                                                                           \
-                                                                                                 \
- public:                                                                                         \
-  const __VA_ARGS__& name() const { return name##_; }                                            \
-  __VA_ARGS__::ExposedType name(const __VA_ARGS__::Key& key) const { return name##_.find(key); } \
-  __VA_ARGS__::StoredType name##Is(const __VA_ARGS__::Key& key) {                                \
-    auto inserted = name##_.insertNew(key, [&key] {                                              \
-      return __VA_ARGS__::StoredType(new __VA_ARGS__::StoredType::Element(key));                 \
-    });                                                                                          \
-    if (inserted.second) name##Created(inserted.first);                                          \
-    return inserted.first;                                                                       \
-  }                                                                                              \
-  __VA_ARGS__::StoredType name##Mutable(const __VA_ARGS__::Key& key) const {                     \
-    const auto* stored = name##_.findStored(key);                                                \
-    return stored ? *stored : nullptr;                                                           \
-  }                                                                                              \
-  void name##Del(const __VA_ARGS__::Key& key) {                                                  \
-    if (!name##_.contains(key)) return;                                                          \
-    name##Deleting(key);                                                                         \
-    name##_.erase(key);                                                                          \
-  }                                                                                              \
-  void name##DelAll() {                                                                          \
-    while (!name##_.empty()) name##Del((*name##_.begin()).first);                                \
+#define KEL_OWNED_COLLECTION_HOOKED(name, ...)                                   \
+  KEL_INTERNAL_COLLECTION_READERS(name, __VA_ARGS__)                             \
+  __VA_ARGS__::StoredType name##Is(const __VA_ARGS__::Key& key) {                \
+    auto inserted = name##_.insertNew(key, [&key] {                              \
+      return __VA_ARGS__::StoredType(new __VA_ARGS__::StoredType::Element(key)); \
+    });                                                                          \
+    if (inserted.second) name##Created(inserted.first);                          \
+    return inserted.first;                                                       \
+  }                                                                              \
+  __VA_ARGS__::StoredType name##Mutable(const __VA_ARGS__::Key& key) const {     \
+    const auto* stored = name##_.findStored(key);                                \
+    return stored ? *stored : nullptr;                                           \
+  }                                                                              \
+  void name##Del(const __VA_ARGS__::Key& key) {                                  \
+    if (!name##_.contains(key)) return;                                          \
+    name##Deleting(key);                                                         \
+    name##_.erase(key);                                                          \
+  }                                                                              \
+  void name##DelAll() {                                                          \
+    while (!name##_.empty()) name##Del((*name##_.begin()).first);                \
   }
 
 #define KEL_OWNED_COLLECTION(name, ...)                 \
@@ -231,13 +314,11 @@ Ptr<T> create(const Args&... args) {
   KEL_OWNED_COLLECTION_HOOKED(name, __VA_ARGS__)
 
 #define KEL_SCRATCH_COLLECTION(name, ...)                                                         \
+  KEL_INTERNAL_COLLECTION_READERS(name, __VA_ARGS__)                                              \
  private:                                                                                         \
-  __VA_ARGS__ name##_;                                                                            \
   std::vector<__VA_ARGS__::StoredType> name##Spares_;                                             \
                                                                                                   \
  public:                                                                                          \
-  const __VA_ARGS__& name() const { return name##_; }                                             \
-  __VA_ARGS__::ExposedType name(const __VA_ARGS__::Key& key) const { return name##_.find(key); }  \
   __VA_ARGS__::StoredType name##Is(const __VA_ARGS__::Key& key) {                                 \
     return name##_                                                                                \
         .insertNew(key,                                                                           \

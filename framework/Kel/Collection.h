@@ -115,6 +115,13 @@ class OrderedCollection
 
   // eraseAll (lowest key first) and insertNew come from CollectionBase.
 
+  // Empties the collection at once, telling nobody; an iteration under way ends.
+  void clear() {
+    if (map_.empty()) return;
+    map_.clear();
+    ++erasures_;
+  }
+
  private:
   K nextToErase() const { return map_.begin()->first; }
   std::pair<Stored, bool> insertMade(const K& key, Stored&& made) {
@@ -193,6 +200,12 @@ class HashCollection : public internal::CollectionBase<HashCollection<K, Stored,
   }
 
   // eraseAll (last slot first, so nothing moves) and insertNew come from CollectionBase.
+
+  // Empties the collection at once, telling nobody; an iteration under way ends.
+  void clear() {
+    slots_.clear();
+    index_.clear();
+  }
 
  private:
   K nextToErase() const { return slots_.back().first; }

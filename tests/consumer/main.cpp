@@ -9,7 +9,7 @@
 #include "model/Pim/RpCandidateInfo.h"
 #include "model/Pim/RpCandidateStatus.h"
 #include "model/Pim/RpConfig.h"
-#include "rp/PimCrpGrpTrieBuilderSm.h"
+#include "rp/PimGrpPrefixTrieBuilderSm.h"
 #include "rp/PimRpCompute.h"
 
 namespace {

@@ -5,7 +5,9 @@
 #include <sstream>
 #include <string>
 #include <unordered_set>
+#include <vector>
 
+#include "framework/Acl/AclTypeConfig.h"
 #include "framework/Acl/IpFilter.h"
 #include "framework/Acl/IpFilterBase.h"
 #include "framework/Acl/IpRuleConfig.h"
@@ -13,6 +15,7 @@
 #include "framework/Ipkit/IpGenPrefix.h"
 #include "framework/Kel/Exception.h"
 #include "framework/Kel/String.h"
+#include "tests/support/Refusal.h"
 
 namespace {
 
@@ -210,6 +213,44 @@ TEST(IpRuleConfig, Equality_FollowsActionAndFilter) {
   std::ostringstream os;
   os << Acl::IpRuleConfig(Acl::AclAction::permit, Acl::IpFilter::anyAddress());
   EXPECT_EQ(os.str(), "permit any tni 0 vni 0");
+}
+
+// Records every notification of one list and of the access-list configuration it belongs to.
+struct AclJournal : Acl::AclTypeConfig::NotifieeConst, Acl::AclConfig::NotifieeConst {
+  void onAcl(const Kel::Name& name) override { lines.push_back("acl " + name); }
+  void onCurrCfg() override { lines.push_back("currCfg"); }
+  std::vector<std::string> lines;
+};
+
+TEST(AclConfig, Lists_CreatedOnceByName_CurrentRulesCreatedAdoptedDropped) {
+  const Kel::Ptr<Acl::AclTypeConfig> config(new Acl::AclTypeConfig);
+  AclJournal journal;
+  journal.Acl::AclTypeConfig::NotifieeConst::notifierIs(config);
+  const Kel::Ptr<Acl::AclConfig> list = config->aclIs("A");
+  EXPECT_EQ(config->aclIs("A"), list);
+  EXPECT_EQ(config->aclMutable("A"), list);
+  EXPECT_EQ(list->name(), Kel::Name("A"));
+  journal.Acl::AclConfig::NotifieeConst::notifierIs(list);
+  const Kel::Ptr<Acl::AclSubConfig> first = list->currCfgIs();
+  EXPECT_EQ(list->currCfgIs(), first);
+  const Kel::Ptr<Acl::AclSubConfig> next(new Acl::AclSubConfig);
+  list->currCfgIs(next);
+  EXPECT_EQ(list->currCfg(), next);
+  list->currCfgDel();
+  EXPECT_FALSE(list->currCfgMutable());
+  config->aclDel("A");
+  EXPECT_EQ(journal.lines,
+            (std::vector<std::string>{"acl A", "currCfg", "currCfg", "currCfg", "acl A"}));
+  journal.Acl::AclConfig::NotifieeConst::notifierIs(nullptr);
+  journal.Acl::AclTypeConfig::NotifieeConst::notifierIs(nullptr);
+}
+
+TEST(AclConfig, NullCurrentRules_RefusedWithMutatorTextAndUnchanged) {
+  const Kel::Ptr<Acl::AclConfig> list(new Acl::AclConfig("A"));
+  const Kel::Ptr<Acl::AclSubConfig> rules = list->currCfgIs();
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { list->currCfgIs(nullptr); }),
+            "null _currCfg parameter to mutator for Acl::AclConfig::currCfg not allowed");
+  EXPECT_EQ(list->currCfg(), rules);
 }
 
 }  // namespace

@@ -1,13 +1,16 @@
-// The accessor family of declared attributes: scalars, counters, value and entity collections,
-// the whole-collection notification and the null-mutator refusal; the silent owned object and
-// owned collections of an owner without reactors.
+// The accessor family of declared attributes: scalars, counters (hooked ones too), one member
+// entity, value and entity collections, the whole-collection notification and the null-mutator
+// refusal; the silent owned values, counters, objects and collections of an owner without
+// reactors.
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
 #include "tests/framework/KelTestEntities.h"
+#include "tests/support/Refusal.h"
 
 namespace {
 
@@ -18,6 +21,15 @@ class Journal : public Garage::NotifieeConst {
  public:
   void onDoors() override { lines.push_back("doors " + std::to_string(notifier()->doors())); }
   void onVisits() override { lines.push_back("visits " + std::to_string(notifier()->visits())); }
+  // With what the hook had logged by then.
+  void onOpenings() override {
+    const auto& log = notifier()->openingsLog;
+    lines.push_back("openings " + std::to_string(notifier()->openings()) + " after " +
+                    (log.empty() ? "nothing" : log.back()));
+  }
+  void onSign() override {
+    lines.push_back("sign " + (notifier()->sign() ? notifier()->sign()->text() : "none"));
+  }
   void onCar(const std::string& name) override {
     lines.push_back("car " + name + (notifier()->car(name) ? " present" : " absent"));
   }
@@ -53,6 +65,45 @@ TEST(Attribute, Counter_IncAndDec_ReturnStoredValueAndNotifyEachChange) {
             (std::vector<std::string>{"visits 3", "visits 2", "visits 4294967295"}));
 }
 
+TEST(Attribute, CounterHooked_HookRunsAfterStoreBeforeNotification_NotOnSameValue) {
+  Watched w;
+  EXPECT_EQ(w.garage->openingsInc(2), 2u);
+  EXPECT_EQ(w.garage->openingsInc(0), 2u);
+  w.garage->openingsIs(2);
+  EXPECT_EQ(w.garage->openingsDec(1), 1u);
+  EXPECT_EQ(w.garage->openingsLog, (std::vector<std::string>{"0 -> 2", "2 -> 1"}));
+  EXPECT_EQ(w.journal->lines,
+            (std::vector<std::string>{"openings 2 after 0 -> 2", "openings 1 after 2 -> 1"}));
+}
+
+TEST(Attribute, Reference_IsCreatesWhenNoneAdoptsAnotherAndDelDrops_EachChangeNotifies) {
+  Watched w;
+  EXPECT_FALSE(w.garage->sign());
+  EXPECT_FALSE(w.garage->signMutable());
+  const Kel::Ptr<KelTest::Sign> made = w.garage->signIs();
+  EXPECT_EQ(w.garage->signIs(), made);
+  const Kel::Ptr<KelTest::Sign> own(new KelTest::Sign);
+  own->textIs("open");
+  EXPECT_EQ(w.garage->signIs(own), own);
+  EXPECT_EQ(w.garage->signIs(own), own);
+  EXPECT_EQ(w.garage->signMutable(), own);
+  EXPECT_EQ(w.garage->sign(), own);
+  w.garage->signDel();
+  w.garage->signDel();
+  EXPECT_FALSE(w.garage->sign());
+  EXPECT_EQ(w.journal->lines, (std::vector<std::string>{"sign ", "sign open", "sign none"}));
+}
+
+TEST(Attribute, Reference_NullIsRefusedLeavingStateAsItWas) {
+  Watched w;
+  const Kel::Ptr<KelTest::Sign> own(new KelTest::Sign);
+  w.garage->signIs(own);
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { w.garage->signIs(nullptr); }),
+            "null _sign parameter to mutator for KelTest::Garage::sign not allowed");
+  EXPECT_EQ(w.garage->sign(), own);
+  EXPECT_EQ(w.journal->lines, (std::vector<std::string>{"sign "}));
+}
+
 TEST(Attribute, EntityCollection_IsCreatesOnceAndNotifiesOnCreation) {
   Watched w;
   const auto first = w.garage->carIs("a");
@@ -69,12 +120,8 @@ TEST(Attribute, EntityCollection_AdoptReplacesAndNullIsRefusedLeavingStateAsItWa
   const Kel::Ptr<Car> own(new Car("own"));
   w.garage->carIs("a", own);
   w.garage->carIs("a", own);
-  try {
-    w.garage->carIs("a", nullptr);
-    FAIL() << "a null car was accepted";
-  } catch (const Kel::RangeException& e) {
-    EXPECT_STREQ(e.what(), "null _car parameter to mutator for KelTest::Garage::car not allowed");
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { w.garage->carIs("a", nullptr); }),
+            "null _car parameter to mutator for KelTest::Garage::car not allowed");
   EXPECT_EQ(w.garage->car("a"), own);
   EXPECT_EQ(w.journal->lines, (std::vector<std::string>{"car a present"}));
 }
@@ -112,13 +159,18 @@ TEST(Attribute, Mutators_WithoutReactors_StoreOnly) {
   EXPECT_EQ(garage->references(), 1u);
 }
 
-// An owner without reactors of its own: one lead car made from arguments, a garage made by its
-// default constructor, a plain collection of cars and a collection of spots whose creation and
-// deletion the owner hooks.
+// An owner without reactors of its own: a bay number and a trip counter, one lead car made from
+// arguments, a garage made by its default constructor, a plain collection of cars, a collection
+// of spots whose creation and deletion the owner hooks, a value collection of notes and a counter
+// collection of fuel.
 class Depot {
  public:
   using SpotCollection = Kel::OrderedCollection<std::string, Kel::Ptr<Car>, Kel::PtrConst<Car>>;
 
+  KEL_OWNED_SCALAR(bay, 7, unsigned)
+  KEL_OWNED_COUNTER(trips, 0, std::uint64_t)
+  KEL_OWNED_VALUE_COLLECTION(note, Kel::OrderedCollection<int, std::string>)
+  KEL_OWNED_COUNTER_COLLECTION(fuel, Kel::HashCollection<std::string, unsigned>)
   KEL_OWNED(lead, Kel::create<Car>, Kel::Ptr<Car>)
   KEL_OWNED(garage, Kel::create<Garage>, Kel::Ptr<Garage>)
   KEL_OWNED_COLLECTION(car, Garage::CarCollection)
@@ -132,6 +184,49 @@ class Depot {
     log.push_back("deleting " + name + (spot(name) ? " present" : " absent"));
   }
 };
+
+TEST(Attribute, OwnedScalarAndCounter_StoreAndCount) {
+  Depot depot;
+  EXPECT_EQ(depot.bay(), 7u);
+  depot.bayIs(3);
+  EXPECT_EQ(depot.bay(), 3u);
+  EXPECT_EQ(depot.trips(), 0u);
+  EXPECT_EQ(depot.tripsInc(5), 5u);
+  EXPECT_EQ(depot.tripsDec(2), 3u);
+  depot.tripsIs(10);
+  EXPECT_EQ(depot.trips(), 10u);
+}
+
+TEST(Attribute, OwnedValueCollection_SetReadDelete_DelAllEmptiesAtOnce) {
+  Depot depot;
+  depot.noteIs(2, "b");
+  depot.noteIs(1, "a");
+  depot.noteIs(2, "B");
+  EXPECT_EQ(depot.note(2), "B");
+  EXPECT_EQ(depot.note(9), "");
+  std::vector<int> keys;
+  for (const auto& [key, text] : depot.note()) keys.push_back(key);
+  EXPECT_EQ(keys, (std::vector<int>{1, 2}));
+  depot.noteDel(9);
+  depot.noteDel(1);
+  EXPECT_EQ(depot.note().size(), 1u);
+  depot.noteIs(3, "c");
+  depot.noteDelAll();
+  EXPECT_TRUE(depot.note().empty());
+}
+
+TEST(Attribute, OwnedCounterCollection_AbsentCountsFromZero_DecWraps) {
+  Depot depot;
+  EXPECT_EQ(depot.fuel("a"), 0u);
+  EXPECT_EQ(depot.fuelInc("a", 3), 3u);
+  EXPECT_EQ(depot.fuelDec("a", 1), 2u);
+  EXPECT_EQ(depot.fuelDec("b", 1), 4294967295u);
+  EXPECT_EQ(depot.fuel("a"), 2u);
+  depot.fuelDel("b");
+  EXPECT_EQ(depot.fuel().size(), 1u);
+  depot.fuelDelAll();
+  EXPECT_TRUE(depot.fuel().empty());
+}
 
 TEST(Attribute, Owned_IsCreatesWhenAbsentOnly_DelDrops) {
   Depot depot;

@@ -102,4 +102,17 @@ TEST(BitMapperConfig, Config_RaiseByZero_NotifiesNothing) {
   EXPECT_TRUE(config->requests().empty());
 }
 
+TEST(BitMapperConfig, Config_CounterSetLower_NotifiesButAppendsNoRequest) {
+  Kel::Ptr<Config> config(new Config);
+  Consumer consumer;
+  consumer.notifierIs(config);
+  config->deallocRequestKeyIs(rpKey("10.0.0.1"));
+  config->deallocRequestCountInc(2);
+  config->deallocRequestCountIs(1);
+  EXPECT_EQ(config->requests().size(), 2u);
+  EXPECT_EQ(consumer.journal,
+            (std::vector<std::string>{"deallocKey {none, 10.0.0.1}", "dealloc {none, 10.0.0.1} #2",
+                                      "dealloc {none, 10.0.0.1} #1"}));
+}
+
 }  // namespace

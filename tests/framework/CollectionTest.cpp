@@ -1,5 +1,5 @@
-// Collection attributes: order, deletion of the current member while iterating, and members that
-// stay readable after deletion while referenced.
+// Collection attributes: order, deletion of the current member while iterating, emptying at once,
+// and members that stay readable after deletion while referenced.
 
 #include <gtest/gtest.h>
 
@@ -112,6 +112,38 @@ TEST(Collection, DelAll_NotifiesEachKey_AndEmpties) {
   EXPECT_TRUE(garage->car().empty());
   EXPECT_EQ(keys.keys, (std::vector<std::string>{"a", "b", "c"}));
   keys.notifierIs(nullptr);
+}
+
+TEST(Collection, Clear_EmptiesAtOnce_EndsAnIterationUnderWay) {
+  Kel::OrderedCollection<int, int> ordered;
+  Kel::HashCollection<int, int> hashed;
+  Kel::FlatCollection<int, int> flat;
+  for (int key : {3, 1, 2}) {
+    ordered.set(key, key);
+    hashed.set(key, key);
+    flat.set(key, key);
+  }
+  std::vector<int> seen;
+  for (const auto& [key, value] : ordered) {
+    seen.push_back(key);
+    ordered.clear();
+  }
+  for (const auto& [key, value] : hashed) {
+    seen.push_back(value);
+    hashed.clear();
+  }
+  for (const auto& [key, value] : flat) {
+    seen.push_back(key);
+    flat.clear();
+  }
+  EXPECT_EQ(seen.size(), 3u);
+  EXPECT_EQ(seen.front(), 1);
+  EXPECT_TRUE(ordered.empty());
+  EXPECT_TRUE(hashed.empty());
+  EXPECT_TRUE(flat.empty());
+  hashed.set(5, 50);
+  EXPECT_EQ(hashed.find(5), 50);
+  EXPECT_EQ(hashed.size(), 1u);
 }
 
 TEST(Collection, Lookup_Absent_YieldsNullOrDefault) {

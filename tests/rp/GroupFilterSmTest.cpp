@@ -13,8 +13,8 @@
 #include "framework/Kel/System.h"
 #include "framework/Mirra/testing/MirraMapBackdoor.h"
 #include "model/Pim/RpHashStatus.h"
-#include "rp/PimGroupFilter.h"
 #include "rp/PimGroupFilterSm.h"
+#include "rp/PimGroupFilterStatus.h"
 #include "tests/rp/GroupFilterTestSupport.h"
 #include "tests/rp/RpTestSupport.h"
 

@@ -5,7 +5,7 @@
 
 #include "framework/Kel/Assert.h"
 #include "framework/Kel/Exception.h"
-#include "rp/PimGroupFilter.h"
+#include "rp/PimGroupFilterStatus.h"
 #include "tests/rp/GroupFilterTestSupport.h"
 #include "tests/rp/RpTestSupport.h"
 

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "framework/Kel/Assert.h"
-#include "rp/PimCrpGrpTrieBuilderSm.h"
+#include "rp/PimGrpPrefixTrieBuilderSm.h"
 #include "tests/rp/RpTestSupport.h"
 
 namespace {

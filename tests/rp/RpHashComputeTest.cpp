@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "framework/Kel/Assert.h"
-#include "rp/PimRpHash.h"
+#include "rp/PimRpHashComputeStatus.h"
 #include "tests/rp/RpTestSupport.h"
 
 namespace {

@@ -19,7 +19,7 @@
 #include "model/Pim/RpCandidateStatus.h"
 #include "model/Pim/RpConfig.h"
 #include "model/Pim/RpHashStatus.h"
-#include "rp/PimRpHashSmIntermediate.h"
+#include "rp/PimRpHashIntermediateSm.h"
 #include "tests/rp/RpTestSupport.h"
 
 namespace RpHashSmTest {

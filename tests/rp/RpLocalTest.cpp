@@ -20,7 +20,7 @@
 #include "framework/Routing/Shadow/ShadowStatus.h"
 #include "model/Pim/RpCandidateStatus.h"
 #include "model/Pim/RpLocalStatus.h"
-#include "rp/PimRpHashLocal.h"
+#include "rp/PimRpLocalSm.h"
 #include "tests/rp/RpTestSupport.h"
 
 namespace {

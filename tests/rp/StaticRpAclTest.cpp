@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "rp/PimPrefixRefCount.h"
+#include "rp/PimStaticPrefixRefCount.h"
 #include "tests/rp/RpTestSupport.h"
 #include "tests/rp/StaticRpTestSupport.h"
 

@@ -21,7 +21,7 @@
 #include "model/Pim/RpCandidateSet.h"
 #include "model/Pim/RpCandidateStatus.h"
 #include "model/Pim/Static/RpConfig.h"
-#include "rp/PimRpCandidateStaticSm.h"
+#include "rp/PimStaticRpCandidateSm.h"
 
 namespace StaticRpTest {
 

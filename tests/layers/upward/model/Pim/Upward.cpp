@@ -1,3 +1,3 @@
 // Reaches up into rp/: the layer check must report this line.
 #include "framework/Kel/Ptr.h"
-#include "rp/PimRpHash.h"
+#include "rp/PimRpHashComputeStatus.h"

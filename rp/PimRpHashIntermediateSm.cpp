@@ -1,6 +1,6 @@
 // Construction, start-up, the nested reactors and the candidate path of RpHashIntermediateSm.
 
-#include "rp/PimRpHashSmIntermediate.h"
+#include "rp/PimRpHashIntermediateSm.h"
 
 #include <sstream>
 #include <string>

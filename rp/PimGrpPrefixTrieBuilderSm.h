@@ -17,6 +17,7 @@
 #include <cstdint>
 
 #include "framework/Ipkit/IpGenPrefix.h"
+#include "framework/Kel/Attribute.h"
 #include "framework/Kel/Entity.h"
 #include "framework/Kel/NestedReactor.h"
 #include "framework/Kel/Ptr.h"
@@ -49,11 +50,9 @@ class GrpPrefixTrieBuilderSm : public Kel::ReactorOwner {
   void crpStatusIs(const Kel::PtrConst<RpCandidateStatus>& status);
   void crpStatusDel();
   const Kel::Ptr<RpCompute>& crpCompute() const { return crpCompute_; }
-  const Kel::Ptr<Routing::TrieGen>& trie() const { return trie_; }
-  void trieIs(const Kel::Ptr<Routing::TrieGen>& trie) { trie_ = trie; }
+  KEL_OWNED_SCALAR(trie, nullptr, Kel::Ptr<Routing::TrieGen>)
   bool initialized() const { return initialized_; }
-  std::uint64_t trieUpdates() const { return trieUpdates_; }
-  void trieUpdatesInc(std::uint64_t n) { trieUpdates_ += n; }
+  KEL_OWNED_COUNTER(trieUpdates, 0, std::uint64_t)
 
   void handleInitialized();
   // Full pass: adds every prefix of the status.
@@ -69,9 +68,7 @@ class GrpPrefixTrieBuilderSm : public Kel::ReactorOwner {
 
   Kel::NestedReactorPtr<KelCrpStatus> kelCrpStatus_;
   Kel::Ptr<RpCompute> crpCompute_;
-  Kel::Ptr<Routing::TrieGen> trie_;
   bool initialized_ = false;
-  std::uint64_t trieUpdates_ = 0;
 };
 
 Kel::Ptr<GrpPrefixTrieBuilderSm> grpPrefixTrieBuilderSmFactory(

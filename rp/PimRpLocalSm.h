@@ -32,6 +32,7 @@
 #include "framework/Ipkit/IntfId.h"
 #include "framework/Ipkit/IpGenAddr.h"
 #include "framework/Ipkit/IpGenPrefix.h"
+#include "framework/Kel/Attribute.h"
 #include "framework/Kel/Collection.h"
 #include "framework/Kel/NestedReactor.h"
 #include "framework/Kel/Ptr.h"
@@ -135,17 +136,9 @@ class RpLocalSm : public Kel::ReactorOwner {
   Kel::PtrConst<Routing::TrieGen> uribTrie() const;
   Kel::PtrConst<Routing::TrieGen> urib6Trie() const;
 
-  // The candidate-set reference counts (invariant 1); an absent address reads 0.
-  const RpCountCollection& rp() const { return rp_; }
-  U32 rp(const Ipkit::IpGenAddr& addr) const { return rp_.find(addr); }
-  void rpIs(const Ipkit::IpGenAddr& addr, U32 count) { rp_.set(addr, count); }
-  // Both return the count stored; rpDec wraps below zero, as unsigned counts do.
-  U32 rpInc(const Ipkit::IpGenAddr& addr, U32 n);
-  U32 rpDec(const Ipkit::IpGenAddr& addr, U32 n);
-  void rpDel(const Ipkit::IpGenAddr& addr) { rp_.erase(addr); }
-  void rpDelAll() {
-    rp_.eraseAll([](const Ipkit::IpGenAddr&) {});
-  }
+  // The candidate-set reference counts (invariant 1): rp(addr) (0 when absent), rpIs, rpInc and
+  // rpDec (both return the count stored; rpDec wraps below zero), rpDel, rpDelAll.
+  KEL_OWNED_COUNTER_COLLECTION(rp, RpCountCollection)
 
   bool initialized() const { return initialized_; }
 
@@ -189,7 +182,6 @@ class RpLocalSm : public Kel::ReactorOwner {
   Kel::NestedReactorPtr<KelUrib6Shadow> urib6Shadow_;
   Kel::NestedReactorPtr<KelUribTrie> uribTrie_;
   Kel::NestedReactorPtr<KelUrib6Trie> urib6Trie_;
-  RpCountCollection rp_;
   bool initialized_ = false;
 
   KEL_NESTED_REACTORS(staticCrpSet, RpLocalSm, KelStaticCrpSet, Ipkit::IpGenPrefix)

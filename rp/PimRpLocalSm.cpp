@@ -1,7 +1,7 @@
 // RpLocalSm: the locality decision, the route shadows and route changes, and the pruning pass.
-// Candidate tracking lives in PimRpHashLocalCandidates.cpp.
+// Candidate tracking lives in PimRpLocalSmCandidates.cpp.
 
-#include "rp/PimRpHashLocal.h"
+#include "rp/PimRpLocalSm.h"
 
 #include "framework/Kel/Assert.h"
 #include "framework/Kel/Exception.h"
@@ -226,18 +226,6 @@ void RpLocalSm::doAddLocalRp(const Ipkit::IpGenAddr& addr, const Ipkit::IntfId& 
   KEL_TRACE(trace(), 5,
             "Added RP " << addr << " into local RP information table"
                         << " associated with interface " << intfId);
-}
-
-U32 RpLocalSm::rpInc(const Ipkit::IpGenAddr& addr, U32 n) {
-  const U32 count = rp(addr) + n;
-  rp_.set(addr, count);
-  return count;
-}
-
-U32 RpLocalSm::rpDec(const Ipkit::IpGenAddr& addr, U32 n) {
-  const U32 count = rp(addr) - n;
-  rp_.set(addr, count);
-  return count;
 }
 
 Kel::Ptr<RpLocalSm> rpLocalSmFactory(const Kel::PtrConst<RpCandidateStatus>& staticCrpStatus,

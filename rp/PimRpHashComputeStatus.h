@@ -22,7 +22,7 @@
 #include "model/Pim/RpCandidateStatus.h"
 #include "model/Pim/RpConfig.h"
 #include "model/Pim/RpHashStatus.h"
-#include "rp/PimCrpGrpTrieBuilderSm.h"
+#include "rp/PimGrpPrefixTrieBuilderSm.h"
 #include "rp/PimRpCompute.h"
 #include "rp/PimRpHashComputeRecord.h"
 

@@ -32,10 +32,10 @@
 // Levels: 9 entry of a handler and changes of a list's prefix set, 8 reference-count and list
 // bookkeeping, 5 changes of the status.
 //
-// The implementation is split by concern: PimRpCandidateStaticSm.cpp (the owner, its
-// collections, start-up and the shared candidate writes), PimRpCandidateStaticSmEntry.cpp (the
-// per-RP handlers), PimRpCandidateStaticSmAcl.cpp (the per-list prefix tracking) and
-// PimRpCandidateStaticSmAclConfig.cpp (access-list rules to prefixes).
+// The implementation is split by concern: PimStaticRpCandidateSm.cpp (the owner, its
+// collections, start-up and the shared candidate writes), PimStaticRpCandidateSmEntry.cpp (the
+// per-RP handlers), PimStaticRpCandidateSmAcl.cpp (the per-list prefix tracking) and
+// PimStaticRpCandidateSmAclConfig.cpp (access-list rules to prefixes).
 
 #include <string>
 
@@ -58,8 +58,8 @@
 #include "model/Pim/RpCandidateStatus.h"
 #include "model/Pim/Static/RpConfig.h"
 #include "model/Pim/Static/RpEntry.h"
-#include "rp/PimPrefixRefCount.h"
-#include "rp/PimRpStaticAcl.h"
+#include "rp/PimStaticPrefixRefCount.h"
+#include "rp/PimStaticRpStaticAcl.h"
 
 namespace Routing {
 namespace Pim {
@@ -129,7 +129,7 @@ class RpCandidateSm : public Kel::ReactorOwner {
 
    private:
     // The one piece behind the three per-group and the three per-list value handlers: `kind`
-    // names the value (a ValueKind of PimRpCandidateStaticSmEntry.cpp) and `signature` is the
+    // names the value (a ValueKind of PimStaticRpCandidateSmEntry.cpp) and `signature` is the
     // handler's, for its entry trace.
     template <class Kind>
     void doGrpValue(const Kind& kind, const char* signature, const Ipkit::IpGenPrefix& prefix);

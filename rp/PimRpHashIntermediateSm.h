@@ -28,15 +28,16 @@
 // Traces go to the trace file "PimRpHashSm": 9 function entry, 8 details, 5 table writes and
 // decisions, 4 review progress.
 //
-// The implementation is split by concern: PimRpHashSmIntermediate.cpp (construction, start-up,
-// nested reactors, candidate path), PimRpHashSmGuts.cpp (the two entry writers) and
-// PimRpHashSmReview.cpp (the paced review).
+// The implementation is split by concern: PimRpHashIntermediateSm.cpp (construction, start-up,
+// nested reactors, candidate path), PimRpHashIntermediateSmGuts.cpp (the two entry writers) and
+// PimRpHashIntermediateSmReview.cpp (the paced review).
 
 #include <cstdint>
 
 #include "framework/Ipkit/AddressFamily.h"
 #include "framework/Ipkit/IpGenAddr.h"
 #include "framework/Ipkit/IpGenPrefix.h"
+#include "framework/Kel/Attribute.h"
 #include "framework/Kel/Clock.h"
 #include "framework/Kel/Collection.h"
 #include "framework/Kel/NestedReactor.h"
@@ -182,24 +183,17 @@ class RpHashIntermediateSm : public Kel::ReactorOwner {
   Kel::PtrConst<RpConfig> rpConfig() const { return kelRpConfig_->notifier(); }
   bool initialized() const { return initialized_; }
 
-  bool reviewedOnce() const { return reviewedOnce_; }
-  void reviewedOnceIs(bool reviewedOnce) { reviewedOnce_ = reviewedOnce; }
-
-  const ChangedGroupCollection& changedGroup() const { return changedGroup_; }
-  void changedGroupIs(const Ipkit::IpGenAddr& group, bool present) {
-    changedGroup_.set(group, present);
-  }
-  void changedGroupDel(const Ipkit::IpGenAddr& group) { changedGroup_.erase(group); }
+  KEL_OWNED_SCALAR(reviewedOnce, false, bool)
+  // The queue of the review (invariant 4): changedGroup(group), changedGroupIs(group, present),
+  // changedGroupDel(group), changedGroupDelAll().
+  KEL_OWNED_VALUE_COLLECTION(changedGroup, ChangedGroupCollection)
 
   double minDelay() const { return minDelay_; }
   double maxDelay() const { return maxDelay_; }
   double backlogQuantum() const { return backlogQuantum_; }
-  std::uint64_t groupsProcessed() const { return groupsProcessed_; }
-  void groupsProcessedInc(std::uint64_t n) { groupsProcessed_ += n; }
-  std::uint64_t yieldBeforeFinishingCount() const { return yieldBeforeFinishingCount_; }
-  void yieldBeforeFinishingCountInc(std::uint64_t n) { yieldBeforeFinishingCount_ += n; }
-  const Ipkit::IpGenAddr& bookmark() const { return bookmark_; }
-  void bookmarkIs(const Ipkit::IpGenAddr& bookmark) { bookmark_ = bookmark; }
+  KEL_OWNED_COUNTER(groupsProcessed, 0, std::uint64_t)
+  KEL_OWNED_COUNTER(yieldBeforeFinishingCount, 0, std::uint64_t)
+  KEL_OWNED_SCALAR(bookmark, Ipkit::IpGenAddr(), Ipkit::IpGenAddr)
 
   const Kel::Ptr<RpCompute>& crpCompute() const { return crpCompute_; }
   // Creates the selection over the source; stays null while either input is missing.
@@ -227,7 +221,7 @@ class RpHashIntermediateSm : public Kel::ReactorOwner {
   // Full pass over the candidate sets of the source.
   void handleCrpSet();
 
-  // The paced review (PimRpHashSmReview.cpp).
+  // The paced review (PimRpHashIntermediateSmReview.cpp).
   // Full pass, for "the whole group collection changed": queues every known group, and every
   // group of the per-group table that is no longer known.
   void handleGroup();
@@ -252,14 +246,9 @@ class RpHashIntermediateSm : public Kel::ReactorOwner {
   const Mode pimMode_;
   const Kel::Ptr<PimAttrLogSm> pimAttrLogSm_;
   bool initialized_ = false;
-  bool reviewedOnce_ = false;
-  ChangedGroupCollection changedGroup_;
   double minDelay_ = kMinDelay;
   double maxDelay_ = kMaxDelay;
   double backlogQuantum_ = kBacklogQuantum;
-  std::uint64_t groupsProcessed_ = 0;
-  std::uint64_t yieldBeforeFinishingCount_ = 0;
-  Ipkit::IpGenAddr bookmark_;
   Kel::Ptr<RpCompute> crpCompute_;
   Kel::Ptr<Routing::TrieGen> trie_;
 

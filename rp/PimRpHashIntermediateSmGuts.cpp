@@ -1,7 +1,7 @@
 // The two writers of one RP hash entry, shared by the candidate path and the algorithm change.
 
 #include "framework/Kel/Trace.h"
-#include "rp/PimRpHashSmIntermediate.h"
+#include "rp/PimRpHashIntermediateSm.h"
 
 namespace Routing {
 namespace Pim {

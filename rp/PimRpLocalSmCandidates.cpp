@@ -2,7 +2,7 @@
 // CrpSource.
 
 #include "framework/Kel/Trace.h"
-#include "rp/PimRpHashLocal.h"
+#include "rp/PimRpLocalSm.h"
 
 namespace Routing {
 namespace Pim {

@@ -1,4 +1,4 @@
-#include "rp/PimRpHash.h"
+#include "rp/PimRpHashComputeStatus.h"
 
 #include "framework/Kel/Assert.h"
 #include "framework/Kel/Trace.h"

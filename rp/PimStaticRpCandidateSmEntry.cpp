@@ -2,7 +2,7 @@
 // group prefix and through the access lists it names, and the per-group and per-list values.
 
 #include "framework/Kel/Assert.h"
-#include "rp/PimRpCandidateStaticSm.h"
+#include "rp/PimStaticRpCandidateSm.h"
 
 namespace Routing {
 namespace Pim {

@@ -1,4 +1,4 @@
-#include "rp/PimRpCandidateStaticSm.h"
+#include "rp/PimStaticRpCandidateSm.h"
 
 #include "framework/Kel/Assert.h"
 #include "framework/Kel/Exception.h"

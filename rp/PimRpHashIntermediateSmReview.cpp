@@ -3,7 +3,7 @@
 
 #include "framework/Kel/System.h"
 #include "framework/Mirra/CorruptionDetectedException.h"
-#include "rp/PimRpHashSmIntermediate.h"
+#include "rp/PimRpHashIntermediateSm.h"
 
 namespace Routing {
 namespace Pim {

@@ -1,4 +1,4 @@
-#include "rp/PimCrpGrpTrieBuilderSm.h"
+#include "rp/PimGrpPrefixTrieBuilderSm.h"
 
 #include "framework/Kel/Assert.h"
 #include "framework/Kel/Trace.h"

@@ -3,7 +3,7 @@
 // only by difference so that a rule change costs downstream only the prefixes it really moves.
 
 #include "framework/Acl/AclToPrefix.h"
-#include "rp/PimRpCandidateStaticSm.h"
+#include "rp/PimStaticRpCandidateSm.h"
 
 namespace Routing {
 namespace Pim {

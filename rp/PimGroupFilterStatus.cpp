@@ -1,4 +1,4 @@
-#include "rp/PimGroupFilter.h"
+#include "rp/PimGroupFilterStatus.h"
 
 #include "framework/Kel/Assert.h"
 #include "framework/Kel/Trace.h"

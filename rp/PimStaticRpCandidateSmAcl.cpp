@@ -4,7 +4,7 @@
 
 #include "framework/Acl/AclToPrefix.h"
 #include "framework/Kel/Assert.h"
-#include "rp/PimRpCandidateStaticSm.h"
+#include "rp/PimStaticRpCandidateSm.h"
 
 namespace Routing {
 namespace Pim {
