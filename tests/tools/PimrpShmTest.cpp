@@ -4,12 +4,9 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <grp.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -535,12 +532,10 @@ const char kOneGroupAnswer[] =
     "  239.1.1.1/32  10.0.0.1  0         30        no        sparse\n";
 
 // Tests that need another user than root skip, saying why, when the tests do not run as root.
-#define SKIP_UNLESS_ROOT()                                                            \
-  do {                                                                                \
-    if (geteuid() != 0) {                                                             \
-      GTEST_SKIP() << "acting as another user needs root, and this test runs as uid " \
-                   << geteuid();                                                      \
-    }                                                                                 \
+#define SKIP_UNLESS_ROOT()                                         \
+  do {                                                             \
+    const std::string why = TestProcesses::otherUserUnavailable(); \
+    if (!why.empty()) GTEST_SKIP() << why;                         \
   } while (false)
 
 TEST_F(PimrpShm, Unlink_WithoutPermission_EachSegmentReported_NothingRemoved_ExitOne) {
@@ -610,13 +605,10 @@ TEST_F(PimrpShm, ReadLockOnAControlSegment_WriterStillStarts) {
   // nobody reads the control segment of every table and holds a read lock on each.
   int ready[2];
   ASSERT_EQ(pipe(ready), 0);
-  const pid_t holder = fork();
-  if (holder == 0) {
+  TestProcesses::ChildProcess holder(fork());
+  if (holder.pid() == 0) {
     close(ready[0]);
-    if (setgroups(0, nullptr) != 0 || setresgid(65534, 65534, 65534) != 0 ||
-        setresuid(65534, 65534, 65534) != 0) {
-      _exit(1);
-    }
+    if (!TestProcesses::becomeOtherUser()) _exit(1);
     char locked = 'y';
     for (const std::string& table : PimrpTool::sharedTableNames(name_)) {
       const int fd = shm_open(("/" + table).c_str(), O_RDONLY, 0);
@@ -638,8 +630,6 @@ TEST_F(PimrpShm, ReadLockOnAControlSegment_WriterStillStarts) {
       runPimrp({"--shm", name_,
                 script("two.pimrp",
                        std::string(kOneGroup) + "show rp-hash final groups mode sparse ipv4\n")});
-  kill(holder, SIGKILL);
-  waitpid(holder, nullptr, 0);
   EXPECT_EQ(run.out, kOneGroupAnswer);
   EXPECT_EQ(run.err, "");
   EXPECT_EQ(run.status, 0);
