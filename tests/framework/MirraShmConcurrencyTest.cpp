@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -92,20 +91,45 @@ struct KeyWalk {
   }
 };
 
-// A child writer that fills keys [0, entries) with round 1, then stops itself (SIGSTOP) in the
-// middle of rewriting `victim` with round 2, the victim's slot marked busy; continued, it finishes
-// that write and ends with 0. Returns it once it has stopped; started() is false when it did not
+// A child writer that fills keys [0, entries) with round 1, then writes `record`, stopping itself
+// (SIGSTOP) inside the `slotWrite`th slot write of it, that slot marked busy; continued, it
+// finishes and ends with 0. Returns it once it has stopped; started() is false when it did not
 // stop.
-MirraShmTest::ChildProcess writerStoppedInsideWrite(const std::string& name, std::uint64_t entries,
-                                                    std::uint64_t victim) {
+MirraShmTest::ChildProcess writerStoppedInside(const std::string& name, std::uint64_t entries,
+                                               const Record& record, int slotWrite) {
   MirraShmTest::ChildProcess child = MirraShmTest::ChildProcess::run([&] {
     Table writer = MirraShmTest::filledWriter(name, entries, 1);
-    MirraMapBackdoor::midWriteHookIs(writer, [] { raise(SIGSTOP); });
-    writer.insert(recordFor(victim, 2));
+    int slotWrites = 0;
+    MirraMapBackdoor::midWriteHookIs(writer, [&slotWrites, slotWrite] {
+      if (++slotWrites == slotWrite) raise(SIGSTOP);
+    });
+    writer.insert(record);
     return 0;
   });
   if (!child.waitStopped()) return MirraShmTest::ChildProcess();
   return child;
+}
+
+// The writer stopped in the middle of rewriting `victim` with round 2.
+MirraShmTest::ChildProcess writerStoppedInsideWrite(const std::string& name, std::uint64_t entries,
+                                                    std::uint64_t victim) {
+  return writerStoppedInside(name, entries, recordFor(victim, 2), 1);
+}
+
+// How a walk of the whole table ends: "walked N" in ascending key order, or why it stopped.
+std::string walkOutcome(const Table& reader) {
+  std::uint64_t walked = 0;
+  std::uint64_t last = 0;
+  try {
+    for (const Record& record : reader) {
+      if (walked > 0 && record.key <= last) return "out of order at " + std::to_string(record.key);
+      last = record.key;
+      ++walked;
+    }
+  } catch (const Mirra::CorruptionDetectedException& error) {
+    return error.what();
+  }
+  return "walked " + std::to_string(walked);
 }
 
 class MirraShmConcurrency : public ::testing::Test {
@@ -268,6 +292,35 @@ TEST_F(MirraShmConcurrency, WriterStoppedInsideSlotWrite_WalkSaysStoppedNotHalfW
   EXPECT_EQ(refusal, "slot " + std::to_string(MirraMapBackdoor::slotOf(reader, kVictim)) +
                          " of 256 is still being written after 50 ms; its writer, pid " +
                          std::to_string(writerPid) + ", is alive but stopped");
+}
+
+// Inserting a new key relinks the tree: the new member's slot is written first, then (the tree's
+// structure marked as changing) the slots whose links change. Stopped at the first of those, the
+// writer leaves the tree in the middle of a change: a walk waits its bound and says so, and once
+// the writer is gone says the change was left unfinished; the next writer rebuilds the tree.
+TEST_F(MirraShmConcurrency, WriterStoppedInsideRelink_WalkSaysTreeStillChanging_ThenLeftMidChange) {
+  constexpr std::uint64_t kEntries = 100;
+  constexpr std::uint64_t kAdded = 1000;
+  MirraShmTest::ChildProcess child =
+      writerStoppedInside(segment.name(), kEntries, recordFor(kAdded, 1), 2);
+  ASSERT_TRUE(child.started());
+  const pid_t writerPid = child.pid();
+  Table reader = Table::attachShared(segment.name(), AttachMode::reader);
+  MirraMapBackdoor::writerWaitIs(reader, std::chrono::milliseconds(50));
+  EXPECT_EQ(walkOutcome(reader), "the tree is still being changed after 50 ms; its writer, pid " +
+                                     std::to_string(writerPid) + ", is alive but stopped");
+  EXPECT_EQ(reader.lookup(kAdded), Record());  // its index entry comes last
+  child.signal(SIGKILL);
+  EXPECT_EQ(child.wait(), -SIGKILL);
+  EXPECT_EQ(walkOutcome(reader), "the tree was left in the middle of a change");
+  {
+    const Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
+    EXPECT_GE(writer.corruptions(), 1u);
+  }
+  const std::string walked = walkOutcome(reader);
+  EXPECT_EQ(walked, "walked " + std::to_string(reader.members()));
+  // At most the member whose slot was being written is lost; the new member's slot was whole.
+  EXPECT_GE(reader.members(), kEntries);
 }
 
 TEST_F(MirraShmConcurrency, WriterBlockedInsideSlotWrite_ReaderSaysStalled) {
