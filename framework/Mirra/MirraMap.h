@@ -91,8 +91,8 @@
 //       every read starts by loading that number with acquire and moves to the new memory.
 //     Every wait is bounded, per read (internal/WriterWait.h): a word held odd while no writer is
 //     alive is taken at once as left by a writer that died ("left half-written"); while the writer
-//     process is alive the read waits at most WriterWait::kDefaultLimit in all and then reports
-//     that the writer is stalled (or stopped), never that the slot was left half-written.
+//     process is alive the read waits at most kWriterWaitLimit (SharedTable.h) in all and then
+//     reports that the writer is stalled (or stopped), never that the slot was left half-written.
 //     Whether an attachment must allow for a writer at work is decided once, when it is made: the
 //     writer's own attachment and those that share its memory in its process (reader()) never
 //     meet a write in progress, so they check each slot where it lies, copy out only the value
@@ -1007,7 +1007,7 @@ class MirraMap {
   mutable bool unacknowledged_ = false;
   mutable internal::ReportLimiter limiter_;
   // How long a read waits for a live writer elsewhere (a test seam may shorten it).
-  std::chrono::nanoseconds writerWaitLimit_ = WriterWait::kDefaultLimit;
+  std::chrono::nanoseconds writerWaitLimit_ = kWriterWaitLimit;
   // Test seam (set through testing::MirraMapBackdoor only): runs inside every slot write, after
   // the slot is marked busy and before its contents change.
   std::function<void()> midWriteHook_;
