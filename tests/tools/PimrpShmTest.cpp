@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -495,6 +496,39 @@ std::vector<TableState> tableStates(const std::string& name) {
   return states;
 }
 
+// restartScript() with the configuration changed: a static RP of a range gone, an override taken
+// off, a bootstrap candidate gone, and the groups of 239.6.0.0/16 no longer known.
+std::string changedRestartScript() {
+  std::string script = restartScript();
+  const auto drop = [&script](const std::string& text) {
+    const std::size_t at = script.find(text);
+    if (at != std::string::npos) script.erase(at, text.size());
+  };
+  drop("rp-address 10.0.0.2 group 239.1.0.0/16\n");
+  drop("bsr-rp 239.5.0.0/16 10.0.0.11 priority 0 hashmask 30 mode sparse\n");
+  const std::string overridden = "rp-address 10.0.0.4 group 239.2.0.0/16 override\n";
+  script.replace(script.find(overridden), overridden.size(),
+                 "rp-address 10.0.0.4 group 239.2.0.0/16\n");
+  for (int group = 1; group <= 30; ++group) {
+    drop("group 239.6." + std::to_string(group * 7) + "." + std::to_string(group) + "\n");
+  }
+  return script;
+}
+
+// How many keys differ between two walks of a table: entries changed, added or removed.
+std::size_t entriesChanged(const std::vector<Routing::Pim::RpHash>& before,
+                           const std::vector<Routing::Pim::RpHash>& after) {
+  std::map<Ipkit::IpGenPrefix, Routing::Pim::RpHash> old;
+  for (const Routing::Pim::RpHash& entry : before) old.emplace(entry.key(), entry);
+  std::size_t changed = 0;
+  for (const Routing::Pim::RpHash& entry : after) {
+    const auto found = old.find(entry.key());
+    if (found == old.end() || !(found->second == entry)) ++changed;
+    if (found != old.end()) old.erase(found);
+  }
+  return changed + old.size();
+}
+
 }  // namespace
 
 // A restart with the configuration of the run before: every table ends as it was, and no final
@@ -519,6 +553,25 @@ TEST_F(PimrpShm, Restart_SameConfiguration_FinalTablesNeverWritten) {
       std::printf("%s: %llu writes\n", table.c_str(), static_cast<unsigned long long>(writes));
     }
   }
+}
+
+// A restart with a changed configuration: every final entry that changes is written once, straight
+// from the earlier run's answer to this run's, and no other final entry is written, so that a
+// reader of a final table never sees an interim answer.
+TEST_F(PimrpShm, Restart_ChangedConfiguration_EachChangedFinalEntryWrittenOnce) {
+  ASSERT_EQ(runPimrp({"--shm", name_, script("one.pimrp", restartScript())}).status, 0);
+  const std::vector<TableState> before = tableStates(name_);
+  ASSERT_EQ(runPimrp({"--shm", name_, script("two.pimrp", changedRestartScript())}).status, 0);
+  const std::vector<TableState> after = tableStates(name_);
+  const std::vector<std::string> tables = PimrpTool::sharedTableNames(name_);
+  std::size_t finalChanges = 0;
+  for (std::size_t at = 0; at < tables.size(); ++at) {
+    if (tables[at].find(".final.") == std::string::npos) continue;
+    const std::size_t changed = entriesChanged(before[at].entries, after[at].entries);
+    EXPECT_EQ(after[at].changes - before[at].changes, changed) << tables[at];
+    finalChanges += changed;
+  }
+  EXPECT_GT(finalChanges, 60u);  // the 30 groups gone and more
 }
 
 // --- who may write, who may read, and damage ---
