@@ -758,7 +758,8 @@ TEST_F(PimrpShm, DamagedTables_ReaderExitTwoNamingTheTable_WriterRepairs_UnlinkL
   const PimrpResult repaired = runPimrp({"--attach", name_, show});
   EXPECT_EQ(repaired.out, kOneGroupAnswer);
   EXPECT_EQ(repaired.status, 0);
-  // A damaged control segment refuses the attachment, naming the table; --unlink removes it all.
+  // A damaged control segment refuses the attachment, naming the table; the next writer rebuilds
+  // it and finds the table's generation again.
   const std::string first = name_ + ".ipv4.sparse.static.groups";
   ASSERT_TRUE(flipByte(first, 0));
   const PimrpResult refused = runPimrp({"--attach", name_, show});
@@ -767,6 +768,20 @@ TEST_F(PimrpShm, DamagedTables_ReaderExitTwoNamingTheTable_WriterRepairs_UnlinkL
                              "' is damaged: the control segment fails its check (its fixed "
                              "part)\n");
   EXPECT_EQ(refused.status, 2);
+  const PimrpResult rebuilt =
+      runPimrp({"--shm", name_, "--trace", "PimRpHashSm=0", script("one.pimrp", kOneGroup)});
+  EXPECT_NE(rebuilt.err.find("[Debug 0] MirraMap::corruptionDetected() table " + first +
+                             ": the control segment fails its check (its fixed part); "
+                             "generation " +
+                             first + ".g1 taken up instead\n"),
+            std::string::npos)
+      << rebuilt.err;
+  EXPECT_EQ(rebuilt.status, 0);
+  const PimrpResult readAgain = runPimrp({"--attach", name_, show});
+  EXPECT_EQ(readAgain.out, kOneGroupAnswer);
+  EXPECT_EQ(readAgain.status, 0);
+  // --unlink removes a table whose control segment is damaged whole.
+  ASSERT_TRUE(flipByte(first, 0));
   const PimrpResult removed = runPimrp({"--shm", name_, "--unlink"});
   EXPECT_EQ(removed.err, "");
   EXPECT_EQ(removed.status, 0);
