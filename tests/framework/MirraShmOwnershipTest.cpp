@@ -125,6 +125,19 @@ TEST_F(MirraShmPermissions, WorldWritableControl_WriterAndReaderRefuse) {
                 " is writable by group or others (mode 0666): a reader does not trust it");
 }
 
+// Anyone who can open the lock segment can hold a lock on it that keeps the writer out.
+TEST_F(MirraShmPermissions, LockSegmentOthersCanOpen_WriterRefusesNamingIt_ReadersStillRead) {
+  { Table writer = MirraShmTest::filledWriter(segment.name(), 3, 1); }
+  const std::string lock = segment.name() + ".lock";
+  ASSERT_EQ(chmod(segmentFile(lock).c_str(), 0604), 0);
+  EXPECT_EQ(attachOutcome(segment.name(), AttachMode::singleWriter),
+            "MirraMap::attach() table " + segment.name() + " cannot be written: segment " + lock +
+                " can be opened by group or others (mode 0604)");
+  EXPECT_EQ(ownerAndMode(lock), ownedWithMode("0604"));
+  const Table reader = Table::attachShared(segment.name(), AttachMode::reader);
+  EXPECT_EQ(reader.lookup(2), recordFor(2, 1));
+}
+
 TEST_F(MirraShmPermissions, GenerationWritableByOthers_ReaderReportsIt_WriterRefuses) {
   { Table writer = MirraShmTest::filledWriter(segment.name(), 3, 1); }
   const std::string generation = segment.name() + ".g1";
