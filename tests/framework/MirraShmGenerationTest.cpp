@@ -68,7 +68,7 @@ class MirraShmGeneration : public ::testing::Test {
 constexpr std::uint64_t kKeysToPublishSecond = 11;
 
 TEST_F(MirraShmGeneration, KilledBetweenPublishAndUnlink_NextWriterRemovesTheOldOne) {
-  const pid_t child = MirraShmTest::forkChild([&] {
+  MirraShmTest::ChildProcess child = MirraShmTest::ChildProcess::run([&] {
     Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
     MirraMapBackdoor::publishedHookIs(writer, [] { raise(SIGKILL); });
     for (std::uint64_t key = 0; key < kKeysToPublishSecond; ++key) {
@@ -76,7 +76,7 @@ TEST_F(MirraShmGeneration, KilledBetweenPublishAndUnlink_NextWriterRemovesTheOld
     }
     return 0;
   });
-  ASSERT_EQ(MirraShmTest::waitFor(child), -SIGKILL);
+  ASSERT_EQ(child.wait(), -SIGKILL);
   EXPECT_TRUE(segmentExists(generation(1)));
   EXPECT_TRUE(segmentExists(generation(2)));
   EXPECT_EQ(keysSeen(segment.name()), keysUpTo(kKeysToPublishSecond - 1));
@@ -90,13 +90,13 @@ TEST_F(MirraShmGeneration, KilledBetweenPublishAndUnlink_NextWriterRemovesTheOld
 }
 
 TEST_F(MirraShmGeneration, KilledWhileFillingNext_NextWriterRemovesIt) {
-  const pid_t child = MirraShmTest::forkChild([&] {
+  MirraShmTest::ChildProcess child = MirraShmTest::ChildProcess::run([&] {
     const Table writer = MirraShmTest::filledWriter(segment.name(), 9, 1);
     if (!MirraMapBackdoor::growing(writer)) return 1;
     raise(SIGKILL);
     return 0;
   });
-  ASSERT_EQ(MirraShmTest::waitFor(child), -SIGKILL);
+  ASSERT_EQ(child.wait(), -SIGKILL);
   EXPECT_TRUE(segmentExists(generation(2)));
   { const Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter); }
   EXPECT_TRUE(segmentExists(generation(1)));
@@ -105,13 +105,13 @@ TEST_F(MirraShmGeneration, KilledWhileFillingNext_NextWriterRemovesIt) {
 }
 
 TEST_F(MirraShmGeneration, WriterExitsWhileFillingNext_NothingUnpublishedLeft) {
-  const pid_t child = MirraShmTest::forkChild([&] {
+  MirraShmTest::ChildProcess child = MirraShmTest::ChildProcess::run([&] {
     // Held past the end of the process, as a program that leaves its tables to the exit does.
     static Table* const writer = new Table(MirraShmTest::filledWriter(segment.name(), 9, 1));
     if (!MirraMapBackdoor::growing(*writer)) return 1;
     std::exit(0);
   });
-  ASSERT_EQ(MirraShmTest::waitFor(child), 0);
+  ASSERT_EQ(child.wait(), 0);
   EXPECT_TRUE(segmentExists(generation(1)));
   EXPECT_FALSE(segmentExists(generation(2)));
   EXPECT_EQ(keysSeen(segment.name()), keysUpTo(9));

@@ -114,7 +114,7 @@ TEST_F(MirraShm, ReaderMapping_IsReadOnly_AStrayWriteFaults) {
   writer.insert(recordFor(5, 1));
   constexpr int kFaulted = 11;
   constexpr int kWritten = 42;
-  const pid_t child = MirraShmTest::forkChild([&] {
+  MirraShmTest::ChildProcess child = MirraShmTest::ChildProcess::run([&] {
     const Table reader = Table::attachShared(segment.name(), AttachMode::reader);
     struct sigaction onFault {};
     onFault.sa_handler = [](int) { _exit(kFaulted); };
@@ -122,7 +122,7 @@ TEST_F(MirraShm, ReaderMapping_IsReadOnly_AStrayWriteFaults) {
     MirraMapBackdoor::damageValue(reader, std::uint64_t{5});
     return kWritten;
   });
-  EXPECT_EQ(MirraShmTest::waitFor(child), kFaulted);
+  EXPECT_EQ(child.wait(), kFaulted);
   EXPECT_EQ(writer.lookup(5), recordFor(5, 1));
 }
 

@@ -3,7 +3,6 @@
 // given whole or fed line by line through a pipe the test holds open, and standard output, standard
 // error and the exit status collected; as another user (nobody) when the test runs as root.
 
-#include <grp.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/types.h>
@@ -13,6 +12,8 @@
 #include <cerrno>
 #include <string>
 #include <vector>
+
+#include "tests/framework/TestProcesses.h"
 
 #ifndef PIMRP_BINARY
 #error "PIMRP_BINARY names the built pimrp"
@@ -29,7 +30,8 @@ struct PimrpResult {
 
 // One pimrp process. Its standard input is a pipe that stays open until closeInput(), so that a
 // test can keep a writer running while other processes read its tables.
-// Who runs pimrp: the test's own user, or nobody (uid and gid 65534; the test must run as root).
+// Who runs pimrp: the test's own user, or nobody (TestProcesses::kOtherUser; the test must run as
+// root).
 enum class RunAs { testUser, otherUser };
 
 class PimrpProcess {
@@ -45,11 +47,7 @@ class PimrpProcess {
       dup2(out[1], STDOUT_FILENO);
       dup2(err[1], STDERR_FILENO);
       for (const int end : {in[0], in[1], out[0], out[1], err[0], err[1]}) close(end);
-      if (user == RunAs::otherUser &&
-          (setgroups(0, nullptr) != 0 || setresgid(65534, 65534, 65534) != 0 ||
-           setresuid(65534, 65534, 65534) != 0)) {
-        _exit(126);
-      }
+      if (user == RunAs::otherUser && !TestProcesses::becomeOtherUser()) _exit(126);
       std::vector<char*> argv;
       std::string binary = PIMRP_BINARY;
       argv.push_back(binary.data());
