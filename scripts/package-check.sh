@@ -34,9 +34,11 @@ for expected in \
   '\./usr/include/pimrp/framework/Kel/Ptr\.h' \
   '\./usr/include/pimrp/model/Pim/RpCandidateStatus\.h' \
   '\./usr/include/pimrp/rp/PimRpCompute\.h' \
+  '\./usr/include/pimrp/pipeline/VrfPipeline\.h' \
   '\./usr/lib/(.+/)?libpimrp_framework\.a' \
   '\./usr/lib/(.+/)?libpimrp_model\.a' \
   '\./usr/lib/(.+/)?libpimrp_rp\.a' \
+  '\./usr/lib/(.+/)?libpimrp_pipeline\.a' \
   '\./usr/lib/(.+/)?cmake/pimrp/pimrpConfig\.cmake' \
   '\./usr/lib/(.+/)?cmake/pimrp/pimrpConfigVersion\.cmake' \
   '\./usr/lib/(.+/)?cmake/pimrp/pimrpTargets\.cmake'; do

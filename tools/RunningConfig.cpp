@@ -281,7 +281,7 @@ class ConfigWriter {
   // What the tool keeps for every VRF: the attribute log's back-pressure and the clock.
   void hostState() {
     section("review and clock");
-    if (session_.shared().attrLog->isAttrLogOutClogged()) statement("attr-log clogged");
+    if (session_.host().attrLog->isAttrLogOutClogged()) statement("attr-log clogged");
     if (!session_.clockSettles()) statement("clock manual");
   }
 

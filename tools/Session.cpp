@@ -115,12 +115,12 @@ struct SessionApply {
   FamilyWiring& familyOf(const Ipkit::IpGenAddr& address) const {
     return session.family(address.af());
   }
-  FamilyWiring& ipv4() const { return session.ipv4_; }
+  FamilyWiring& ipv4() const { return session.family(Ipkit::AddressFamily::ipv4); }
 
   Result operator()(const VrfStatement& s) const {
     session.vrf_ = L3::VrfName(s.name);
-    session.ipv4_.vrfIs(session.vrf_);
-    session.ipv6_.vrfIs(session.vrf_);
+    session.family(Ipkit::AddressFamily::ipv4).vrfIs(session.vrf_);
+    session.family(Ipkit::AddressFamily::ipv6).vrfIs(session.vrf_);
     return std::nullopt;
   }
 
@@ -217,7 +217,7 @@ struct SessionApply {
   }
 
   Result operator()(const RpHashAlgorithmStatement& s) const {
-    session.shared_.rpConfig->rpHashAlgorithmIs(s.algorithm);
+    session.rpConfig()->rpHashAlgorithmIs(s.algorithm);
     return std::nullopt;
   }
 
@@ -264,7 +264,8 @@ struct SessionApply {
   Result operator()(const ShowCandidatesStatement& s) const {
     CandidateListing listing;
     listing.source = s.source;
-    for (const FamilyWiring* family : {&session.ipv4_, &session.ipv6_}) {
+    for (const FamilyWiring* family : {&session.family(Ipkit::AddressFamily::ipv4),
+                                       &session.family(Ipkit::AddressFamily::ipv6)}) {
       const auto& status =
           s.source == CandidateSource::bootstrap ? family->bsrStatus() : family->staticStatus();
       appendSets(*status, listing.sets);
@@ -329,7 +330,7 @@ struct SessionApply {
   }
 
   Result operator()(const AttrLogStatement& s) const {
-    session.shared_.attrLog->attrLogOutCloggedIs(s.clogged);
+    session.host().attrLog->attrLogOutCloggedIs(s.clogged);
     return std::nullopt;
   }
 
@@ -339,7 +340,7 @@ struct SessionApply {
       return std::nullopt;
     }
     const double seconds = static_cast<double>(s.seconds->value) / 1e6;
-    session.shared_.clock->runUntil(Kel::System::currentTime() + seconds);
+    session.host().clock->runUntil(Kel::System::currentTime() + seconds);
     return std::nullopt;
   }
 
@@ -363,7 +364,8 @@ struct SessionApply {
   Result operator()(const ShowRpHashStatement& s) const {
     RpHashListing listing{s.source, s.kind, s.mode, s.af, {}};
     const HashKind kind = s.kind == TableKind::groups ? HashKind::groups : HashKind::prefixes;
-    for (const FamilyWiring* family : {&session.ipv4_, &session.ipv6_}) {
+    for (const FamilyWiring* family : {&session.family(Ipkit::AddressFamily::ipv4),
+                                       &session.family(Ipkit::AddressFamily::ipv6)}) {
       if (s.af && *s.af != family->af()) continue;
       const auto& table = family->table(hashSourceOf(s.source), kind, s.mode);
       for (const RpHash& entry : table->rpHash()) listing.entries.push_back(entry);
@@ -373,7 +375,8 @@ struct SessionApply {
 
   Result operator()(const ShowLocalRpStatement&) const {
     LocalRpListing listing;
-    for (const FamilyWiring* family : {&session.ipv4_, &session.ipv6_}) {
+    for (const FamilyWiring* family : {&session.family(Ipkit::AddressFamily::ipv4),
+                                       &session.family(Ipkit::AddressFamily::ipv6)}) {
       for (const auto& [address, info] : family->localRpStatus()->localRpSet()) {
         listing.rps.push_back({address, info->intfId().name()});
       }
@@ -391,7 +394,7 @@ struct SessionApply {
   // The allocator keeps one reference per request: the record tallied per address gives what it
   // holds for each.
   Result operator()(const ShowAllocRequestsStatement&) const {
-    const auto& config = session.shared_.bitMapConfig;
+    const auto& config = session.pipeline_.allocRequests();
     AllocRequestTally tally{config->allocRequestCount(), config->deallocRequestCount(), {}};
     std::map<Ipkit::IpGenAddr, AllocRequestRow> rows;
     for (const auto& request : config->requests()) {
@@ -407,7 +410,8 @@ struct SessionApply {
 
   Result operator()(const ShowReviewStatement&) const {
     ReviewListing listing;
-    for (const FamilyWiring* family : {&session.ipv4_, &session.ipv6_}) {
+    for (const FamilyWiring* family : {&session.family(Ipkit::AddressFamily::ipv4),
+                                       &session.family(Ipkit::AddressFamily::ipv6)}) {
       for (const TableSource source : {TableSource::staticRp, TableSource::bsr}) {
         for (const Mode mode : {modePimSm, modePimBidir}) {
           const auto& review = family->review(hashSourceOf(source), mode);
@@ -425,7 +429,8 @@ struct SessionApply {
   // source's entry that is, and the rule's reason over the two per-source entries.
   Result operator()(const ShowRpMappingStatement& s) const {
     VrfMapping vrf{session.vrf_.string(), {}};
-    for (const FamilyWiring* family : {&session.ipv4_, &session.ipv6_}) {
+    for (const FamilyWiring* family : {&session.family(Ipkit::AddressFamily::ipv4),
+                                       &session.family(Ipkit::AddressFamily::ipv6)}) {
       if (s.af && *s.af != family->af()) continue;
       appendMapping(*family, vrf.ranges);
     }
@@ -461,11 +466,10 @@ struct SessionApply {
 namespace {
 
 // The tool runs the library in virtual time from 0: time moves only when the session says so.
-SharedInputs sharedInputsFromTimeZero() {
+VrfPipeline::Host hostFromTimeZero() {
   Kel::System::virtualTimeIs(0);
-  return SharedInputs{Kel::Ptr<RpConfig>(new RpConfig), Kel::Ptr<Kel::Clock>(new Kel::Clock),
-                      Kel::Ptr<PimAttrLogSm>(new PimAttrLogSm),
-                      Kel::Ptr<BitMapper::Config>(new BitMapper::Config)};
+  return VrfPipeline::Host{Kel::Ptr<Kel::Clock>(new Kel::Clock),
+                           Kel::Ptr<PimAttrLogSm>(new PimAttrLogSm)};
 }
 
 // Over shared tables left by an earlier run, the known groups come back before the reviews take up
@@ -480,36 +484,20 @@ bool startsMerges(const Statement& statement) {
   return isShowStatement(statement) || std::holds_alternative<RunStatement>(statement);
 }
 
-FamilyWiring::TableMaker tablesIn(const TableHome& home, Ipkit::AddressFamily af) {
-  return [home, af](HashSource source, HashKind kind, Mode mode) {
-    return rpHashTableIn(home, af, source, kind, mode);
-  };
-}
-
 }  // namespace
 
-Session::Session(const TableHome& home)
-    : home_(home),
-      shared_(sharedInputsFromTimeZero()),
-      ipv4_(Ipkit::AddressFamily::ipv4, vrf_, shared_, tablesIn(home, Ipkit::AddressFamily::ipv4)),
-      ipv6_(Ipkit::AddressFamily::ipv6, vrf_, shared_, tablesIn(home, Ipkit::AddressFamily::ipv6)) {
+Session::Session(const TableHome& home) : home_(home), pipeline_(vrf_, hostFromTimeZero(), home) {
   if (home_.kind == TableHome::Kind::process) reactorsStart();
 }
 
-void Session::reviewsStart() {
-  ipv4_.reviewsStart();
-  ipv6_.reviewsStart();
-}
-
 void Session::reactorsStart() {
-  if (ipv4_.reactorsStarted()) return;
+  if (pipeline_.started()) return;
   // Over shared tables the reviews finish redoing the per-source tables first; the merges then
   // fold them into the final tables at once, so that readers of a final table see each entry
   // change at most once, to its new value, and no answer of a configuration half replayed.
-  reviewsStart();
+  pipeline_.reviewsStart();
   if (home_.kind == TableHome::Kind::sharedWriter && clockSettles_) settle();
-  ipv4_.reactorsStart();
-  ipv6_.reactorsStart();
+  pipeline_.start();
 }
 
 void Session::finish() {
@@ -523,7 +511,9 @@ std::optional<ShowResult> Session::apply(const Statement& statement, Commit comm
   // A run ends at anything but one more rule statement of its list.
   const bool reachesLibrary = commit == Commit::eachStatement || !isRuleStatement(statement);
   if (reachesLibrary) this->commit();
-  if (home_.kind == TableHome::Kind::sharedWriter && startsReviews(statement)) reviewsStart();
+  if (home_.kind == TableHome::Kind::sharedWriter && startsReviews(statement)) {
+    pipeline_.reviewsStart();
+  }
   // Statements typed one at a time have no end to wait for: the final tables follow them from the
   // first statement that reaches the reviews.
   const bool typedChange = commit == Commit::eachStatement && startsReviews(statement);
@@ -531,7 +521,7 @@ std::optional<ShowResult> Session::apply(const Statement& statement, Commit comm
     reactorsStart();
   }
   if (clockSettles_ && isShowStatement(statement)) settle();
-  BindingWarnings watch(ipv4_);
+  BindingWarnings watch(family(Ipkit::AddressFamily::ipv4));
   if (reachesLibrary) watch.before(statement);
   auto answer = std::visit(SessionApply{*this, commit}, statement);
   if (reachesLibrary) warningsAdd(watch.after(statement));
@@ -564,7 +554,7 @@ void Session::warningsAdd(std::vector<std::string> warnings) {
 Kel::Ptr<Acl::AclSubConfig> Session::runRulesOf(const std::string& acl, bool create) {
   if (runRules_ && runAcl_ != acl) commit();
   if (runRules_) return runRules_;
-  const auto list = ipv4_.aclConfig()->acl(acl);
+  const auto list = family(Ipkit::AddressFamily::ipv4).aclConfig()->acl(acl);
   const auto current = list ? list->currCfg() : nullptr;
   // Removing a rule from a list without rules changes nothing: no run, no list.
   if (!current && !create) return nullptr;
@@ -581,7 +571,7 @@ Kel::Ptr<Acl::AclSubConfig> Session::runRulesOf(const std::string& acl, bool cre
 }
 
 void Session::settle() {
-  while (shared_.clock->runNext()) {
+  while (host().clock->runNext()) {
   }
 }
 
@@ -590,9 +580,9 @@ void Session::commit() {
   // Taken first, so that a refusal below does not leave a run to commit again.
   const auto rules = std::move(runRules_);
   runRules_ = nullptr;
-  BindingWarnings watch(ipv4_);
+  BindingWarnings watch(family(Ipkit::AddressFamily::ipv4));
   watch.listBefore(runAcl_);
-  ipv4_.aclConfig()->aclIs(runAcl_)->currCfgIs(rules);
+  family(Ipkit::AddressFamily::ipv4).aclConfig()->aclIs(runAcl_)->currCfgIs(rules);
   warningsAdd(watch.listAfter(runAcl_));
 }
 

@@ -43,12 +43,18 @@
 #include "framework/Kel/Ptr.h"
 #include "framework/L3/VrfName.h"
 #include "model/Pim/RpConfig.h"
-#include "tools/FamilyWiring.h"
+#include "pipeline/FamilyWiring.h"
+#include "pipeline/VrfPipeline.h"
 #include "tools/Results.h"
 #include "tools/SharedTables.h"
 #include "tools/Statement.h"
 
 namespace PimrpTool {
+
+using PimrpPipeline::FamilyWiring;
+using PimrpPipeline::HashKind;
+using PimrpPipeline::HashSource;
+using PimrpPipeline::VrfPipeline;
 
 // How access-list rule statements reach the list: each one at once, or collected in runs.
 enum class Commit { eachStatement, inRuns };
@@ -82,12 +88,11 @@ class Session {
 
   const TableHome& tableHome() const { return home_; }
 
-  const Kel::Ptr<Routing::Pim::RpConfig>& rpConfig() const { return shared_.rpConfig; }
-  const SharedInputs& shared() const { return shared_; }
+  const Kel::Ptr<Routing::Pim::RpConfig>& rpConfig() const { return pipeline_.rpConfig(); }
+  // The clock and the attribute log, which the tool lends the library.
+  const VrfPipeline::Host& host() const { return pipeline_.host(); }
   // REQUIRES: af is ipv4 or ipv6.
-  FamilyWiring& family(Ipkit::AddressFamily af) {
-    return af == Ipkit::AddressFamily::ipv4 ? ipv4_ : ipv6_;
-  }
+  FamilyWiring& family(Ipkit::AddressFamily af) { return pipeline_.family(af); }
   const L3::VrfName& vrf() const { return vrf_; }
   // Whether a show first settles the clock (clock settle) or only run moves time (clock manual).
   bool clockSettles() const { return clockSettles_; }
@@ -99,19 +104,13 @@ class Session {
   // from the list's current rules; null when `create` is false and the list has no rules.
   Kel::Ptr<Acl::AclSubConfig> runRulesOf(const std::string& acl, bool create);
 
-  // Starts both families' reviews, once.
-  void reviewsStart();
-  // Starts both families' reactors, once; over shared tables the reviews settle first (unless
-  // clock manual).
+  // Starts the pipeline, once; over shared tables the reviews settle first (unless clock manual).
   void reactorsStart();
   void warningsAdd(std::vector<std::string> warnings);
 
   const TableHome home_;
-  // Declared first: the families' reactors hold on to these and go before them.
-  SharedInputs shared_;
   L3::VrfName vrf_;
-  FamilyWiring ipv4_;
-  FamilyWiring ipv6_;
+  VrfPipeline pipeline_;
   // Rule identifiers are handed out once each, as the access-list agent's allocator does; 0 is
   // never used for a live rule.
   std::uint64_t nextRuleId_ = 1;

@@ -1,6 +1,6 @@
-#include "tools/FamilyWiring.h"
+#include "pipeline/FamilyWiring.h"
 
-namespace PimrpTool {
+namespace PimrpPipeline {
 
 using namespace Routing::Pim;
 
@@ -153,4 +153,4 @@ void FamilyWiring::shadowIs(bool attached) {
   }
 }
 
-}  // namespace PimrpTool
+}  // namespace PimrpPipeline
