@@ -1,23 +1,19 @@
 #pragma once
-// PimrpTool::Session: the library wired for both address families, and the statements applied
-// to it exactly as a hosting agent would change its inputs.
+// PimrpTool::Session: the library assembled as an agent assembles it (a VrfPipeline), and the
+// statements applied to it exactly as a hosting agent would change its inputs.
 //
-// Configuration statements write the library's input entities (static RP configuration,
-// access-list configuration, bootstrap candidate status, RP configuration) and let its reactors
-// do the rest; show statements ask the library (rpHashCompute, each source's doComputeRp) and read
-// its entities. The session decides nothing about RPs itself.
+// Statements that change the VRF's inputs go to its pipeline (InputWriter); shows ask the library
+// and read its entities and tables (ShowAnswers, runningConfig); the session itself keeps what the
+// tool lends the library (the clock and the attribute log), the clock mode, the runs of access-list
+// rules and the order in which the pipeline starts. It decides nothing about RPs itself.
 //
 // Invariants:
-//  1. A statement goes to the family of its addresses; access lists live in the IPv4 family.
-//  2. One RP configuration serves both families.
-//  3. Removing what is absent changes nothing and notifies nothing.
-//  4. Applied with Commit::inRuns, the rule statements of one access list that follow each other
-//     are written into a new version of the list's rules (a fresh Acl::AclSubConfig), which
-//     becomes the list's current one when a statement of another kind or list comes, or at
-//     commit(): the library refolds the list once per run, as after an operator's configuration
-//     session, instead of once per rule. Every other statement, a show included, sees the rules
-//     committed.
-//  5. The RP hash tables live where the TableHome says. In process memory the reactors run from
+//  1. Applied with Commit::inRuns, the rule statements of one access list that follow each other
+//     are written into a new version of the list's rules (AclRuleRun), which becomes the list's
+//     current one when a statement of another kind or list comes, or at commit(): the library
+//     refolds the list once per run, as after an operator's configuration session, instead of once
+//     per rule. Every other statement, a show included, sees the rules committed.
+//  2. The RP hash tables live where the TableHome says. In process memory the pipeline runs from
 //     construction. Over shared tables that this run writes, the reviews start at the first
 //     statement that is not `group` (or at finish()): the leading group statements are the groups
 //     the router still knows when it restarts, and the library's start-up passes drop the entries
@@ -30,7 +26,7 @@
 //     writes, a statement applied alone (Commit::eachStatement, as standard input applies them)
 //     starts the merges with the reviews and is followed by a settle of the clock unless the clock
 //     is manual, so that the tables' readers see what the statements so far have made of them.
-//  6. Every change that reaches the library is watched for an RP left bound to one range twice
+//  3. Every change that reaches the library is watched for an RP left bound to one range twice
 //     (BindingWarnings); what is found waits in warningsTaken().
 
 #include <cstdint>
@@ -38,13 +34,14 @@
 #include <string>
 #include <vector>
 
-#include "framework/Acl/AclSubConfig.h"
 #include "framework/Ipkit/AddressFamily.h"
 #include "framework/Kel/Ptr.h"
 #include "framework/L3/VrfName.h"
 #include "model/Pim/RpConfig.h"
 #include "pipeline/FamilyWiring.h"
 #include "pipeline/VrfPipeline.h"
+#include "tools/AclRuleRun.h"
+#include "tools/InputStatements.h"
 #include "tools/Results.h"
 #include "tools/SharedTables.h"
 #include "tools/Statement.h"
@@ -55,9 +52,6 @@ using PimrpPipeline::FamilyWiring;
 using PimrpPipeline::HashKind;
 using PimrpPipeline::HashSource;
 using PimrpPipeline::VrfPipeline;
-
-// How access-list rule statements reach the list: each one at once, or collected in runs.
-enum class Commit { eachStatement, inRuns };
 
 class Session {
  public:
@@ -76,7 +70,7 @@ class Session {
   void commit();
   // Whether applying the statement with Commit::inRuns would first commit the current run: it is
   // not one more rule statement of the run's list.
-  bool endsRun(const Statement& statement) const;
+  bool endsRun(const Statement& statement) const { return run_.endsRun(statement); }
 
   // The warnings of what was applied or committed since they were last taken (BindingWarnings:
   // an RP bound to one range twice), in the order found.
@@ -100,10 +94,6 @@ class Session {
  private:
   friend struct SessionApply;
 
-  // The rules the run of `acl` collects, ending the run of another list first and starting one
-  // from the list's current rules; null when `create` is false and the list has no rules.
-  Kel::Ptr<Acl::AclSubConfig> runRulesOf(const std::string& acl, bool create);
-
   // Starts the pipeline, once; over shared tables the reviews settle first (unless clock manual).
   void reactorsStart();
   void warningsAdd(std::vector<std::string> warnings);
@@ -111,14 +101,9 @@ class Session {
   const TableHome home_;
   L3::VrfName vrf_;
   VrfPipeline pipeline_;
-  // Rule identifiers are handed out once each, as the access-list agent's allocator does; 0 is
-  // never used for a live rule.
-  std::uint64_t nextRuleId_ = 1;
-  // The run being collected: the list's name and its next rules; null rules when none.
-  std::string runAcl_;
   // Whether a show first settles the clock (clock settle) or only run moves time (clock manual).
   bool clockSettles_ = true;
-  Kel::Ptr<Acl::AclSubConfig> runRules_;
+  AclRuleRun run_;
   std::vector<std::string> warnings_;
 };
 

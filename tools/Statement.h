@@ -220,20 +220,19 @@ using Statement =
                  ShowLocalRpStatement, ShowGroupFilterStatement, ShowAllocRequestsStatement,
                  ShowReviewStatement, ShowRpMappingStatement, ShowConfigStatement>;
 
+// Whether a statement of type S only asks (a show).
+template <class S>
+constexpr bool kIsShowStatement =
+    std::is_same_v<S, ShowRpStatement> || std::is_same_v<S, ShowCandidatesStatement> ||
+    std::is_same_v<S, ShowAclStatement> || std::is_same_v<S, ShowRpHashStatement> ||
+    std::is_same_v<S, ShowLocalRpStatement> || std::is_same_v<S, ShowGroupFilterStatement> ||
+    std::is_same_v<S, ShowAllocRequestsStatement> || std::is_same_v<S, ShowReviewStatement> ||
+    std::is_same_v<S, ShowRpMappingStatement> || std::is_same_v<S, ShowConfigStatement>;
+
 // Whether the statement only asks (a show).
 inline bool isShowStatement(const Statement& statement) {
-  return std::visit(
-      [](const auto& s) {
-        using S = std::decay_t<decltype(s)>;
-        return std::is_same_v<S, ShowRpStatement> || std::is_same_v<S, ShowCandidatesStatement> ||
-               std::is_same_v<S, ShowAclStatement> || std::is_same_v<S, ShowRpHashStatement> ||
-               std::is_same_v<S, ShowLocalRpStatement> ||
-               std::is_same_v<S, ShowGroupFilterStatement> ||
-               std::is_same_v<S, ShowAllocRequestsStatement> ||
-               std::is_same_v<S, ShowReviewStatement> || std::is_same_v<S, ShowRpMappingStatement> ||
-               std::is_same_v<S, ShowConfigStatement>;
-      },
-      statement);
+  return std::visit([](const auto& s) { return kIsShowStatement<std::decay_t<decltype(s)>>; },
+                    statement);
 }
 
 // Whether the statement edits the rules of an access list (and so may join a run of them).
