@@ -22,8 +22,9 @@
 // per-source tables before the merges take up the final tables that other processes read.
 //
 // Invariants:
-//  1. The static candidate reactor always watches the current static configuration and the
-//     access-list configuration; it is the only writer of the static status.
+//  1. The static candidate reactor watches the family's static configuration (of the VRF it was
+//     created for) and access-list configuration from construction on; it is the only writer of
+//     the static status.
 //  2. The agent writes the bootstrap status, the known groups and the route shadow itself, as the
 //     bootstrap machinery, the group table and the unicast routing agent do.
 //  3. Every table is written by exactly one reactor; the agent only reads them. Before
@@ -103,11 +104,6 @@ class FamilyWiring {
 
   Ipkit::AddressFamily af() const { return af_; }
 
-  // Replaces the static configuration by an empty one of another VRF and rewires the static
-  // candidate reactor to it.
-  // REQUIRES: the static configuration holds no RP (its VRF is fixed while it serves any).
-  void vrfIs(const L3::VrfName& vrf);
-
   const Kel::Ptr<Routing::Pim::Static::RpConfig>& staticConfig() const { return staticConfig_; }
   // The static candidate reactor, whose per-list state tells which ranges each list gives.
   const Kel::Ptr<Routing::Pim::Static::RpCandidateSm>& staticReactor() const {
@@ -156,12 +152,12 @@ class FamilyWiring {
  private:
   const Ipkit::AddressFamily af_;
   const SharedInputs shared_;
-  Kel::Ptr<Routing::Pim::Static::RpConfig> staticConfig_;
+  const Kel::Ptr<Routing::Pim::Static::RpConfig> staticConfig_;
   const Kel::Ptr<Acl::AclTypeConfig> aclConfig_;
   const Kel::Ptr<Routing::Pim::RpCandidateStatus> staticStatus_;
   const Kel::Ptr<Routing::Pim::RpCandidateStatus> bsrStatus_;
   const Kel::Ptr<Routing::Pim::GroupStatus> groups_;
-  Kel::Ptr<Routing::Pim::Static::RpCandidateSm> staticReactor_;
+  const Kel::Ptr<Routing::Pim::Static::RpCandidateSm> staticReactor_;
   // [source: static, bsr, final][kind: groups, prefixes][mode: sparse, bidir]
   std::array<std::array<std::array<Kel::Ptr<Routing::Pim::RpHashStatus>, kTableModes>, 2>, 3>
       tables_;

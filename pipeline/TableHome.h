@@ -82,4 +82,14 @@ struct TableRemoval {
 std::vector<TableRemoval> sharedTablesUnlink(const std::string& name,
                                              const L3::VrfName& vrf = L3::VrfName());
 
+// The VRFs other than "default" that have a segment of some table under `name` in shared memory
+// (as the system lists its shared-memory objects, in /dev/shm), in name order. A name N.vrf.V.R
+// is also what the default VRF's table R of the common name "N.vrf.V" is called: such tables are
+// found here too.
+std::vector<L3::VrfName> sharedTableVrfs(const std::string& name);
+
+// Removes every table of every VRF under `name`: the default VRF's, then those of each VRF that
+// sharedTableVrfs() finds; what was done, in that order.
+std::vector<TableRemoval> sharedTablesUnlinkAll(const std::string& name);
+
 }  // namespace PimrpPipeline

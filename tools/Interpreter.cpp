@@ -166,6 +166,10 @@ bool Interpreter::doApply(const std::string& name, std::size_t line, const State
     doReport(name, line, damagedTableMessage(damage));
     failure_ = kExitBadScript;
     return false;
+  } catch (const TablesUnavailable& refusal) {
+    doReport(name, line, refusal.what());
+    failure_ = kExitBadScript;
+    return false;
   } catch (const Kel::Exception& refusal) {
     doReport(name, line, std::string("internal error: ") + refusal.what());
     failure_ = kExitInternal;

@@ -24,13 +24,13 @@
 // lines read alone; those about the library's state are not printed, since nothing was applied.
 //
 // Invariants:
-//  1. One Validator judges everything this interpreter runs, so rules about order (vrf before
-//     the first rp-address) and the count of known groups hold across scripts and streams run
-//     one after the other.
+//  1. One Validator judges everything this interpreter runs, so what it records (the VRFs opened,
+//     the section a statement stands in, the count of known groups) holds across scripts and
+//     streams run one after the other.
 //  2. A refusal by the library while applying an accepted statement means the checks missed
 //     something: it is reported as an internal error and running stops (kExitInternal). A shared
-//     table found damaged is bad input instead: reported naming the table, and running stops
-//     (kExitBadScript).
+//     table found damaged, or a VRF's shared tables that cannot be attached, is bad input
+//     instead: reported naming the tables, and running stops (kExitBadScript).
 
 #include <cstddef>
 #include <cstdint>
@@ -92,10 +92,7 @@ class Interpreter {
       : session_(session),
         output_(output),
         diagnostics_(diagnostics),
-        validator_(session.tableHome().kind == TableHome::Kind::sharedReader
-                       ? session.tableHome().name
-                       : "",
-                   maxGroups) {}
+        validator_(Validator::forTables(session.tableHome(), maxGroups)) {}
 
   int runScript(const std::string& name, const std::string& text);
   int runScript(const std::string& name, const LineSource& nextLine);

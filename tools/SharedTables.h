@@ -19,7 +19,7 @@
 namespace PimrpTool {
 
 using PimrpPipeline::sharedTableNames;
-using PimrpPipeline::sharedTablesUnlink;
+using PimrpPipeline::sharedTablesUnlinkAll;
 using PimrpPipeline::TableHome;
 using PimrpPipeline::TableRemoval;
 

@@ -170,17 +170,20 @@ struct ShowRpStatement {
   Address group;
   Routing::Pim::Mode mode = Routing::Pim::modePimNone;  // none: any mode
   std::optional<Address> join;
-  bool detail = false;  // also explain each source's choice
+  bool detail = false;             // also explain each source's choice
+  std::optional<std::string> vrf;  // `vrf NAME` at the end; absent: the VRF of the section
 };
 
 enum class CandidateSource { staticConfig, bootstrap };
 
 struct ShowCandidatesStatement {
   CandidateSource source = CandidateSource::staticConfig;
+  std::optional<std::string> vrf;  // `vrf NAME` at the end; absent: the VRF of the section
 };
 
 struct ShowAclStatement {
   std::string acl;
+  std::optional<std::string> vrf;  // `vrf NAME` at the end; absent: the VRF of the section
 };
 
 enum class TableSource { final, staticRp, bsr };
@@ -191,24 +194,35 @@ struct ShowRpHashStatement {
   TableKind kind = TableKind::groups;
   Routing::Pim::Mode mode = Routing::Pim::modePimSm;
   std::optional<Ipkit::AddressFamily> af;  // absent: both families
+  std::optional<std::string> vrf;          // `vrf NAME` at the end; absent: the VRF of the section
 };
 
-struct ShowLocalRpStatement {};
+struct ShowLocalRpStatement {
+  std::optional<std::string> vrf;  // `vrf NAME` at the end; absent: the VRF of the section
+};
 
 struct ShowGroupFilterStatement {
   Address group;
+  std::optional<std::string> vrf;  // `vrf NAME` at the end; absent: the VRF of the section
 };
 
-struct ShowAllocRequestsStatement {};
+struct ShowAllocRequestsStatement {
+  std::optional<std::string> vrf;  // `vrf NAME` at the end; absent: the VRF of the section
+};
 
-struct ShowReviewStatement {};
+struct ShowReviewStatement {
+  std::optional<std::string> vrf;  // `vrf NAME` at the end; absent: the VRF of the section
+};
 
 struct ShowRpMappingStatement {
   std::optional<Ipkit::AddressFamily> af;  // absent: both families
+  std::optional<std::string> vrf;          // `vrf NAME` at the end; absent: the VRF of the section
 };
 
 // The running configuration, as the statements that rebuild it.
-struct ShowConfigStatement {};
+struct ShowConfigStatement {
+  std::optional<std::string> vrf;  // `vrf NAME` at the end; absent: the VRF of the section
+};
 
 using Statement =
     std::variant<VrfStatement, RpGroupStatement, RpAclStatement, RpModeStatement,

@@ -49,6 +49,11 @@ const Kel::Ptr<RpHashStatus>& table(VrfPipeline& pipeline, HashSource source, Ha
   return pipeline.family(AddressFamily::ipv4).table(source, kind, modePimSm);
 }
 
+// The RP of the entry of `key` (a group's host prefix or a range) in an IPv4 sparse table.
+IpGenAddr rpIn(VrfPipeline& pipeline, HashSource source, HashKind kind, const std::string& key) {
+  return table(pipeline, source, kind)->rpHash(IpGenPrefix(key)).address();
+}
+
 TEST(VrfPipeline, Construction_StaticConfigurationNamedAfterTheVrf) {
   VrfPipeline pipeline(L3::VrfName("red"), virtualHost());
   EXPECT_EQ(pipeline.vrf(), L3::VrfName("red"));
@@ -84,9 +89,7 @@ TEST(VrfPipeline, ReviewsStart_WritesThePerSourceTablesOnlyUntilStart) {
   settle(host);
   EXPECT_TRUE(pipeline.reviewsStarted());
   EXPECT_FALSE(pipeline.started());
-  EXPECT_EQ(table(pipeline, HashSource::staticRp, HashKind::groups)
-                ->rpHash(IpGenPrefix("239.1.1.1/32"))
-                .address(),
+  EXPECT_EQ(rpIn(pipeline, HashSource::staticRp, HashKind::groups, "239.1.1.1/32"),
             IpGenAddr("10.0.0.1"));
   EXPECT_EQ(table(pipeline, HashSource::final, HashKind::groups)->rpHashs(), 0u);
   EXPECT_FALSE(pipeline.family(AddressFamily::ipv4).compute(modePimSm));
@@ -103,13 +106,9 @@ TEST(VrfPipeline, Start_MergesIntoTheFinalTablesAndAnswers) {
   settle(host);
   EXPECT_TRUE(pipeline.reviewsStarted());
   EXPECT_TRUE(pipeline.started());
-  EXPECT_EQ(table(pipeline, HashSource::final, HashKind::groups)
-                ->rpHash(IpGenPrefix("239.1.1.1/32"))
-                .address(),
+  EXPECT_EQ(rpIn(pipeline, HashSource::final, HashKind::groups, "239.1.1.1/32"),
             IpGenAddr("10.0.0.1"));
-  EXPECT_EQ(table(pipeline, HashSource::final, HashKind::prefixes)
-                ->rpHash(IpGenPrefix("239.0.0.0/8"))
-                .address(),
+  EXPECT_EQ(rpIn(pipeline, HashSource::final, HashKind::prefixes, "239.0.0.0/8"),
             IpGenAddr("10.0.0.1"));
   const auto& family = pipeline.family(AddressFamily::ipv4);
   EXPECT_EQ(family.compute(modePimSm)->rpHashCompute(IpGenAddr("239.9.9.9"), IpGenAddr()),
@@ -132,17 +131,14 @@ TEST(VrfPipeline, RangeConfiguredBeforeReviewsStart_RangeEntryWithoutRp) {
   groupIs(pipeline, "239.1.1.1");
   pipeline.start();
   settle(host);
-  EXPECT_EQ(table(pipeline, HashSource::final, HashKind::groups)
-                ->rpHash(IpGenPrefix("239.1.1.1/32"))
-                .address(),
+  EXPECT_EQ(rpIn(pipeline, HashSource::final, HashKind::groups, "239.1.1.1/32"),
             IpGenAddr("10.0.0.1"));
-  EXPECT_EQ(table(pipeline, HashSource::staticRp, HashKind::prefixes)
-                ->rpHash(IpGenPrefix("239.0.0.0/8"))
-                .address(),
-            IpGenAddr());
+  EXPECT_EQ(rpIn(pipeline, HashSource::staticRp, HashKind::prefixes, "239.0.0.0/8"), IpGenAddr());
 }
 
-TEST(VrfPipeline, Wiring_EveryReaderOverTheVrfsOwnStatusesAndTables) {
+// Which table each reader reads is pinned by the tool's session tests; here, that every reader
+// takes the VRF's own configuration and statuses.
+TEST(VrfPipeline, Wiring_EveryReaderOverTheVrfsOwnConfigurationAndStatuses) {
   VrfPipeline pipeline(L3::VrfName(), virtualHost());
   pipeline.start();
   for (const auto af : {AddressFamily::ipv4, AddressFamily::ipv6}) {
@@ -152,15 +148,8 @@ TEST(VrfPipeline, Wiring_EveryReaderOverTheVrfsOwnStatusesAndTables) {
       EXPECT_EQ(family.compute(mode)->bsrRpSet(), family.bsrStatus());
       EXPECT_EQ(family.compute(mode)->rpConfig(), pipeline.rpConfig());
     }
-    for (const Mode mode : {modePimSm, modePimBidir}) {
-      EXPECT_EQ(family.compute(mode)->rpHashStatus(),
-                family.table(HashSource::final, HashKind::groups, mode));
-      for (const HashSource source : {HashSource::staticRp, HashSource::bsr}) {
-        EXPECT_EQ(family.review(source, mode)->rpHashStatus(),
-                  family.table(source, HashKind::groups, mode));
-        EXPECT_EQ(family.review(source, mode)->groupMrt(), family.groups());
-        EXPECT_EQ(family.review(source, mode)->rpConfig(), pipeline.rpConfig());
-      }
+    for (const HashSource source : {HashSource::staticRp, HashSource::bsr}) {
+      EXPECT_EQ(family.review(source, modePimBidir)->rpConfig(), pipeline.rpConfig());
     }
   }
 }
@@ -221,9 +210,7 @@ TEST(VrfPipeline, SharedWriter_TablesNamedAfterTheVrfAndKeptForReaders) {
   }
   // The writer is gone; its tables stay as it left them.
   VrfPipeline reader(red, host, TableHome(TableHome::Kind::sharedReader, tables.name()));
-  EXPECT_EQ(table(reader, HashSource::final, HashKind::groups)
-                ->rpHash(IpGenPrefix("239.1.1.1/32"))
-                .address(),
+  EXPECT_EQ(rpIn(reader, HashSource::final, HashKind::groups, "239.1.1.1/32"),
             IpGenAddr("10.0.0.1"));
 }
 
