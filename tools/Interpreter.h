@@ -112,12 +112,14 @@ class Interpreter {
   void doReport(const std::string& name, std::size_t line, const std::string& message);
   // Prints the warnings the session found since they were last taken, and `more`.
   void doWarn(const std::string& name, std::size_t line, const std::vector<std::string>& more);
-  // False when the library refused the statement or found a table damaged (reported; failure_
-  // then holds the exit status).
+  // Runs a change of the session; false when the library refused it, found a table damaged or
+  // could not attach a VRF's tables (reported at `line`; failure_ then holds the exit status).
+  bool doGuarded(const std::string& name, std::size_t line, const std::function<void()>& change);
+  // False when the statement could not be applied (doGuarded).
   bool doApply(const std::string& name, std::size_t line, const Statement& statement,
                Commit commit);
-  // Commits the run of rules that a script's last statements collected; false when the library
-  // refused it or found a table damaged, as doApply. Reported, with the run's warnings, at
+  // Commits the run of rules that a script's last statements collected; false when it could not
+  // be committed, as doApply. Reported, with the run's warnings, at
   // `line`, the run's last rule.
   bool doCommit(const std::string& name, std::size_t line);
 
