@@ -207,9 +207,9 @@ std::optional<ShowResult> Session::apply(const Statement& statement, Commit comm
   inUse_.insert(vrf.vrf());
   const bool writer = home_.kind == TableHome::Kind::sharedWriter;
   if (writer && startsReviews(statement)) vrf.reviewsStart();
-  // Statements typed one at a time have no end to wait for: the final tables follow them from the
-  // first statement that reaches the reviews.
   if (writer && startsMerges(statement)) reactorsStart(pipelinesInUse());
+  // Statements typed one at a time have no end to wait for: a VRF's final tables follow them from
+  // the first statement that reaches its reviews.
   if (writer && commit == Commit::eachStatement && startsReviews(statement)) {
     reactorsStart({&vrf});
   }
