@@ -177,7 +177,7 @@ struct VrfMapping {
   std::vector<MappingRange> ranges;
 };
 
-// show rp mapping: per VRF (the session's one today), every range.
+// show rp mapping: per VRF (every VRF in use, or the one named), every range.
 struct RpMapping {
   std::optional<Ipkit::AddressFamily> af;  // absent: both families
   std::vector<VrfMapping> vrfs;
@@ -200,7 +200,6 @@ struct ConfigListing {
 
 using ShowResult =
     std::variant<RpAnswer, CandidateListing, AclListing, RpHashListing, LocalRpListing,
-                 GroupFilterAnswer, AllocRequestTally, ReviewListing, RpMapping,
-                 ConfigListing>;
+                 GroupFilterAnswer, AllocRequestTally, ReviewListing, RpMapping, ConfigListing>;
 
 }  // namespace PimrpTool

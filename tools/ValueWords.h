@@ -61,8 +61,10 @@ Prefix takeGroupAddressOrRange(WordCursor& cursor, const std::string& what);
 Seconds takeSeconds(WordCursor& cursor, const std::string& what);
 // Decimal digits only; the value saturates far above any range of the language.
 Number takeNumber(WordCursor& cursor, const std::string& what);
-// Letters, digits, '_', '-' and '.', at most maxLength of them.
-std::string takeName(WordCursor& cursor, const std::string& what, std::size_t maxLength);
+// Letters, digits and the characters of `punctuation` ('_', '-' and '.' unless told otherwise), at
+// most maxLength of them.
+std::string takeName(WordCursor& cursor, const std::string& what, std::size_t maxLength,
+                     const std::string& punctuation = "_-.");
 // "sparse" or "bidir".
 Routing::Pim::Mode takeMode(WordCursor& cursor);
 

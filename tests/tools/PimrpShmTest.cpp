@@ -863,3 +863,93 @@ TEST_F(PimrpShm, GenerationMissing_ReaderSaysSo_WriterStartsThatTableAfresh) {
   EXPECT_EQ(after.out, kOneGroupAnswer);
   EXPECT_EQ(after.status, 0);
 }
+
+namespace {
+
+// Two VRFs: the default one and red, each with its own RP for the same group.
+const char kTwoVrfs[] =
+    "group 239.1.1.1\n"
+    "rp-address 10.0.0.1 group 239.0.0.0/8\n"
+    "vrf red\n"
+    "group 239.1.1.1\n"
+    "rp-address 10.2.0.1 group 239.0.0.0/8\n"
+    "show rp-hash final groups mode sparse vrf default\n"
+    "show rp-hash final groups mode sparse\n";
+
+std::string finalGroupsAnswer(const std::string& rp) {
+  return "rp-hash final groups mode sparse\n"
+         "  prefix        rp        priority  hashmask  override  mode\n"
+         "  239.1.1.1/32  " +
+         rp + "  0         30        no        sparse\n";
+}
+
+TEST_F(PimrpShm, Vrfs_EachVrfsTablesUnderItsOwnNames_ReadByName_UnlinkedTogether) {
+  const PimrpResult run = runPimrp({"--shm", name_, script("vrfs.pimrp", kTwoVrfs)});
+  EXPECT_EQ(run.out, finalGroupsAnswer("10.0.0.1") + "\n" + finalGroupsAnswer("10.2.0.1"));
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+  std::vector<std::string> tables = PimrpTool::sharedTableNames(name_);
+  for (const std::string& table : PimrpTool::sharedTableNames(name_, L3::VrfName("red"))) {
+    tables.push_back(table);
+  }
+  std::vector<std::string> expected;
+  for (const std::string& table : tables) {
+    expected.push_back(table);
+    expected.push_back(table + ".g1");
+    expected.push_back(table + ".lock");
+  }
+  std::sort(expected.begin(), expected.end());
+  EXPECT_EQ(segments(), expected);
+  const PimrpResult read = runPimrp(
+      {"--attach", name_, "-"},
+      "show rp-hash final groups mode sparse vrf red\nshow rp-hash final groups mode sparse\n");
+  EXPECT_EQ(read.out, finalGroupsAnswer("10.2.0.1") + "\n" + finalGroupsAnswer("10.0.0.1"));
+  EXPECT_EQ(read.status, 0);
+  const PimrpResult removed = runPimrp({"--shm", name_, "--unlink"});
+  std::string listing;
+  for (const std::string& table : tables) listing += "removed " + table + "\n";
+  EXPECT_EQ(removed.out, listing);
+  EXPECT_EQ(removed.status, 0);
+  EXPECT_EQ(segments(), std::vector<std::string>());
+}
+
+TEST_F(PimrpShm, Attach_VrfWithoutTables_ErrorAtItsLine_NothingAfterIt) {
+  ASSERT_EQ(runPimrp({"--shm", name_, script("vrfs.pimrp", kTwoVrfs)}).status, 0);
+  const std::string reader = script(
+      "reader.pimrp",
+      "show rp-hash final groups mode sparse vrf blue\nshow rp-hash final groups mode sparse\n");
+  const PimrpResult read = runPimrp({"--attach", name_, reader});
+  EXPECT_EQ(read.out, "");
+  EXPECT_EQ(read.err, reader + ":1: error: cannot attach the shared tables '" + name_ +
+                          "' of VRF 'blue': MirraMap::attach() table " + name_ +
+                          ".vrf.blue.ipv4.sparse.static.groups does not exist\n");
+  EXPECT_EQ(read.status, 2);
+}
+
+// The tables of VRF red under NAME are those of the default VRF under NAME.vrf.red: a writer of
+// either keeps the other from them.
+TEST_F(PimrpShm, Vrf_TablesWithAnotherWriter_ScriptAppliesNothing_StreamStopsAtTheVrf) {
+  PimrpProcess writer({"--shm", name_ + ".vrf.red", "-"});
+  ASSERT_TRUE(writer.started());
+  writer.write(kWriterScript);
+  ASSERT_TRUE(writer.readOutputUntil(kWriterAnswer));
+  // A script attaches the tables of every VRF it opens before it applies anything.
+  const PimrpResult run = runPimrp({"--shm", name_, script("second.pimrp", kTwoVrfs)});
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err, "pimrp: cannot attach the shared tables '" + name_ +
+                         "' of VRF 'red': MirraMap::attach() table " + name_ +
+                         ".vrf.red.ipv4.sparse.static.groups already has a writer\n");
+  EXPECT_EQ(run.status, 2);
+  const PimrpResult read =
+      runPimrp({"--attach", name_, "-"}, "show rp-hash final groups mode sparse\n");
+  EXPECT_EQ(read.out, "rp-hash final groups mode sparse: none\n");
+  // Typed one at a time, the vrf statement is where the tables are attached.
+  const PimrpResult typed = runPimrp({"--shm", name_, "-"}, kTwoVrfs);
+  EXPECT_EQ(typed.err, "-:3: error: cannot attach the shared tables '" + name_ +
+                           "' of VRF 'red': MirraMap::attach() table " + name_ +
+                           ".vrf.red.ipv4.sparse.static.groups already has a writer\n");
+  EXPECT_EQ(typed.status, 2);
+  EXPECT_EQ(writer.wait().status, 0);
+}
+
+}  // namespace

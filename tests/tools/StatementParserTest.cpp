@@ -144,6 +144,48 @@ TEST(StatementParser, ShowRpMapping_ReadsAnOptionalFamily) {
   EXPECT_EQ(refusalOf("show rp mapping ipv4 x"), "unexpected 'x' after 'show rp mapping ipv4'");
 }
 
+TEST(StatementParser, Vrf_ReadsANameOfLettersDigitsUnderscoreAndDash) {
+  EXPECT_EQ(statementAs<VrfStatement>("vrf Red_2-b").name, "Red_2-b");
+  EXPECT_EQ(refusalOf("vrf a.b"), "invalid VRF name 'a.b': use letters, digits, '_' and '-'");
+  EXPECT_EQ(refusalOf("vrf a/b"), "invalid VRF name 'a/b': use letters, digits, '_' and '-'");
+  EXPECT_EQ(refusalOf("vrf"), "missing VRF name after 'vrf'");
+  EXPECT_EQ(refusalOf("vrf red blue"), "unexpected 'blue' after 'vrf red'");
+}
+
+TEST(StatementParser, EveryShow_TakesATrailingVrf) {
+  EXPECT_EQ(statementAs<ShowRpStatement>("show rp 239.1.1.1 mode sparse vrf red").vrf, "red");
+  EXPECT_EQ(statementAs<ShowRpStatement>("show rp 239.1.1.1 vrf red detail").vrf, "red");
+  EXPECT_EQ(statementAs<ShowCandidatesStatement>("show candidates bsr vrf red").vrf, "red");
+  EXPECT_EQ(statementAs<ShowAclStatement>("show acl vrf vrf red").acl, "vrf");
+  EXPECT_EQ(statementAs<ShowAclStatement>("show acl vrf vrf red").vrf, "red");
+  EXPECT_EQ(statementAs<ShowRpHashStatement>("show rp-hash final groups mode sparse vrf red").vrf,
+            "red");
+  const auto table =
+      statementAs<ShowRpHashStatement>("show rp-hash bsr prefixes mode bidir ipv6 vrf red");
+  EXPECT_EQ(table.af, Ipkit::AddressFamily::ipv6);
+  EXPECT_EQ(table.vrf, "red");
+  EXPECT_EQ(statementAs<ShowLocalRpStatement>("show local-rp vrf red").vrf, "red");
+  EXPECT_EQ(statementAs<ShowGroupFilterStatement>("show group-filter 239.1.1.1 vrf red").vrf,
+            "red");
+  EXPECT_EQ(statementAs<ShowAllocRequestsStatement>("show alloc-requests vrf red").vrf, "red");
+  EXPECT_EQ(statementAs<ShowReviewStatement>("show review vrf red").vrf, "red");
+  EXPECT_EQ(statementAs<ShowRpMappingStatement>("show rp mapping vrf red").vrf, "red");
+  EXPECT_EQ(statementAs<ShowRpMappingStatement>("show rp mapping ipv4 vrf red").af,
+            Ipkit::AddressFamily::ipv4);
+  EXPECT_EQ(statementAs<ShowConfigStatement>("show config vrf red").vrf, "red");
+  EXPECT_FALSE(statementAs<ShowConfigStatement>("show config").vrf);
+}
+
+TEST(StatementParser, TrailingVrf_RefusedWhereItIsNotLast) {
+  EXPECT_EQ(refusalOf("show config vrf red ipv4"), "unexpected 'ipv4' after 'show config vrf red'");
+  EXPECT_EQ(refusalOf("show rp mapping vrf red ipv4"),
+            "unexpected 'ipv4' after 'show rp mapping vrf red'");
+  EXPECT_EQ(refusalOf("show review vrf"), "missing VRF name after 'show review vrf'");
+  EXPECT_EQ(refusalOf("show rp 239.1.1.1 vrf red vrf blue"), "'vrf' given twice");
+  EXPECT_EQ(refusalOf("show local-rp vrf a.b"),
+            "invalid VRF name 'a.b': use letters, digits, '_' and '-'");
+}
+
 TEST(StatementParser, RpHashAlgorithm_ReadsBothNames) {
   EXPECT_EQ(statementAs<RpHashAlgorithmStatement>("rp-hash-algorithm modulo").algorithm,
             Routing::Pim::rpHashAlgorithmModulo);

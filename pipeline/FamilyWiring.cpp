@@ -1,6 +1,6 @@
-#include "tools/FamilyWiring.h"
+#include "pipeline/FamilyWiring.h"
 
-namespace PimrpTool {
+namespace PimrpPipeline {
 
 using namespace Routing::Pim;
 
@@ -38,11 +38,11 @@ FamilyWiring::FamilyWiring(Ipkit::AddressFamily af, const L3::VrfName& vrf,
       staticStatus_(new RpCandidateStatus),
       bsrStatus_(new RpCandidateStatus),
       groups_(new GroupStatus),
+      staticReactor_(Static::rpCandidateSmFactory(staticConfig_, aclConfig_, staticStatus_)),
       anyModeTable_(new RpHashStatus),
       localRpStatus_(new RpLocalStatus) {
   // The bootstrap machinery marks the status it writes, as the static reactor marks its own.
   bsrStatus_->rpSetTypeIs(rpTypeBsr);
-  staticReactor_ = Static::rpCandidateSmFactory(staticConfig_, aclConfig_, staticStatus_);
   for (const HashSource source : {HashSource::staticRp, HashSource::bsr, HashSource::final}) {
     for (const HashKind kind : {HashKind::groups, HashKind::prefixes}) {
       for (const Mode mode : {modePimSm, modePimBidir}) {
@@ -111,15 +111,6 @@ const Kel::Ptr<RpHashIntermediateSm>& FamilyWiring::review(HashSource source, Mo
   return reviews_[sourceIndex(source)][tableModeIndex(mode)];
 }
 
-void FamilyWiring::vrfIs(const L3::VrfName& vrf) {
-  if (vrf == staticConfig_->vrfName()) return;
-  // Detach the reactor from the old configuration before it watches the new one, so that the
-  // static status never has two writers.
-  staticReactor_ = nullptr;
-  staticConfig_ = Kel::Ptr<Static::RpConfig>(new Static::RpConfig(vrf));
-  staticReactor_ = Static::rpCandidateSmFactory(staticConfig_, aclConfig_, staticStatus_);
-}
-
 void FamilyWiring::routeIs(const Ipkit::IpGenPrefix& prefix, std::uint32_t type,
                            const std::vector<Routing::ShadowFib::ViaEntry>& vias) {
   if (shadow4_) {
@@ -153,4 +144,4 @@ void FamilyWiring::shadowIs(bool attached) {
   }
 }
 
-}  // namespace PimrpTool
+}  // namespace PimrpPipeline
