@@ -5,10 +5,14 @@
 
 #include <grp.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <functional>
 #include <string>
 #include <utility>
@@ -92,12 +96,29 @@ class ChildProcess {
 constexpr uid_t kOtherUser = 65534;
 constexpr gid_t kOtherGroup = 65534;
 
-// Why this process cannot act as another user ("" when it can: it runs as root). A test that needs
-// another user skips with this reason.
+// Why this process cannot act as another user ("" when it can). A test that needs another user
+// skips with this reason. It needs root, to become that user, and /dev/shm as systems set it up:
+// open to every user and sticky (mode 1777), since the tests have the other user make segments
+// there and count on it being unable to remove root's. A bare chroot that binds only the host's
+// /dev sees the directory under the host's /dev/shm mount instead, with whatever mode that has.
 inline std::string otherUserUnavailable() {
-  return geteuid() == 0 ? ""
-                        : "acting as another user needs root, and this test runs as uid " +
-                              std::to_string(geteuid());
+  if (geteuid() != 0) {
+    return "acting as another user needs root, and this test runs as uid " +
+           std::to_string(geteuid());
+  }
+  struct stat shm {};
+  if (stat("/dev/shm", &shm) != 0) {
+    return std::string("acting as another user needs /dev/shm, and it cannot be read: ") +
+           std::strerror(errno);
+  }
+  constexpr mode_t kEveryoneAndSticky = S_IWOTH | S_ISVTX;
+  if ((shm.st_mode & kEveryoneAndSticky) != kEveryoneAndSticky) {
+    char mode[8];
+    std::snprintf(mode, sizeof mode, "%04o", static_cast<unsigned>(shm.st_mode & 07777));
+    return std::string("acting as another user needs /dev/shm open to every user and sticky ") +
+           "(mode 1777), and here its mode is " + mode;
+  }
+  return "";
 }
 
 // In a child: gives up root for kOtherUser for good; false when that fails.

@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -163,6 +164,24 @@ inline PimrpResult runPimrp(const std::vector<std::string>& args, const std::str
   PimrpProcess process(args, user);
   process.write(input);
   return process.wait();
+}
+
+// Why a test cannot run pimrp as the other user ("" when it can): besides what acting as that user
+// needs, the user must reach the binary, and a build under a directory closed to others (such as
+// /root) is out of its reach.
+inline std::string otherUserCannotRunPimrp() {
+  const std::string why = TestProcesses::otherUserUnavailable();
+  if (!why.empty()) return why;
+  constexpr int kCannotBecome = 255;
+  TestProcesses::ChildProcess probe = TestProcesses::ChildProcess::run([] {
+    if (!TestProcesses::becomeOtherUser()) return kCannotBecome;
+    return access(PIMRP_BINARY, X_OK) == 0 ? 0 : errno;
+  });
+  const int refusal = probe.wait();
+  if (refusal == 0) return "";
+  if (refusal == kCannotBecome) return "this test cannot become the other user (nobody)";
+  return std::string("nobody cannot run " PIMRP_BINARY ": ") +
+         (refusal > 0 ? std::strerror(refusal) : "the probe ended abnormally");
 }
 
 }  // namespace ToolTest

@@ -637,15 +637,16 @@ const char kOneGroupAnswer[] =
     "  prefix        rp        priority  hashmask  override  mode\n"
     "  239.1.1.1/32  10.0.0.1  0         30        no        sparse\n";
 
-// Tests that need another user than root skip, saying why, when the tests do not run as root.
-#define SKIP_UNLESS_ROOT()                                         \
-  do {                                                             \
-    const std::string why = TestProcesses::otherUserUnavailable(); \
-    if (!why.empty()) GTEST_SKIP() << why;                         \
+// Tests that need another user than root skip, saying why, where they cannot have one (see
+// otherUserUnavailable() and otherUserCannotRunPimrp()).
+#define SKIP_UNLESS_EMPTY(reason)          \
+  do {                                     \
+    const std::string why = (reason);      \
+    if (!why.empty()) GTEST_SKIP() << why; \
   } while (false)
 
 TEST_F(PimrpShm, Unlink_WithoutPermission_EachSegmentReported_NothingRemoved_ExitOne) {
-  SKIP_UNLESS_ROOT();
+  SKIP_UNLESS_EMPTY(ToolTest::otherUserCannotRunPimrp());
   ASSERT_EQ(runPimrp({"--shm", name_, script("one.pimrp", kOneGroup)}).status, 0);
   const std::vector<std::string> before = segments();
   const PimrpResult run = runPimrp({"--shm", name_, "--unlink"}, "", ToolTest::RunAs::otherUser);
@@ -663,7 +664,7 @@ TEST_F(PimrpShm, Unlink_WithoutPermission_EachSegmentReported_NothingRemoved_Exi
 }
 
 TEST_F(PimrpShm, TablesOfAnotherUser_WriterRefusesNamingSegmentAndOwner) {
-  SKIP_UNLESS_ROOT();
+  SKIP_UNLESS_EMPTY(ToolTest::otherUserCannotRunPimrp());
   ASSERT_EQ(runPimrp({"--shm", name_, "-"}, kOneGroup, ToolTest::RunAs::otherUser).status, 0);
   const PimrpResult run = runPimrp({"--shm", name_, script("two.pimrp", "group 239.2.2.2\n")});
   const std::string first = name_ + ".ipv4.sparse.static.groups";
@@ -682,7 +683,7 @@ TEST_F(PimrpShm, TablesOfAnotherUser_WriterRefusesNamingSegmentAndOwner) {
 }
 
 TEST_F(PimrpShm, Attach_TablesOfAnotherUser_ReadOnlyWhenTrusted) {
-  SKIP_UNLESS_ROOT();
+  SKIP_UNLESS_EMPTY(ToolTest::otherUserCannotRunPimrp());
   ASSERT_EQ(runPimrp({"--shm", name_, "-"}, kOneGroup, ToolTest::RunAs::otherUser).status, 0);
   const std::string show = "show rp-hash final groups mode sparse ipv4\n";
   const PimrpResult refused = runPimrp({"--attach", name_, "-"}, show);
@@ -706,7 +707,7 @@ TEST_F(PimrpShm, Attach_TablesOfAnotherUser_ReadOnlyWhenTrusted) {
 }
 
 TEST_F(PimrpShm, ReadLockOnAControlSegment_WriterStillStarts) {
-  SKIP_UNLESS_ROOT();
+  SKIP_UNLESS_EMPTY(TestProcesses::otherUserUnavailable());
   ASSERT_EQ(runPimrp({"--shm", name_, script("one.pimrp", kOneGroup)}).status, 0);
   // nobody reads the control segment of every table and holds a read lock on each.
   int ready[2];
