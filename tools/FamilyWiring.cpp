@@ -60,9 +60,9 @@ FamilyWiring::FamilyWiring(Ipkit::AddressFamily af, const L3::VrfName& vrf,
   shadowIs(true);
 }
 
-void FamilyWiring::reactorsStart() {
-  if (reactorsStarted_) return;
-  reactorsStarted_ = true;
+void FamilyWiring::reviewsStart() {
+  if (reviewsStarted_) return;
+  reviewsStarted_ = true;
   for (const Mode mode : {modePimSm, modePimBidir}) {
     const std::size_t m = tableModeIndex(mode);
     for (const HashSource source : {HashSource::staticRp, HashSource::bsr}) {
@@ -72,6 +72,15 @@ void FamilyWiring::reactorsStart() {
                                       table(source, HashKind::prefixes, mode), shared_.clock, mode,
                                       shared_.attrLog, shared_.rpConfig);
     }
+  }
+}
+
+void FamilyWiring::reactorsStart() {
+  if (reactorsStarted_) return;
+  reviewsStart();
+  reactorsStarted_ = true;
+  for (const Mode mode : {modePimSm, modePimBidir}) {
+    const std::size_t m = tableModeIndex(mode);
     for (const HashKind kind : {HashKind::groups, HashKind::prefixes}) {
       merges_[kindIndex(kind)][m] = rpHashSmFactory(
           mode, table(HashSource::staticRp, kind, mode), table(HashSource::bsr, kind, mode),

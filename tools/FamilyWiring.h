@@ -17,7 +17,9 @@
 // tool's, shared by both families, and handed in. The RP hash tables come from a TableMaker (in
 // process memory, or attached to shared memory); the reactors that write and read them start at
 // reactorsStart(), so that a run over tables left by an earlier one can first put its inputs back
-// and then let the reactors take the tables up, as a restarted agent does.
+// and then let the reactors take the tables up, as a restarted agent does. The reviews, which
+// write the per-source tables, may start first (reviewsStart()), so that they have redone the
+// per-source tables before the merges take up the final tables that other processes read.
 //
 // Invariants:
 //  1. The static candidate reactor always watches the current static configuration and the
@@ -25,7 +27,7 @@
 //  2. The tool writes the bootstrap status, the known groups and the route shadow itself, as the
 //     bootstrap machinery, the group table and the unicast routing agent would.
 //  3. Every table is written by exactly one reactor; the tool only reads them. Before
-//     reactorsStart() nothing writes them.
+//     reviewsStart() nothing writes them; before reactorsStart() nothing writes the final tables.
 //  4. The route shadow is attached to the local RP reactor from construction until shadowIs(false).
 
 #include <array>
@@ -93,8 +95,13 @@ class FamilyWiring {
   FamilyWiring(Ipkit::AddressFamily af, const L3::VrfName& vrf, const SharedInputs& shared,
                const TableMaker& makeTable);
 
-  // Creates the reactors that write and read the RP hash tables (reviews, merges, the compute
-  // statuses, the group filters); each takes up its tables as it finds them. Once only.
+  // Creates the reviews, which write the per-source tables, taking them up as they find them.
+  // Once only.
+  void reviewsStart();
+  bool reviewsStarted() const { return reviewsStarted_; }
+  // Creates the reactors that write and read the RP hash tables (the reviews unless they run
+  // already, the merges, the compute statuses, the group filters); each takes up its tables as it
+  // finds them. Once only.
   void reactorsStart();
   bool reactorsStarted() const { return reactorsStarted_; }
 
@@ -175,6 +182,7 @@ class FamilyWiring {
   Kel::Ptr<Routing::Shadow::Status> shadow4_;   // IPv4 family only
   Kel::Ptr<Routing6::Shadow::Status> shadow6_;  // IPv6 family only
   Kel::Ptr<Routing::Pim::RpLocalSm> localSm_;
+  bool reviewsStarted_ = false;
   bool reactorsStarted_ = false;
 };
 

@@ -4,6 +4,8 @@
 #include <utility>
 
 #include "framework/Kel/Exception.h"
+#include "framework/Mirra/CorruptionDetectedException.h"
+#include "tools/SharedTables.h"
 #include "tools/StatementError.h"
 #include "tools/StatementParser.h"
 #include "tools/StatementWarnings.h"
@@ -160,8 +162,13 @@ bool Interpreter::doApply(const std::string& name, std::size_t line, const State
   try {
     const auto answer = session_.apply(statement, commit);
     if (answer) output_.show(*answer);
+  } catch (const Mirra::CorruptionDetectedException& damage) {
+    doReport(name, line, damagedTableMessage(damage));
+    failure_ = kExitBadScript;
+    return false;
   } catch (const Kel::Exception& refusal) {
     doReport(name, line, std::string("internal error: ") + refusal.what());
+    failure_ = kExitInternal;
     return false;
   }
   doWarn(name, line, statementWarnings(statement));
@@ -171,8 +178,13 @@ bool Interpreter::doApply(const std::string& name, std::size_t line, const State
 bool Interpreter::doCommit(const std::string& name, std::size_t line) {
   try {
     session_.commit();
+  } catch (const Mirra::CorruptionDetectedException& damage) {
+    doReport(name, line, damagedTableMessage(damage));
+    failure_ = kExitBadScript;
+    return false;
   } catch (const Kel::Exception& refusal) {
     doReport(name, line, std::string("internal error: ") + refusal.what());
+    failure_ = kExitInternal;
     return false;
   }
   doWarn(name, line, {});
@@ -208,7 +220,7 @@ int Interpreter::applyScript(const std::string& name, const std::string& text, V
     if (isRuleStatement(*statement)) runLine = line;
     return applied;
   });
-  return applied && doCommit(name, runLine) ? kExitOk : kExitInternal;
+  return applied && doCommit(name, runLine) ? kExitOk : failure_;
 }
 
 int Interpreter::runStream(const std::string& name, const LineSource& nextLine,
@@ -227,7 +239,7 @@ int Interpreter::runStream(const std::string& name, const LineSource& nextLine,
       const auto statement = parseStatement(text);
       if (!statement) continue;
       validator_.check(*statement);
-      if (!doApply(name, lineNumber, *statement, Commit::eachStatement)) return kExitInternal;
+      if (!doApply(name, lineNumber, *statement, Commit::eachStatement)) return failure_;
     } catch (const StatementError& error) {
       doReport(name, lineNumber, error.what());
       refused = true;

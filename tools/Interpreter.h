@@ -28,7 +28,9 @@
 //     the first rp-address) and the count of known groups hold across scripts and streams run
 //     one after the other.
 //  2. A refusal by the library while applying an accepted statement means the checks missed
-//     something: it is reported as an internal error and running stops (kExitInternal).
+//     something: it is reported as an internal error and running stops (kExitInternal). A shared
+//     table found damaged is bad input instead: reported naming the table, and running stops
+//     (kExitBadScript).
 
 #include <cstddef>
 #include <cstdint>
@@ -113,17 +115,20 @@ class Interpreter {
   void doReport(const std::string& name, std::size_t line, const std::string& message);
   // Prints the warnings the session found since they were last taken, and `more`.
   void doWarn(const std::string& name, std::size_t line, const std::vector<std::string>& more);
-  // False when the library refused the statement (reported).
+  // False when the library refused the statement or found a table damaged (reported; failure_
+  // then holds the exit status).
   bool doApply(const std::string& name, std::size_t line, const Statement& statement,
                Commit commit);
   // Commits the run of rules that a script's last statements collected; false when the library
-  // refused it. Reported, with the run's warnings, at `line`, the run's last rule.
+  // refused it or found a table damaged, as doApply. Reported, with the run's warnings, at
+  // `line`, the run's last rule.
   bool doCommit(const std::string& name, std::size_t line);
 
   Session& session_;
   Output& output_;
   std::ostream& diagnostics_;
   Validator validator_;
+  int failure_ = kExitInternal;
 };
 
 }  // namespace PimrpTool

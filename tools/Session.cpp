@@ -9,8 +9,8 @@
 #include "framework/Ipkit/IpGenPrefixSet.h"
 #include "framework/Kel/System.h"
 #include "rp/PimRpSourceRule.h"
-#include "tools/GroupScope.h"
 #include "tools/BindingWarnings.h"
+#include "tools/GroupScope.h"
 #include "tools/RunningConfig.h"
 #include "tools/StaticBindings.h"
 
@@ -468,9 +468,16 @@ SharedInputs sharedInputsFromTimeZero() {
                       Kel::Ptr<BitMapper::Config>(new BitMapper::Config)};
 }
 
-// Known groups come back before the reactors take up shared tables; anything else needs them.
-bool needsReactors(const Statement& statement) {
+// Over shared tables left by an earlier run, the known groups come back before the reviews take up
+// the per-source tables; the configuration reaches running reviews, as an agent's replayed
+// configuration does (a review that starts over candidates already configured computes each
+// range's own entry before the range is in its trie). The merges take up the final tables when an
+// answer is asked for or time is to move, or at the end of the input.
+bool startsReviews(const Statement& statement) {
   return !std::holds_alternative<GroupStatement>(statement);
+}
+bool startsMerges(const Statement& statement) {
+  return isShowStatement(statement) || std::holds_alternative<RunStatement>(statement);
 }
 
 FamilyWiring::TableMaker tablesIn(const TableHome& home, Ipkit::AddressFamily af) {
@@ -489,7 +496,18 @@ Session::Session(const TableHome& home)
   if (home_.kind == TableHome::Kind::process) reactorsStart();
 }
 
+void Session::reviewsStart() {
+  ipv4_.reviewsStart();
+  ipv6_.reviewsStart();
+}
+
 void Session::reactorsStart() {
+  if (ipv4_.reactorsStarted()) return;
+  // Over shared tables the reviews finish redoing the per-source tables first; the merges then
+  // fold them into the final tables at once, so that readers of a final table see each entry
+  // change at most once, to its new value, and no answer of a configuration half replayed.
+  reviewsStart();
+  if (home_.kind == TableHome::Kind::sharedWriter && clockSettles_) settle();
   ipv4_.reactorsStart();
   ipv6_.reactorsStart();
 }
@@ -505,7 +523,13 @@ std::optional<ShowResult> Session::apply(const Statement& statement, Commit comm
   // A run ends at anything but one more rule statement of its list.
   const bool reachesLibrary = commit == Commit::eachStatement || !isRuleStatement(statement);
   if (reachesLibrary) this->commit();
-  if (home_.kind == TableHome::Kind::sharedWriter && needsReactors(statement)) reactorsStart();
+  if (home_.kind == TableHome::Kind::sharedWriter && startsReviews(statement)) reviewsStart();
+  // Statements typed one at a time have no end to wait for: the final tables follow them from the
+  // first statement that reaches the reviews.
+  const bool typedChange = commit == Commit::eachStatement && startsReviews(statement);
+  if (home_.kind == TableHome::Kind::sharedWriter && (startsMerges(statement) || typedChange)) {
+    reactorsStart();
+  }
   if (clockSettles_ && isShowStatement(statement)) settle();
   BindingWarnings watch(ipv4_);
   if (reachesLibrary) watch.before(statement);

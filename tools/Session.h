@@ -18,15 +18,18 @@
 //     session, instead of once per rule. Every other statement, a show included, sees the rules
 //     committed.
 //  5. The RP hash tables live where the TableHome says. In process memory the reactors run from
-//     construction. Over shared tables that this run writes, the reactors start at the first
+//     construction. Over shared tables that this run writes, the reviews start at the first
 //     statement that is not `group` (or at finish()): the leading group statements are the groups
 //     the router still knows when it restarts, and the library's start-up passes drop the entries
-//     of every other group; the configuration that follows reaches running reactors, as an
-//     agent's replayed configuration does. Over another run's tables (sharedReader) the reactors
-//     never start: only show rp-hash may be applied. On shared tables that this run writes, a
-//     statement applied alone (Commit::eachStatement, as standard input applies them) is followed
-//     by a settle of the clock unless the clock is manual, so that the tables' readers see what
-//     the statements so far have made of them.
+//     of every other group; the configuration that follows reaches running reviews, as an agent's
+//     replayed configuration does. The other reactors (the merges into the final tables, the
+//     compute statuses, the group filters) start at the first show or run (or at finish()), once
+//     the reviews have settled (unless clock manual): readers of the final tables see each entry
+//     change at most once, straight to its new value. Over another run's tables (sharedReader) the
+//     reactors never start: only show rp-hash may be applied. On shared tables that this run
+//     writes, a statement applied alone (Commit::eachStatement, as standard input applies them)
+//     starts the merges with the reviews and is followed by a settle of the clock unless the clock
+//     is manual, so that the tables' readers see what the statements so far have made of them.
 //  6. Every change that reaches the library is watched for an RP left bound to one range twice
 //     (BindingWarnings); what is found waits in warningsTaken().
 
@@ -96,7 +99,10 @@ class Session {
   // from the list's current rules; null when `create` is false and the list has no rules.
   Kel::Ptr<Acl::AclSubConfig> runRulesOf(const std::string& acl, bool create);
 
-  // Starts both families' reactors, once.
+  // Starts both families' reviews, once.
+  void reviewsStart();
+  // Starts both families' reactors, once; over shared tables the reviews settle first (unless
+  // clock manual).
   void reactorsStart();
   void warningsAdd(std::vector<std::string> warnings);
 

@@ -1,5 +1,11 @@
 #include "tools/SharedTables.h"
 
+#include <pwd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <utility>
+
 #include "tools/Output.h"
 #include "tools/StatementError.h"
 
@@ -54,6 +60,41 @@ std::string sharedNameRefusal(const std::string& name) {
   return "";
 }
 
+std::string tableModeRefusal(const std::string& text, mode_t* mode) {
+  const bool octal =
+      !text.empty() && text.size() <= 4 && text.find_first_not_of("01234567") == std::string::npos;
+  if (!octal) return quoted(text) + " is not a mode in octal, such as 0644";
+  *mode = static_cast<mode_t>(std::strtoul(text.c_str(), nullptr, 8));
+  if (Mirra::tableModeAllowed(*mode)) return "";
+  return quoted(text) +
+         " is not a mode a table may have: the owner reads and writes, group and others may at "
+         "most read (0600, 0640, 0604 or 0644)";
+}
+
+std::string userRefusal(const std::string& text, uid_t* user) {
+  if (!text.empty() && text.find_first_not_of("0123456789") == std::string::npos) {
+    errno = 0;
+    const unsigned long number = std::strtoul(text.c_str(), nullptr, 10);
+    if (errno == 0 && number < static_cast<unsigned long>(static_cast<uid_t>(-1))) {
+      *user = static_cast<uid_t>(number);
+      return "";
+    }
+  }
+  passwd entry;
+  passwd* found = nullptr;
+  char buffer[4096];
+  if (getpwnam_r(text.c_str(), &entry, buffer, sizeof(buffer), &found) == 0 && found != nullptr) {
+    *user = found->pw_uid;
+    return "";
+  }
+  return "no user " + quoted(text);
+}
+
+std::string damagedTableMessage(const Mirra::CorruptionDetectedException& damage) {
+  // Table names are plain and not cut: the operator needs the whole of it.
+  return "the shared table '" + damage.table() + "' is damaged: " + damage.what();
+}
+
 std::string tableRole(Ipkit::AddressFamily af, HashSource source, HashKind kind, Mode mode) {
   return familyWord(af) + '.' + modeWord(mode) + '.' + sourceWord(source) + '.' + kindWord(kind);
 }
@@ -74,15 +115,16 @@ Kel::Ptr<RpHashStatus> rpHashTableIn(const TableHome& home, Ipkit::AddressFamily
                               : Mirra::AttachMode::reader;
   const std::string table = home.name + '.' + tableRole(af, source, kind, mode);
   return Kel::Ptr<RpHashStatus>(
-      new RpHashStatus(RpHashStatus::Table::attachShared(table, attachMode)));
+      new RpHashStatus(RpHashStatus::Table::attachShared(table, attachMode, home.options)));
 }
 
-std::vector<std::string> sharedTablesUnlink(const std::string& name) {
-  std::vector<std::string> removed;
+std::vector<TableRemoval> sharedTablesUnlink(const std::string& name) {
+  std::vector<TableRemoval> removals;
   for (const std::string& table : sharedTableNames(name)) {
-    if (RpHashStatus::Table::unlinkShared(table)) removed.push_back(table);
+    Mirra::UnlinkReport report = RpHashStatus::Table::unlinkShared(table);
+    if (report.found()) removals.push_back(TableRemoval{table, std::move(report)});
   }
-  return removed;
+  return removals;
 }
 
 }  // namespace PimrpTool

@@ -17,6 +17,7 @@
 
 #include "framework/Kel/Exception.h"
 #include "framework/Kel/System.h"
+#include "framework/Mirra/CorruptionDetectedException.h"
 #include "tools/DemoScript.h"
 #include "tools/Interpreter.h"
 #include "tools/LineEditor.h"
@@ -40,10 +41,12 @@ struct Options {
   bool json = false;
   bool printDemoScript = false;
   std::vector<std::string> traces;
-  std::optional<std::string> shm;     // tables in shared memory under this name
-  std::optional<std::string> attach;  // another run's shared tables, read only
-  bool unlink = false;                // remove the shared tables of shm
-  std::optional<std::string> check;   // a script to check, applying nothing
+  std::optional<std::string> shm;         // tables in shared memory under this name
+  std::optional<std::string> attach;      // another run's shared tables, read only
+  bool unlink = false;                    // remove the shared tables of shm
+  std::optional<std::string> shmMode;     // the permissions of the segments --shm creates
+  std::optional<std::string> trustOwner;  // a user whose tables --attach trusts
+  std::optional<std::string> check;       // a script to check, applying nothing
   std::optional<std::string> maxGroups;
 };
 
@@ -83,6 +86,14 @@ void defineOptions(CLI::App& app, Options& options) {
                  "the most known groups of one address family (default 4194304); a statement "
                  "that would pass it is refused")
       ->type_name("N");
+  app.add_option("--shm-mode", options.shmMode,
+                 "with --shm: the permissions of the tables' shared-memory segments: 0600, "
+                 "0640, 0604 or 0644 (the default)")
+      ->type_name("MODE");
+  app.add_option("--trust-owner", options.trustOwner,
+                 "with --attach: read tables that USER (a name or a number) owns; tables of root "
+                 "and of your own user are read without it")
+      ->type_name("USER");
   app.set_version_flag("--version", std::string("pimrp ") + PIMRP_VERSION);
   app.footer(
       "Statements, one per line ('#' starts a comment):\n"
@@ -128,18 +139,23 @@ void defineOptions(CLI::App& app, Options& options) {
       "read past its 100th error. Warnings (FILE:LINE: warning: ...) change nothing.\n"
       "\n"
       "Shared tables: --shm NAME keeps the 24 tables as NAME.FAMILY.MODE.SOURCE.KIND (ipv4|ipv6,\n"
-      "sparse|bidir, static|bsr|final, groups|prefixes: NAME.ipv4.sparse.final.groups, ...).\n"
-      "NAME: letters, digits, '.', '_', '-', not first '.', at most 172 characters. A run over\n"
-      "tables an earlier run left is a restart: the script's leading group statements are the\n"
-      "groups still known; at its first other statement the library takes the tables up, drops\n"
-      "the entries of groups no longer known and the final entries no longer backed, with their\n"
+      "sparse|bidir, static|bsr|final, groups|prefixes: NAME.ipv4.sparse.final.groups, ...),\n"
+      "each three files in /dev/shm: TABLE, TABLE.lock, TABLE.gN. NAME: letters, digits, '.',\n"
+      "'_', '-', not first '.', at most 172 characters. A run over tables an earlier run left is\n"
+      "a restart: the script's leading group statements are the groups still known; at its first\n"
+      "other statement the reviews take up the per-source tables, and the configuration that\n"
+      "follows reaches them; at the first show or run the merges take up the final tables, once\n"
+      "the reviews have settled, dropping the final entries no longer backed, with their\n"
       "deallocation requests (--trace PimRpHashSm=5 shows it). The end of the input settles the\n"
-      "clock (unless clock manual). One writer at a time. --attach NAME reads the tables of a\n"
-      "running or finished run: only show rp-hash. --shm NAME --unlink removes them.\n"
+      "clock (unless clock manual). One writer at a time, writing only tables of its own user,\n"
+      "with the mode --shm-mode MODE gives (default 0644). --attach NAME reads the tables of a\n"
+      "running or finished run (only show rp-hash), if root, you or --trust-owner USER owns\n"
+      "them. --shm NAME --unlink removes them.\n"
       "\n"
       "Exit status: 0 all went well; 1 a statement on standard input was refused, or --unlink\n"
-      "found no tables; 2 a bad script, option or input (nothing applied), or shared tables\n"
-      "that cannot be attached; 3 internal error; 4 standard output could not be written.");
+      "found no tables or could not remove all; 2 a bad script, option or input (nothing\n"
+      "applied), shared tables that cannot be attached or are damaged; 3 internal error; 4\n"
+      "standard output could not be written.");
 }
 
 // Set up before the library is wired, so that its construction is traced too.
@@ -187,6 +203,20 @@ std::string optionsRefusal(const Options& options) {
   if (options.check && options.check->empty()) {
     return "the script name after --check is empty: give a FILE, or '-' for standard input";
   }
+  if (options.shmMode && (!options.shm || options.unlink)) {
+    return "--shm-mode sets the permissions of the tables a run with --shm creates: give it "
+           "with --shm NAME and a FILE or '-'";
+  }
+  if (options.trustOwner && !options.attach) {
+    return "--trust-owner names whose tables --attach may read: a writer writes only tables of "
+           "its own user";
+  }
+  mode_t mode = 0;
+  const std::string badMode = options.shmMode ? tableModeRefusal(*options.shmMode, &mode) : "";
+  if (!badMode.empty()) return "--shm-mode: " + badMode;
+  uid_t user = 0;
+  const std::string badUser = options.trustOwner ? userRefusal(*options.trustOwner, &user) : "";
+  if (!badUser.empty()) return "--trust-owner: " + badUser;
   for (const auto* name : {&options.shm, &options.attach}) {
     if (!*name) continue;
     const std::string why = sharedNameRefusal(**name);
@@ -214,32 +244,48 @@ std::optional<std::uint64_t> maxGroupsOf(const Options& options, std::string& wh
   return value;
 }
 
-// Removes the shared tables of `name`, listing each one removed.
+// Removes the shared tables of `name`, listing each one removed and each segment that could not be.
 int unlinkTables(const std::string& name) {
-  const std::vector<std::string> removed = sharedTablesUnlink(name);
-  if (removed.empty()) {
+  const std::vector<TableRemoval> removals = sharedTablesUnlink(name);
+  if (removals.empty()) {
     std::cerr << "pimrp: no shared tables named '" << name << "' to remove\n";
     return kExitStatementFailed;
   }
-  for (const std::string& table : removed) std::cout << "removed " << table << '\n';
-  return kExitOk;
+  int status = kExitOk;
+  for (const TableRemoval& removal : removals) {
+    if (removal.report.complete()) std::cout << "removed " << removal.table << '\n';
+    for (const std::string& failure : removal.report.failures) {
+      std::cerr << "pimrp: cannot remove " << removal.table << ": segment " << failure << '\n';
+      status = kExitStatementFailed;
+    }
+  }
+  return status;
 }
 
+// REQUIRES: optionsRefusal(options) is "".
 TableHome tableHomeOf(const Options& options) {
-  if (options.shm) return TableHome{TableHome::Kind::sharedWriter, *options.shm};
-  if (options.attach) return TableHome{TableHome::Kind::sharedReader, *options.attach};
-  return TableHome{};
+  TableHome home;
+  if (options.shm) home = TableHome(TableHome::Kind::sharedWriter, *options.shm);
+  if (options.attach) home = TableHome(TableHome::Kind::sharedReader, *options.attach);
+  if (options.shmMode) tableModeRefusal(*options.shmMode, &home.options.mode);
+  uid_t user = 0;
+  if (options.trustOwner && userRefusal(*options.trustOwner, &user).empty()) {
+    home.options.trustedOwner = user;
+  }
+  return home;
 }
 
 // The session, or null after reporting why its shared tables cannot be attached.
 Session* sessionFor(const TableHome& home) {
+  const std::string cannot = "pimrp: cannot attach the shared tables '" + home.name + "': ";
   try {
     return new Session(home);
   } catch (const Kel::RangeException& refusal) {
-    std::cerr << "pimrp: cannot attach the shared tables '" << home.name << "': " << refusal.what()
-              << '\n';
-    return nullptr;
+    std::cerr << cannot << refusal.what() << '\n';
+  } catch (const Mirra::CorruptionDetectedException& damage) {
+    std::cerr << cannot << damagedTableMessage(damage) << '\n';
   }
+  return nullptr;
 }
 
 // The interpreter's status, after the end of the input has been given to the session (a bad
@@ -395,6 +441,9 @@ int main(int argc, char** argv) {
   }
   try {
     return withOutputChecked(run(options));
+  } catch (const Mirra::CorruptionDetectedException& damage) {
+    std::cerr << "pimrp: " << damagedTableMessage(damage) << '\n';
+    return kExitBadScript;
   } catch (const std::exception& failure) {
     std::cerr << "pimrp: internal error: " << failure.what() << '\n';
     return kExitInternal;

@@ -176,7 +176,7 @@ TEST_F(MirraShmConcurrency, WriterKilledMidWrite_HalfWrittenSlotReportedNewWrite
   Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
   EXPECT_EQ(Kel::TraceRing::instance().lines("Debug"),
             (std::vector<std::string>{
-                "MirraMap::corruptionDetected() " + expected,
+                "MirraMap::corruptionDetected() table " + segment.name() + ": " + expected,
                 "MirraMap::attach() " + segment.name() + " as writer members:999 slots:2048"}));
   EXPECT_TRUE(writer.insert(recordFor(kVictim, 2)));
   EXPECT_EQ(reader.lookup(kVictim), recordFor(kVictim, 2));
@@ -205,6 +205,96 @@ TEST_F(MirraShmConcurrency, ReaderMeetsSlotOfStoppedWriter_WaitsAndReadsNewValue
   EXPECT_EQ(reader.corruptions(), 0u);
   EXPECT_EQ(MirraShmTest::waitFor(child), 0);
   EXPECT_EQ(reader.members(), kEntries);
+}
+
+// The real wait, measured once: a reader gives up on a writer stopped inside a slot write after
+// WriterWait::kDefaultLimit, and says that the writer is stopped, not that the slot was left
+// half-written.
+TEST_F(MirraShmConcurrency, WriterStoppedInsideSlotWrite_ReaderGivesUpAtItsBound_SaysStopped) {
+  constexpr std::uint64_t kEntries = 100;
+  constexpr std::uint64_t kVictim = 50;
+  const pid_t child = writerStoppedInsideWrite(segment.name(), kEntries, kVictim);
+  ASSERT_GT(child, 0);
+  const Table reader = Table::attachShared(segment.name(), AttachMode::reader);
+  const long slot = MirraMapBackdoor::slotOf(reader, kVictim);
+  const auto start = std::chrono::steady_clock::now();
+  std::string refusal = "read";
+  try {
+    reader.lookup(kVictim);
+  } catch (const Mirra::CorruptionDetectedException& error) {
+    refusal = error.what();
+  }
+  const auto waited = std::chrono::duration_cast<std::chrono::milliseconds>(
+                          std::chrono::steady_clock::now() - start)
+                          .count();
+  kill(child, SIGKILL);
+  EXPECT_EQ(MirraShmTest::waitFor(child), -SIGKILL);
+  RecordProperty("waitedMs", std::to_string(waited));
+  std::printf("reader gave up after %lld ms\n", static_cast<long long>(waited));
+  EXPECT_EQ(refusal, "slot " + std::to_string(slot) +
+                         " of 256 is still being written after 1000 ms; its writer, pid " +
+                         std::to_string(child) + ", is alive but stopped");
+  EXPECT_GE(waited, 1000);
+  EXPECT_LT(waited, 2000);
+}
+
+TEST_F(MirraShmConcurrency, WriterStoppedInsideSlotWrite_WalkSaysStoppedNotHalfWritten) {
+  constexpr std::uint64_t kEntries = 100;
+  constexpr std::uint64_t kVictim = 50;
+  const pid_t child = writerStoppedInsideWrite(segment.name(), kEntries, kVictim);
+  ASSERT_GT(child, 0);
+  Table reader = Table::attachShared(segment.name(), AttachMode::reader);
+  MirraMapBackdoor::writerWaitIs(reader, std::chrono::milliseconds(50));
+  std::uint64_t walked = 0;
+  std::string refusal = "walked";
+  try {
+    for (const Record& record : reader) walked = record.key + 1;
+  } catch (const Mirra::CorruptionDetectedException& error) {
+    refusal = error.what();
+  }
+  kill(child, SIGKILL);
+  EXPECT_EQ(MirraShmTest::waitFor(child), -SIGKILL);
+  // The walk stops at the first step whose descent passes the slot: the victim's or one before.
+  EXPECT_LE(walked, kVictim);
+  EXPECT_EQ(refusal, "slot " + std::to_string(MirraMapBackdoor::slotOf(reader, kVictim)) +
+                         " of 256 is still being written after 50 ms; its writer, pid " +
+                         std::to_string(child) + ", is alive but stopped");
+}
+
+TEST_F(MirraShmConcurrency, WriterBlockedInsideSlotWrite_ReaderSaysStalled) {
+  constexpr std::uint64_t kEntries = 100;
+  constexpr std::uint64_t kVictim = 50;
+  int blocked[2];
+  int release[2];
+  ASSERT_EQ(pipe(blocked), 0);
+  ASSERT_EQ(pipe(release), 0);
+  const pid_t child = MirraShmTest::forkChild([&] {
+    Table writer = MirraShmTest::filledWriter(segment.name(), kEntries, 1);
+    MirraMapBackdoor::midWriteHookIs(writer, [&] {
+      char byte = 'b';
+      if (write(blocked[1], &byte, 1) != 1 || read(release[0], &byte, 1) != 1) _exit(3);
+    });
+    writer.insert(recordFor(kVictim, 2));
+    return 0;
+  });
+  char byte = 0;
+  ASSERT_EQ(read(blocked[0], &byte, 1), 1);
+  Table reader = Table::attachShared(segment.name(), AttachMode::reader);
+  MirraMapBackdoor::writerWaitIs(reader, std::chrono::milliseconds(50));
+  std::string refusal = "read";
+  try {
+    reader.lookup(kVictim);
+  } catch (const Mirra::CorruptionDetectedException& error) {
+    refusal = error.what();
+  }
+  EXPECT_EQ(reader.lookup(kVictim + 1), recordFor(kVictim + 1, 1));
+  ASSERT_EQ(write(release[1], &byte, 1), 1);
+  EXPECT_EQ(MirraShmTest::waitFor(child), 0);
+  for (const int end : {blocked[0], blocked[1], release[0], release[1]}) close(end);
+  EXPECT_EQ(refusal, "slot " + std::to_string(MirraMapBackdoor::slotOf(reader, kVictim)) +
+                         " of 256 is still being written after 50 ms; its writer, pid " +
+                         std::to_string(child) + ", is alive but stalled");
+  EXPECT_EQ(reader.lookup(kVictim), recordFor(kVictim, 2));
 }
 
 // From 2048 slots to 524288: eight generations, each filled while the reader reads the one before.

@@ -1,5 +1,7 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -20,15 +22,11 @@ using Mirra::testing::MirraMapBackdoor;
 using MirraShmTest::answerFromChild;
 using MirraShmTest::Record;
 using MirraShmTest::recordFor;
+using MirraShmTest::segmentExists;
 using MirraShmTest::SegmentGuard;
 using MirraShmTest::Table;
 
 std::vector<std::string> debugLines() { return Kel::TraceRing::instance().lines("Debug"); }
-
-bool segmentExists(const std::string& file) {
-  struct stat status;
-  return stat(("/dev/shm/" + file).c_str(), &status) == 0;
-}
 
 std::string attachFailure(const std::string& name, AttachMode mode) {
   try {
@@ -135,10 +133,10 @@ TEST_F(MirraShm, Unlink_RemovesSegments_ReaderThenRefused) {
     EXPECT_TRUE(segmentExists(segment.name()));
     EXPECT_TRUE(segmentExists(segment.name() + ".g1"));
   }
-  EXPECT_TRUE(Table::unlinkShared(segment.name()));
+  EXPECT_TRUE(Table::unlinkShared(segment.name()).found());
   EXPECT_FALSE(segmentExists(segment.name()));
   EXPECT_FALSE(segmentExists(segment.name() + ".g1"));
-  EXPECT_FALSE(Table::unlinkShared(segment.name()));
+  EXPECT_FALSE(Table::unlinkShared(segment.name()).found());
   EXPECT_EQ(attachFailure(segment.name(), AttachMode::reader),
             "MirraMap::attach() table " + segment.name() + " does not exist");
 }
@@ -157,6 +155,11 @@ TEST_F(MirraShm, Growth_PublishesNewGenerationAndUnlinksOld) {
 TEST_F(MirraShm, BadNameOrOtherFormat_Refused) {
   EXPECT_EQ(attachFailure("a/b", AttachMode::singleWriter),
             "MirraMap::attach() table a/b is not a plain name (letters, digits, '.', '_', '-')");
+  for (const std::string& likeASegment : {segment.name() + ".lock", segment.name() + ".g12"}) {
+    EXPECT_EQ(attachFailure(likeASegment, AttachMode::singleWriter),
+              "MirraMap::attach() table " + likeASegment +
+                  " ends like a segment of another table ('.lock', '.g' and digits)");
+  }
   const Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
   struct Small {
     std::uint64_t key = 0;
@@ -172,9 +175,25 @@ TEST_F(MirraShm, BadNameOrOtherFormat_Refused) {
   } catch (const Kel::RangeException& error) {
     EXPECT_EQ(std::string(error.what()),
               "MirraMap::attach() table " + segment.name() +
-                  " holds keys of 8 bytes, values of 48 bytes in slots of 64 bytes (format 1); "
-                  "expected 8, 8, 64 (format 1)");
+                  " holds keys of 8 bytes, values of 48 bytes in slots of 64 bytes (format 2); "
+                  "expected 8, 8, 64 (format 2)");
   }
+}
+
+// A table of the former format: a control segment of 32 bytes (magic, format 1, the sizes and an
+// unchecked generation number).
+TEST_F(MirraShm, FormerFormat_RefusedByWriterAndReaderWithClearMessage) {
+  const int fd = shm_open(("/" + segment.name()).c_str(), O_RDWR | O_CREAT | O_EXCL, 0644);
+  ASSERT_GE(fd, 0);
+  const std::uint64_t former[4] = {0x6c7274436172694dull, 1 | std::uint64_t{8} << 32,
+                                   48 | std::uint64_t{64} << 32, 1};
+  ASSERT_EQ(write(fd, former, sizeof(former)), static_cast<ssize_t>(sizeof(former)));
+  close(fd);
+  const std::string refusal = "MirraMap::attach() table " + segment.name() +
+                              " has the former format 1 of shared tables (this build reads format "
+                              "2): remove it to start it afresh";
+  EXPECT_EQ(attachFailure(segment.name(), AttachMode::singleWriter), refusal);
+  EXPECT_EQ(attachFailure(segment.name(), AttachMode::reader), refusal);
 }
 
 TEST_F(MirraShm, AttachAndReadyReports_InDebugStream) {
@@ -226,8 +245,9 @@ TEST_F(MirraShm, BytesFlippedBehindWritersBack_ReaderElsewhereReportsNeverReturn
     answer += " handled:" + std::to_string(handled.size()) + " debug:" + debugLines().at(0);
     return answer;
   });
-  EXPECT_EQ(seen, "detected: " + expected + " handled:1 debug:MirraMap::corruptionDetected() " +
-                      expected);
+  EXPECT_EQ(seen, "detected: " + expected +
+                      " handled:1 debug:MirraMap::corruptionDetected() table " + segment.name() +
+                      ": " + expected);
   EXPECT_TRUE(writer.insert(recordFor(4, 2)));  // the writer's next write drops the damaged slot
   EXPECT_EQ(writer.corruptions(), 1u);
   EXPECT_EQ(writer.lastCorruption(), expected);

@@ -1,9 +1,14 @@
 #pragma once
 // Shared-table test support: a record that carries its own check, a table name unique to the test
-// process whose segments are removed when the test ends however it ends, and child processes that
-// report through their exit code.
+// process whose segments are removed when the test ends however it ends, child processes that
+// report through their exit code or a pipe (as another user, when the tests run as root), and
+// the segments' files.
 
+#include <fcntl.h>
+#include <grp.h>
 #include <signal.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -109,9 +114,28 @@ inline int waitFor(pid_t child) {
   return -1000;
 }
 
+// The user that tests act as when they need another user than the one they run as: nobody.
+constexpr uid_t kOtherUser = 65534;
+constexpr gid_t kOtherGroup = 65534;
+
+// Why this process cannot act as another user ("" when it can: it runs as root).
+inline std::string otherUserUnavailable() {
+  return geteuid() == 0 ? ""
+                        : "acting as another user needs root, and this test runs as uid " +
+                              std::to_string(geteuid());
+}
+
+// In a child: gives up root for kOtherUser for good; false when that fails.
+inline bool becomeOtherUser() {
+  return setgroups(0, nullptr) == 0 && setresgid(kOtherGroup, kOtherGroup, kOtherGroup) == 0 &&
+         setresuid(kOtherUser, kOtherUser, kOtherUser) == 0;
+}
+
 // Runs body in a child process and returns what it returned, or "threw: <what>"; the child's
-// answer comes back through a pipe, so the parent compares it whole.
-inline std::string answerFromChild(const std::function<std::string()>& body) {
+// answer comes back through a pipe, so the parent compares it whole. With asOtherUser the child
+// first becomes kOtherUser.
+inline std::string answerFromChild(const std::function<std::string()>& body,
+                                   bool asOtherUser = false) {
   int ends[2];
   if (pipe(ends) != 0) return "no pipe";
   const pid_t child = fork();
@@ -119,7 +143,7 @@ inline std::string answerFromChild(const std::function<std::string()>& body) {
     close(ends[0]);
     std::string answer;
     try {
-      answer = body();
+      answer = asOtherUser && !becomeOtherUser() ? "cannot become the other user" : body();
     } catch (const std::exception& error) {
       answer = std::string("threw: ") + error.what();
     }
@@ -141,6 +165,27 @@ inline std::string answerFromChild(const std::function<std::string()>& body) {
   const int code = waitFor(child);
   if (code != 0) answer += " [child ended with " + std::to_string(code) + "]";
   return answer;
+}
+
+// The file of a segment under /dev/shm.
+inline std::string segmentFile(const std::string& segment) { return "/dev/shm/" + segment; }
+
+inline bool segmentExists(const std::string& segment) {
+  struct stat status;
+  return stat(segmentFile(segment).c_str(), &status) == 0;
+}
+
+// Flips the bits `mask` of byte `offset` of a segment, as a stray write would; false when it
+// cannot.
+inline bool flipSegmentByte(const std::string& segment, std::size_t offset, unsigned char mask) {
+  const int fd = open(segmentFile(segment).c_str(), O_RDWR);
+  if (fd < 0) return false;
+  unsigned char byte = 0;
+  bool done = pread(fd, &byte, 1, static_cast<off_t>(offset)) == 1;
+  byte ^= mask;
+  done = done && pwrite(fd, &byte, 1, static_cast<off_t>(offset)) == 1;
+  close(fd);
+  return done;
 }
 
 }  // namespace MirraShmTest

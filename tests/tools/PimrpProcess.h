@@ -1,8 +1,9 @@
 #pragma once
 // Runs the built pimrp as a separate process, as an operator would: with arguments, standard input
 // given whole or fed line by line through a pipe the test holds open, and standard output, standard
-// error and the exit status collected.
+// error and the exit status collected; as another user (nobody) when the test runs as root.
 
+#include <grp.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/types.h>
@@ -28,9 +29,12 @@ struct PimrpResult {
 
 // One pimrp process. Its standard input is a pipe that stays open until closeInput(), so that a
 // test can keep a writer running while other processes read its tables.
+// Who runs pimrp: the test's own user, or nobody (uid and gid 65534; the test must run as root).
+enum class RunAs { testUser, otherUser };
+
 class PimrpProcess {
  public:
-  explicit PimrpProcess(const std::vector<std::string>& args) {
+  explicit PimrpProcess(const std::vector<std::string>& args, RunAs user = RunAs::testUser) {
     // A child that ended before reading its input must not end the test with it.
     signal(SIGPIPE, SIG_IGN);
     int in[2], out[2], err[2];
@@ -41,6 +45,11 @@ class PimrpProcess {
       dup2(out[1], STDOUT_FILENO);
       dup2(err[1], STDERR_FILENO);
       for (const int end : {in[0], in[1], out[0], out[1], err[0], err[1]}) close(end);
+      if (user == RunAs::otherUser &&
+          (setgroups(0, nullptr) != 0 || setresgid(65534, 65534, 65534) != 0 ||
+           setresuid(65534, 65534, 65534) != 0)) {
+        _exit(126);
+      }
       std::vector<char*> argv;
       std::string binary = PIMRP_BINARY;
       argv.push_back(binary.data());
@@ -151,8 +160,9 @@ class PimrpProcess {
 };
 
 // Runs pimrp with `args` and `input` on standard input, to its end.
-inline PimrpResult runPimrp(const std::vector<std::string>& args, const std::string& input = "") {
-  PimrpProcess process(args);
+inline PimrpResult runPimrp(const std::vector<std::string>& args, const std::string& input = "",
+                            RunAs user = RunAs::testUser) {
+  PimrpProcess process(args, user);
   process.write(input);
   return process.wait();
 }

@@ -3,7 +3,13 @@
 // it has gone, and the refusals around them.
 
 #include <dirent.h>
+#include <fcntl.h>
+#include <grp.h>
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -58,6 +64,17 @@ class PimrpShm : public ::testing::Test {
     return found;
   }
 
+  // Flips the bits of byte `offset` of a segment, as a stray write would.
+  static bool flipByte(const std::string& segment, std::size_t offset) {
+    const int fd = open(("/dev/shm/" + segment).c_str(), O_RDWR);
+    unsigned char byte = 0;
+    bool flipped = fd >= 0 && pread(fd, &byte, 1, static_cast<off_t>(offset)) == 1;
+    byte ^= 0xff;
+    flipped = flipped && pwrite(fd, &byte, 1, static_cast<off_t>(offset)) == 1;
+    if (fd >= 0) close(fd);
+    return flipped;
+  }
+
   const ToolTest::SharedTablesGuard tables_;
   const std::string name_ = tables_.name();
   std::string directory_;
@@ -91,8 +108,9 @@ const char kRunTwo[] =
 TEST_F(PimrpShm, RunOne_TablesKeptAfterTheRun) {
   const PimrpResult run = runPimrp({"--shm", name_, script("one.pimrp", kRunOne)});
   // 239.1.1.1 is in 10.0.0.2's longer range; the bootstrap RP beats the static one for
-  // 239.2.2.2, which the static review gave 10.0.0.1 first (one allocation and its release);
-  // the final prefix table adds one allocation for each range.
+  // 239.2.2.2. The merges take up the final tables only once the reviews have settled, so the
+  // static review's first answer for 239.2.2.2 (10.0.0.1) never reaches the final table: one
+  // allocation per group entry, and the final prefix table adds one for each range.
   EXPECT_EQ(run.out,
             "rp-hash final groups mode sparse\n"
             "  prefix        rp        priority  hashmask  override  mode\n"
@@ -101,9 +119,9 @@ TEST_F(PimrpShm, RunOne_TablesKeptAfterTheRun) {
             "  239.3.3.3/32  10.0.0.1  0         30        no        sparse\n"
             "  239.4.4.4/32  10.0.0.1  0         30        no        sparse\n"
             "\n"
-            "alloc requests 8, dealloc requests 1\n"
+            "alloc requests 7, dealloc requests 0\n"
             "  rp        alloc  dealloc\n"
-            "  10.0.0.1  4      1\n"
+            "  10.0.0.1  3      0\n"
             "  10.0.0.2  2      0\n"
             "  10.0.0.9  2      0\n");
   EXPECT_EQ(run.err, "");
@@ -112,6 +130,7 @@ TEST_F(PimrpShm, RunOne_TablesKeptAfterTheRun) {
   for (const std::string& table : PimrpTool::sharedTableNames(name_)) {
     expected.push_back(table);
     expected.push_back(table + ".g1");
+    expected.push_back(table + ".lock");
   }
   std::sort(expected.begin(), expected.end());
   EXPECT_EQ(segments(), expected);
@@ -478,3 +497,311 @@ TEST_F(PimrpShm, BadScript_FreshName_CreatesNoTable) {
 }
 
 }  // namespace
+
+namespace {
+
+// A configuration with something of everything the final tables fold: nested static ranges, two
+// static candidates hashed on one range, an override, an access list, a bidirectional range,
+// bootstrap ranges over and beside the static ones, both families; and 30 groups in each range,
+// which come first, as a restarted router knows them before its configuration is back.
+std::string restartScript() {
+  std::string script;
+  for (int range = 0; range <= 6; ++range) {
+    for (int group = 1; group <= 30; ++group) {
+      script += "group 239." + std::to_string(range) + "." + std::to_string(group * 7) + "." +
+                std::to_string(group) + "\n";
+    }
+  }
+  for (int group = 1; group <= 30; ++group) {
+    script += "group ff0e:" + std::to_string(group % 2) + "::" + std::to_string(group) + "\n";
+  }
+  return script +
+         "rp-address 10.0.0.1 group 239.0.0.0/8\n"
+         "rp-address 10.0.0.2 group 239.1.0.0/16\n"
+         "rp-address 10.0.0.3 group 239.1.0.0/16\n"
+         "rp-address 10.0.0.4 group 239.2.0.0/16 override\n"
+         "acl lab seq 10 permit 239.3.0.0/16\n"
+         "rp-address 10.0.0.5 acl lab\n"
+         "rp-address 10.0.0.6 group 239.4.0.0/16\n"
+         "rp-address 10.0.0.6 mode bidir\n"
+         "rp-address 2001:db8::1 group ff0e::/16\n"
+         "bsr-rp 239.2.0.0/16 10.0.0.9 priority 0 hashmask 30 mode sparse\n"
+         "bsr-rp 239.5.0.0/16 10.0.0.10 priority 0 hashmask 30 mode sparse\n"
+         "bsr-rp 239.5.0.0/16 10.0.0.11 priority 0 hashmask 30 mode sparse\n"
+         "bsr-rp 239.1.128.0/17 10.0.0.12 priority 1 hashmask 30 mode sparse\n"
+         "bsr-rp ff0e:1::/32 2001:db8::9 priority 0 hashmask 126 mode sparse\n"
+         "show rp-hash final groups mode sparse\n";
+}
+
+// Every table of `name`: its entries and how many writes it has seen.
+struct TableState {
+  std::vector<Routing::Pim::RpHash> entries;
+  std::uint64_t changes = 0;
+};
+std::vector<TableState> tableStates(const std::string& name) {
+  std::vector<TableState> states;
+  for (const std::string& table : PimrpTool::sharedTableNames(name)) {
+    const auto reader =
+        Routing::Pim::RpHashStatus::Table::attachShared(table, Mirra::AttachMode::reader);
+    TableState state;
+    state.changes = reader.changeCount();
+    for (const Routing::Pim::RpHash& entry : reader) state.entries.push_back(entry);
+    states.push_back(state);
+  }
+  return states;
+}
+
+}  // namespace
+
+// A restart with the configuration of the run before: every table ends as it was, and no final
+// table is written at all, so that no reader of one can have seen an interim answer. The per-source
+// tables are rewritten while the configuration comes back one statement at a time to the running
+// reviews; the writes they take are printed.
+TEST_F(PimrpShm, Restart_SameConfiguration_FinalTablesNeverWritten) {
+  const std::string run = script("run.pimrp", restartScript());
+  ASSERT_EQ(runPimrp({"--shm", name_, run}).status, 0);
+  const std::vector<TableState> before = tableStates(name_);
+  ASSERT_EQ(runPimrp({"--shm", name_, run}).status, 0);
+  const std::vector<TableState> after = tableStates(name_);
+  const std::vector<std::string> tables = PimrpTool::sharedTableNames(name_);
+  for (std::size_t at = 0; at < tables.size(); ++at) {
+    const std::string& table = tables[at];
+    EXPECT_EQ(after[at].entries, before[at].entries) << table;
+    const std::uint64_t writes = after[at].changes - before[at].changes;
+    if (table.find(".final.") != std::string::npos) {
+      EXPECT_EQ(writes, 0u) << table;
+    }
+    if (writes > 0) {
+      std::printf("%s: %llu writes\n", table.c_str(), static_cast<unsigned long long>(writes));
+    }
+  }
+}
+
+// --- who may write, who may read, and damage ---
+
+const char kOneGroup[] =
+    "rp-address 10.0.0.1 group 239.0.0.0/8\n"
+    "group 239.1.1.1\n";
+const char kOneGroupAnswer[] =
+    "rp-hash final groups mode sparse ipv4\n"
+    "  prefix        rp        priority  hashmask  override  mode\n"
+    "  239.1.1.1/32  10.0.0.1  0         30        no        sparse\n";
+
+// Tests that need another user than root skip, saying why, when the tests do not run as root.
+#define SKIP_UNLESS_ROOT()                                                            \
+  do {                                                                                \
+    if (geteuid() != 0) {                                                             \
+      GTEST_SKIP() << "acting as another user needs root, and this test runs as uid " \
+                   << geteuid();                                                      \
+    }                                                                                 \
+  } while (false)
+
+TEST_F(PimrpShm, Unlink_WithoutPermission_EachSegmentReported_NothingRemoved_ExitOne) {
+  SKIP_UNLESS_ROOT();
+  ASSERT_EQ(runPimrp({"--shm", name_, script("one.pimrp", kOneGroup)}).status, 0);
+  const std::vector<std::string> before = segments();
+  const PimrpResult run = runPimrp({"--shm", name_, "--unlink"}, "", ToolTest::RunAs::otherUser);
+  EXPECT_EQ(run.out, "");
+  std::string expected;
+  for (const std::string& table : PimrpTool::sharedTableNames(name_)) {
+    for (const std::string& segment : {table + ".g1", table, table + ".lock"}) {
+      expected +=
+          "pimrp: cannot remove " + table + ": segment " + segment + ": Permission denied\n";
+    }
+  }
+  EXPECT_EQ(run.err, expected);
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(segments(), before);
+}
+
+TEST_F(PimrpShm, TablesOfAnotherUser_WriterRefusesNamingSegmentAndOwner) {
+  SKIP_UNLESS_ROOT();
+  ASSERT_EQ(runPimrp({"--shm", name_, "-"}, kOneGroup, ToolTest::RunAs::otherUser).status, 0);
+  const PimrpResult run = runPimrp({"--shm", name_, script("two.pimrp", "group 239.2.2.2\n")});
+  const std::string first = name_ + ".ipv4.sparse.static.groups";
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err, "pimrp: cannot attach the shared tables '" + name_ +
+                         "': MirraMap::attach() table " + first + " cannot be written: segment " +
+                         first + ".lock belongs to nobody (uid 65534), not to this writer's user " +
+                         "root (uid 0)\n");
+  EXPECT_EQ(run.status, 2);
+  // Read as nobody's: nothing changed.
+  const PimrpResult read = runPimrp({"--attach", name_, "--trust-owner", "nobody", "-"},
+                                    "show rp-hash final groups mode sparse ipv4\n");
+  EXPECT_EQ(read.out, kOneGroupAnswer);
+  EXPECT_EQ(read.err, "");
+  EXPECT_EQ(read.status, 0);
+}
+
+TEST_F(PimrpShm, Attach_TablesOfAnotherUser_ReadOnlyWhenTrusted) {
+  SKIP_UNLESS_ROOT();
+  ASSERT_EQ(runPimrp({"--shm", name_, "-"}, kOneGroup, ToolTest::RunAs::otherUser).status, 0);
+  const std::string show = "show rp-hash final groups mode sparse ipv4\n";
+  const PimrpResult refused = runPimrp({"--attach", name_, "-"}, show);
+  EXPECT_EQ(refused.out, "");
+  EXPECT_EQ(refused.err, "pimrp: cannot attach the shared tables '" + name_ +
+                             "': MirraMap::attach() table " + name_ +
+                             ".ipv4.sparse.static.groups belongs to nobody (uid 65534), not to "
+                             "root, this reader's user or a user it is told to trust\n");
+  EXPECT_EQ(refused.status, 2);
+  for (const char* user : {"nobody", "65534"}) {
+    const PimrpResult trusted = runPimrp({"--attach", name_, "--trust-owner", user, "-"}, show);
+    EXPECT_EQ(trusted.out, kOneGroupAnswer) << user;
+    EXPECT_EQ(trusted.status, 0) << user;
+  }
+  // Root's tables are trusted by everyone.
+  ASSERT_EQ(runPimrp({"--shm", name_, "--unlink"}).status, 0);
+  ASSERT_EQ(runPimrp({"--shm", name_, script("one.pimrp", kOneGroup)}).status, 0);
+  const PimrpResult byNobody = runPimrp({"--attach", name_, "-"}, show, ToolTest::RunAs::otherUser);
+  EXPECT_EQ(byNobody.out, kOneGroupAnswer);
+  EXPECT_EQ(byNobody.status, 0);
+}
+
+TEST_F(PimrpShm, ReadLockOnAControlSegment_WriterStillStarts) {
+  SKIP_UNLESS_ROOT();
+  ASSERT_EQ(runPimrp({"--shm", name_, script("one.pimrp", kOneGroup)}).status, 0);
+  // nobody reads the control segment of every table and holds a read lock on each.
+  int ready[2];
+  ASSERT_EQ(pipe(ready), 0);
+  const pid_t holder = fork();
+  if (holder == 0) {
+    close(ready[0]);
+    if (setgroups(0, nullptr) != 0 || setresgid(65534, 65534, 65534) != 0 ||
+        setresuid(65534, 65534, 65534) != 0) {
+      _exit(1);
+    }
+    char locked = 'y';
+    for (const std::string& table : PimrpTool::sharedTableNames(name_)) {
+      const int fd = shm_open(("/" + table).c_str(), O_RDONLY, 0);
+      struct flock lock {};
+      lock.l_type = F_RDLCK;
+      lock.l_whence = SEEK_SET;
+      if (fd < 0 || fcntl(fd, F_OFD_SETLK, &lock) != 0) locked = 'n';
+    }
+    if (write(ready[1], &locked, 1) != 1) _exit(2);
+    pause();
+    _exit(0);
+  }
+  close(ready[1]);
+  char locked = 0;
+  EXPECT_EQ(read(ready[0], &locked, 1), 1);
+  close(ready[0]);
+  EXPECT_EQ(locked, 'y');
+  const PimrpResult run =
+      runPimrp({"--shm", name_,
+                script("two.pimrp",
+                       std::string(kOneGroup) + "show rp-hash final groups mode sparse ipv4\n")});
+  kill(holder, SIGKILL);
+  waitpid(holder, nullptr, 0);
+  EXPECT_EQ(run.out, kOneGroupAnswer);
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+}
+
+// The mode and the owner of every segment of this test's tables, "SEGMENT UID MODE" each.
+std::vector<std::string> segmentOwnersAndModes(const std::vector<std::string>& segments) {
+  std::vector<std::string> found;
+  for (const std::string& segment : segments) {
+    struct stat status;
+    if (stat(("/dev/shm/" + segment).c_str(), &status) != 0) continue;
+    char mode[8];
+    std::snprintf(mode, sizeof(mode), "%04o", static_cast<unsigned>(status.st_mode & 07777));
+    found.push_back(segment + " " + std::to_string(status.st_uid) + " " + mode);
+  }
+  return found;
+}
+
+TEST_F(PimrpShm, ShmMode_EverySegmentCreatedWithIt_TheLockForTheOwnerOnly) {
+  ASSERT_EQ(runPimrp({"--shm", name_, "--shm-mode", "0640", script("one.pimrp", kOneGroup)}).status,
+            0);
+  std::vector<std::string> expected;
+  const std::string owner = std::to_string(geteuid());
+  for (const std::string& table : PimrpTool::sharedTableNames(name_)) {
+    expected.push_back(table + " " + owner + " 0640");
+    expected.push_back(table + ".g1 " + owner + " 0640");
+    expected.push_back(table + ".lock " + owner + " 0600");
+  }
+  std::sort(expected.begin(), expected.end());
+  EXPECT_EQ(segmentOwnersAndModes(segments()), expected);
+}
+
+TEST_F(PimrpShm, SharedTableOptions_Misused_Refused) {
+  const std::string one = script("one.pimrp", kOneGroup);
+  const auto refusal = [&](const std::vector<std::string>& args) {
+    const PimrpResult run = runPimrp(args);
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.status, 2);
+    return run.err;
+  };
+  EXPECT_EQ(refusal({"--shm", name_, "--shm-mode", "0664", one}),
+            "pimrp: --shm-mode: '0664' is not a mode a table may have: the owner reads and "
+            "writes, group and others may at most read (0600, 0640, 0604 or 0644)\n");
+  EXPECT_EQ(refusal({"--shm", name_, "--shm-mode", "rw", one}),
+            "pimrp: --shm-mode: 'rw' is not a mode in octal, such as 0644\n");
+  EXPECT_EQ(refusal({"--shm-mode", "0640", one}),
+            "pimrp: --shm-mode sets the permissions of the tables a run with --shm creates: give "
+            "it with --shm NAME and a FILE or '-'\n");
+  EXPECT_EQ(refusal({"--shm", name_, "--trust-owner", "nobody", one}),
+            "pimrp: --trust-owner names whose tables --attach may read: a writer writes only "
+            "tables of its own user\n");
+  EXPECT_EQ(refusal({"--attach", name_, "--trust-owner", "no-such-user-here", one}),
+            "pimrp: --trust-owner: no user 'no-such-user-here'\n");
+  EXPECT_EQ(segments(), std::vector<std::string>());
+}
+
+TEST_F(PimrpShm, DamagedTables_ReaderExitTwoNamingTheTable_WriterRepairs_UnlinkLeavesNothing) {
+  ASSERT_EQ(runPimrp({"--shm", name_, script("one.pimrp", kOneGroup)}).status, 0);
+  const std::string finalGroups = name_ + ".ipv4.sparse.final.groups";
+  // A byte of the value in the table's first slot (just after the 128-byte header and the slot's
+  // 16-byte head).
+  ASSERT_TRUE(flipByte(finalGroups + ".g1", 128 + 16));
+  const std::string show = script("show.pimrp", "show rp-hash final groups mode sparse ipv4\n");
+  const PimrpResult reader = runPimrp({"--attach", name_, show});
+  EXPECT_EQ(reader.out, "");
+  EXPECT_EQ(reader.err, show + ":1: error: the shared table '" + finalGroups +
+                            "' is damaged: slot 0 of 16 fails its checksum\n");
+  EXPECT_EQ(reader.status, 2);
+  // The next writer finds the damage and its start-up passes write the entry again.
+  const PimrpResult writer = runPimrp({"--shm", name_, script("one.pimrp", kOneGroup)});
+  EXPECT_EQ(writer.err, "");
+  EXPECT_EQ(writer.status, 0);
+  const PimrpResult repaired = runPimrp({"--attach", name_, show});
+  EXPECT_EQ(repaired.out, kOneGroupAnswer);
+  EXPECT_EQ(repaired.status, 0);
+  // A damaged control segment refuses the attachment, naming the table; --unlink removes it all.
+  const std::string first = name_ + ".ipv4.sparse.static.groups";
+  ASSERT_TRUE(flipByte(first, 0));
+  const PimrpResult refused = runPimrp({"--attach", name_, show});
+  EXPECT_EQ(refused.err, "pimrp: cannot attach the shared tables '" + name_ +
+                             "': the shared table '" + first +
+                             "' is damaged: the control segment fails its check (its fixed "
+                             "part)\n");
+  EXPECT_EQ(refused.status, 2);
+  const PimrpResult removed = runPimrp({"--shm", name_, "--unlink"});
+  EXPECT_EQ(removed.err, "");
+  EXPECT_EQ(removed.status, 0);
+  EXPECT_EQ(segments(), std::vector<std::string>());
+}
+
+TEST_F(PimrpShm, GenerationMissing_ReaderSaysSo_WriterStartsThatTableAfresh) {
+  ASSERT_EQ(runPimrp({"--shm", name_, script("one.pimrp", kOneGroup)}).status, 0);
+  const std::string first = name_ + ".ipv4.sparse.static.groups";
+  ASSERT_EQ(shm_unlink(("/" + first + ".g1").c_str()), 0);
+  const std::string show = "show rp-hash final groups mode sparse ipv4\n";
+  const PimrpResult reader = runPimrp({"--attach", name_, "-"}, show);
+  EXPECT_EQ(reader.err, "pimrp: cannot attach the shared tables '" + name_ +
+                            "': the shared table '" + first +
+                            "' is damaged: its published generation " + first + ".g1 is missing\n");
+  EXPECT_EQ(reader.status, 2);
+  const PimrpResult writer =
+      runPimrp({"--shm", name_, "--trace", "PimRpHashSm=0", script("one.pimrp", kOneGroup)});
+  EXPECT_NE(writer.err.find("[Debug 0] MirraMap::corruptionDetected() table " + first +
+                            ": its published generation " + first +
+                            ".g1 is missing: the table starts afresh and its members are lost\n"),
+            std::string::npos)
+      << writer.err;
+  EXPECT_EQ(writer.status, 0);
+  const PimrpResult after = runPimrp({"--attach", name_, "-"}, show);
+  EXPECT_EQ(after.out, kOneGroupAnswer);
+  EXPECT_EQ(after.status, 0);
+}

@@ -477,18 +477,37 @@ class SharedSessionTest : public ::testing::Test {
   const std::string name_ = tables_.name();
 };
 
-TEST_F(SharedSessionTest, Writer_ReactorsStartAfterLeadingGroups) {
+TEST_F(SharedSessionTest, ScriptWriter_ReviewsStartAfterLeadingGroups_MergesAtFirstShow) {
   Session session(TableHome{TableHome::Kind::sharedWriter, name_});
-  session.apply(ToolTest::statementOf("group 239.1.1.1"));
+  session.apply(ToolTest::statementOf("group 239.1.1.1"), Commit::inRuns);
+  EXPECT_FALSE(session.family(AddressFamily::ipv4).reviewsStarted());
+  EXPECT_FALSE(session.family(AddressFamily::ipv6).reviewsStarted());
+  session.apply(ToolTest::statementOf("rp-address 10.0.0.1 group 239.0.0.0/8"), Commit::inRuns);
+  EXPECT_TRUE(session.family(AddressFamily::ipv4).reviewsStarted());
+  EXPECT_TRUE(session.family(AddressFamily::ipv6).reviewsStarted());
   EXPECT_FALSE(session.family(AddressFamily::ipv4).reactorsStarted());
   EXPECT_FALSE(session.family(AddressFamily::ipv6).reactorsStarted());
-  session.apply(ToolTest::statementOf("rp-address 10.0.0.1 group 239.0.0.0/8"));
+  session.apply(ToolTest::statementOf("show rp-hash final groups mode sparse"), Commit::inRuns);
   EXPECT_TRUE(session.family(AddressFamily::ipv4).reactorsStarted());
   EXPECT_TRUE(session.family(AddressFamily::ipv6).reactorsStarted());
   const auto& table =
       session.family(AddressFamily::ipv4).table(HashSource::final, HashKind::groups, modePimSm);
   EXPECT_TRUE(table->rpHash().shared());
   EXPECT_EQ(table->rpHash().sharedName(), name_ + ".ipv4.sparse.final.groups");
+}
+
+TEST_F(SharedSessionTest, TypedWriter_FirstChangeStartsReviewsAndMergesTogether) {
+  Session session(TableHome{TableHome::Kind::sharedWriter, name_});
+  session.apply(ToolTest::statementOf("group 239.1.1.1"));
+  EXPECT_FALSE(session.family(AddressFamily::ipv4).reviewsStarted());
+  EXPECT_FALSE(session.family(AddressFamily::ipv4).reactorsStarted());
+  session.apply(ToolTest::statementOf("rp-address 10.0.0.1 group 239.0.0.0/8"));
+  EXPECT_TRUE(session.family(AddressFamily::ipv4).reviewsStarted());
+  EXPECT_TRUE(session.family(AddressFamily::ipv4).reactorsStarted());
+  EXPECT_TRUE(session.family(AddressFamily::ipv6).reactorsStarted());
+  const auto& table =
+      session.family(AddressFamily::ipv4).table(HashSource::final, HashKind::groups, modePimSm);
+  EXPECT_EQ(table->rpHash(IpGenPrefix("239.1.1.1/32")).address(), IpGenAddr("10.0.0.1"));
 }
 
 TEST_F(SharedSessionTest, Writer_FinishStartsAndSettles) {

@@ -23,9 +23,11 @@
 #include <cstdint>
 #include <cstring>
 
+#include "framework/Mirra/internal/CheckedWord.h"
 #include "framework/Mirra/internal/SharedWord.h"
 #include "framework/Mirra/internal/SlotArray.h"
 #include "framework/Mirra/internal/TableDamage.h"
+#include "framework/Mirra/internal/TableHeader.h"
 #include "framework/Mirra/internal/TableLayout.h"
 
 namespace Mirra {
@@ -83,13 +85,10 @@ class HashIndex {
     storeRelease(layout.index + at, word ^ emptyWordAt(at));
   }
 
-  // Each 16-bit word of slot and tag is weighted by an odd number, which is invertible modulo
-  // 2^16: any change confined to one word, so any single damaged byte, changes the check. The
-  // position enters too, so an entry copied to another place does not pass.
+  // The check of a checked word (CheckedWord.h) over the slot and the tag: any single damaged
+  // byte changes it, and an entry copied to another place does not pass.
   static std::uint16_t checkOf(SlotIndex slot, std::uint16_t tag, std::size_t position) {
-    const std::uint64_t sum = (slot & 0xffffu) * 0x9e37u + (slot >> 16) * 0x79b9u + tag * 0x7f4bu +
-                              position * 0xc2b3u + 0x5bd1u;
-    return static_cast<std::uint16_t>(sum);
+    return checkOf48(slot | std::uint64_t{tag} << 32, position);
   }
   static Entry entryFor(SlotIndex slot, std::uint16_t tag, std::size_t position) {
     return Entry{slot, tag, checkOf(slot, tag, position)};
@@ -113,13 +112,14 @@ class HashIndex {
   // Linear probing from key's home entry in `layout`, reading slots through `slots` as
   // `concurrency` allows (into *image where a slot must be copied before it is checked), into
   // *found; one pass, with no allowance for a writer at work (the caller retries where one may be).
-  static void locate(const TableLayout& layout, const Slots& slots, const K& key,
-                     Concurrency concurrency, Slot* image, Location* found) {
+  // The count of slots handed out is read from `words` (the header, or the writer's own copy).
+  static void locate(const TableLayout& layout, const TableHeader& words, const Slots& slots,
+                     const K& key, Concurrency concurrency, Slot* image, Location* found) {
     Location& location = *found;
     location = Location{};
     const std::size_t hash = Hash()(key);
     const std::uint16_t tag = tagOf(hash);
-    const std::size_t mask = layout.header->entries - 1;
+    const std::size_t mask = layout.entryCount - 1;
     std::size_t at = hash & mask;
     for (std::size_t probes = 0; probes <= mask; ++probes, at = (at + 1) & mask) {
       const Entry entry = entryAt(layout, at);
@@ -136,7 +136,12 @@ class HashIndex {
         continue;
       }
       if (entry.tag != tag) continue;
-      if (entry.slot >= loadAcquire(&layout.header->filled)) {
+      std::uint64_t filled = 0;
+      if (!loadHeaderWord(words, HeaderWord::filled, &filled)) {
+        location.damage = Damage{Fault::headerWord, static_cast<SlotIndex>(HeaderWord::filled)};
+        return;
+      }
+      if (entry.slot >= filled || entry.slot >= layout.slotCount) {
         location.damage = Damage{Fault::linkOutside, entry.slot};
         return;
       }

@@ -12,7 +12,7 @@ HeapTableMemory::~HeapTableMemory() {
   if (prepared_.base) munmap(prepared_.base, prepared_.bytes);
 }
 
-unsigned char* HeapTableMemory::prepare(std::size_t bytes) {
+unsigned char* HeapTableMemory::prepare(std::size_t bytes, const char* /*operation*/) {
   retire(&prepared_);  // a generation given up before it was published
   void* at = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (at == MAP_FAILED) throw std::bad_alloc();
@@ -22,11 +22,13 @@ unsigned char* HeapTableMemory::prepare(std::size_t bytes) {
   return prepared_.base;
 }
 
-void HeapTableMemory::publish() {
+std::string HeapTableMemory::publish() {
   retire(&current_);
   current_ = prepared_;
   prepared_ = Block{};
   storeRelease(&generation_, generation_ + 1);
+  if (publishedHook) publishedHook();
+  return "";
 }
 
 void HeapTableMemory::retire(Block* block) {

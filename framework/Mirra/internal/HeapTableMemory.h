@@ -23,17 +23,17 @@ class HeapTableMemory : public TableMemory {
   HeapTableMemory(const HeapTableMemory&) = delete;
   HeapTableMemory& operator=(const HeapTableMemory&) = delete;
 
-  unsigned char* current(std::uint64_t* generation) override {
+  Mapping current(std::uint64_t* generation) override {
     *generation = generation_;
-    return current_.base;
+    return Mapping{current_.base, current_.bytes};
   }
-  unsigned char* prepare(std::size_t bytes) override;
-  void publish() override;
+  unsigned char* prepare(std::size_t bytes, const char* operation) override;
+  std::string publish() override;
   void releaseRetired() override { retired_.releasePiece(); }
   bool writable() const override { return true; }
   bool shared() const override { return false; }
   const std::string& name() const override { return name_; }
-  bool otherWriterAlive() const override { return false; }
+  WriterState writerState() const override { return WriterState{}; }
 
  private:
   struct Block {

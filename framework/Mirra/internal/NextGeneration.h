@@ -10,7 +10,7 @@
 // index; and verifies a few more entries of the current index, which is not copied. Meanwhile every
 // write to a slot already copied is made in both generations, and so is the index entry of a
 // member put into or taken out of such a slot. Once every slot handed out and every entry is done,
-// finish() gives the new generation the current one's header words, ready to publish.
+// finish() gives the new generation the writer's header words, ready to publish.
 //
 // Invariants:
 //  1. Slots [0, copied()) of the next generation hold what the current one holds, and its index
@@ -34,8 +34,9 @@
 #include "framework/Mirra/internal/SharedWord.h"
 #include "framework/Mirra/internal/SlotArray.h"
 #include "framework/Mirra/internal/TableDamage.h"
+#include "framework/Mirra/internal/TableHeader.h"
 #include "framework/Mirra/internal/TableLayout.h"
-#include "framework/Mirra/internal/TableMemory.h"
+#include "framework/Mirra/internal/WriterWait.h"
 
 namespace Mirra {
 namespace internal {
@@ -65,11 +66,11 @@ class NextGeneration {
   }
   void giveUp() { next_ = TableLayout{}; }
 
-  // One step over the current generation `current`; true when the next one holds all of it.
+  // One step over the current generation `current`, of which `filled` slots are handed out; true
+  // when the next one holds all of it.
   // REQUIRES: active().
-  bool step(const TableLayout& current, const TableMemory& memory) {
-    const Slots from(current.slots, memory);
-    const std::size_t filled = loadAcquire(&current.header->filled);
+  bool step(const TableLayout& current, std::size_t filled) {
+    const Slots from(current.slots, WriterWait::none());
     const std::size_t count = std::min(kSlotsPerStep, filled - copied_);
     Slot batch[kSlotsPerStep];
     // The keys' home entries are spread over the whole index: all are asked for before the
@@ -84,14 +85,14 @@ class NextGeneration {
     for (std::size_t step = 0; step < count; ++step) {
       const auto at = static_cast<SlotIndex>(copied_);
       touchForWriting(next_.slots + static_cast<std::size_t>(at) * Slots::kSlotWords);
-      write(at, batch[step], memory);
+      write(at, batch[step]);
       ++copied_;
-      storeRelaxed(&next_.header->filled, copied_);
-      if (batch[step].state == SlotState::used && !enter(at, KeyOf()(batch[step].value), memory)) {
+      storeHeaderWord(*next_.header, HeaderWord::filled, copied_);
+      if (batch[step].state == SlotState::used && !enter(at, KeyOf()(batch[step].value))) {
         throw WriterMetDamage();  // the key is in a slot copied before
       }
     }
-    const std::size_t entries = current.header->entries;
+    const std::size_t entries = current.entryCount;
     for (std::size_t step = 0; step < kEntriesPerStep && checked_ < entries; ++step, ++checked_) {
       if (!Index::entryIntact(Index::entryAt(current, checked_), checked_)) throw WriterMetDamage();
     }
@@ -100,16 +101,16 @@ class NextGeneration {
   }
 
   // The writer wrote `image` into slot `at` of the current generation.
-  void slotWritten(SlotIndex at, const Slot& image, const TableMemory& memory) {
-    if (active() && at < copied_) write(at, image, memory);
+  void slotWritten(SlotIndex at, const Slot& image) {
+    if (active() && at < copied_) write(at, image);
   }
   // The writer put key's member into slot `at`, or took it out, in the current generation.
-  void memberEntered(SlotIndex at, const K& key, const TableMemory& memory) {
-    if (active() && at < copied_ && !enter(at, key, memory)) giveUp();
+  void memberEntered(SlotIndex at, const K& key) {
+    if (active() && at < copied_ && !enter(at, key)) giveUp();
   }
-  void memberRemoved(SlotIndex at, const K& key, const TableMemory& memory) {
+  void memberRemoved(SlotIndex at, const K& key) {
     if (!active() || at >= copied_) return;
-    const typename Index::Location found = locate(key, memory);
+    const typename Index::Location found = locate(key);
     if (found.damage.found() || found.slot != at) {
       giveUp();
       return;
@@ -118,20 +119,16 @@ class NextGeneration {
     ++tombstones_;
   }
 
-  // Gives the next generation the header words of `current`; returns it, to be published.
+  // Gives the next generation the header words of `words` (the writer's own copy of the current
+  // generation's), but for its own count of erased index entries; returns it, to be published.
   // REQUIRES: step() returned true, and no write is under way.
-  TableLayout finish(const TableLayout& current) {
-    const TableHeader& from = *current.header;
+  TableLayout finish(const TableHeader& words) {
     TableHeader& to = *next_.header;
-    storeRelaxed(&to.root, loadRelaxed(&from.root));
-    storeRelaxed(&to.filled, loadRelaxed(&from.filled));
-    storeRelaxed(&to.used, loadRelaxed(&from.used));
-    storeRelaxed(&to.changes, loadRelaxed(&from.changes));
-    storeRelaxed(&to.structure, loadRelaxed(&from.structure));
-    storeRelaxed(&to.ready, loadRelaxed(&from.ready));
-    storeRelaxed(&to.advertised, loadRelaxed(&from.advertised));
-    storeRelaxed(&to.freeSlot, loadRelaxed(&from.freeSlot));
-    storeRelaxed(&to.tombstones, tombstones_);
+    for (std::size_t word = 0; word < kHeaderWords; ++word) {
+      storeRelaxed(&to.words[word], loadRelaxed(&words.words[word]));
+    }
+    storeHeaderWord(to, HeaderWord::tombstones, tombstones_);
+    storeHeaderWord(to, HeaderWord::published, 0);
     const TableLayout finished = next_;
     giveUp();
     return finished;
@@ -140,7 +137,7 @@ class NextGeneration {
  private:
   // Inlined at once, so that the compiler does not take the call for one without effect.
   [[gnu::always_inline]] void prefetchHome(const K& key) const {
-    const std::size_t mask = next_.header->entries - 1;
+    const std::size_t mask = next_.entryCount - 1;
     __builtin_prefetch(next_.index + (Hash()(key) & mask));
   }
   // The slots the next step copies, from and to, and the entries it verifies: by then they are
@@ -152,25 +149,26 @@ class NextGeneration {
       __builtin_prefetch(current.slots + at * Slots::kSlotWords);
       __builtin_prefetch(next_.slots + at * Slots::kSlotWords, 1);
     }
-    if (checked_ < current.header->entries) __builtin_prefetch(current.index + checked_);
+    if (checked_ < current.entryCount) __builtin_prefetch(current.index + checked_);
   }
-  void write(SlotIndex at, const Slot& image, const TableMemory& memory) {
+  void write(SlotIndex at, const Slot& image) {
     static const std::function<void()> kNoHook;
-    Slots(next_.slots, memory).write(at, image, kNoHook);
+    Slots(next_.slots, WriterWait::none()).write(at, image, kNoHook);
   }
   // Where key is in the next index, or would go. Only this writer has seen that memory, so
   // slots are checked where they lie.
-  typename Index::Location locate(const K& key, const TableMemory& memory) const {
+  typename Index::Location locate(const K& key) const {
     typename Index::Location found;
     Slot image;
-    Index::locate(next_, Slots(next_.slots, memory), key, Slots::Concurrency::none, &image, &found);
+    Index::locate(next_, *next_.header, Slots(next_.slots, WriterWait::none()), key,
+                  Slots::Concurrency::none, &image, &found);
     return found;
   }
   // Enters key's member in slot `at` into the next index; false when the key is there already or
   // the next index is inconsistent.
-  bool enter(SlotIndex at, const K& key, const TableMemory& memory) {
-    touchForWriting(next_.index + (Hash()(key) & (next_.header->entries - 1)));
-    const typename Index::Location found = locate(key, memory);
+  bool enter(SlotIndex at, const K& key) {
+    touchForWriting(next_.index + (Hash()(key) & (next_.entryCount - 1)));
+    const typename Index::Location found = locate(key);
     if (found.damage.found() || found.slot != kNoSlot || found.freeEntry == Index::kNoEntry) {
       return false;
     }

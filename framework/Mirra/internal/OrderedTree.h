@@ -1,7 +1,7 @@
 #pragma once
 // Mirra::internal::OrderedTree<K, V, KeyOf, Hash>: the balanced search tree that orders the
 // members of one generation of a table by K's `<`: a treap whose nodes are the slots themselves,
-// linked by slot index, with its root in the table header.
+// linked by slot index, with its root in the table header (the caller reads and stores it).
 //
 // Invariants:
 //  1. In-order, the tree visits every member once, in ascending key order; each node's priority
@@ -24,7 +24,6 @@
 #include "framework/Mirra/internal/SlotArray.h"
 #include "framework/Mirra/internal/TableDamage.h"
 #include "framework/Mirra/internal/TableLayout.h"
-#include "framework/Mirra/internal/TableMemory.h"
 
 namespace Mirra {
 namespace internal {
@@ -45,10 +44,9 @@ class OrderedTree {
     V value{};
   };
 
-  // The tree of the generation in `layout`; slot writes run midWriteHook (see SlotArray::write).
-  OrderedTree(const TableLayout& layout, const TableMemory& memory,
-              const std::function<void()>& midWriteHook)
-      : header_(layout.header), slots_(layout.slots, memory), midWriteHook_(midWriteHook) {}
+  // The tree over `slots`; slot writes run midWriteHook (see SlotArray::write).
+  OrderedTree(const Slots& slots, const std::function<void()>& midWriteHook)
+      : slots_(slots), midWriteHook_(midWriteHook) {}
 
   // The treap's heap order (higher sits nearer the root) comes from a second mix of the hash,
   // so that it does not follow the bits that pick the home slot.
@@ -59,17 +57,14 @@ class OrderedTree {
     return static_cast<std::uint32_t>(mixed);
   }
 
-  SlotIndex root() const { return static_cast<SlotIndex>(loadAcquire(&header_->root)); }
-  void rootIs(SlotIndex root) {
-    if (this->root() != root) storeRelease(&header_->root, root);
-  }
-
   // The tree member that is the first one (Bound::first), the first whose key is >= key, or the
-  // first whose key is > key; none when there is none. Damage is left in *damage.
-  Position descendOnce(Bound bound, const K& key, Damage* damage) const {
-    const std::size_t size = filled();
+  // first whose key is > key, in the tree under `root` with `filled` slots handed out; none when
+  // there is none. Damage is left in *damage.
+  Position descendOnce(Bound bound, const K& key, SlotIndex root, std::size_t filled,
+                       Damage* damage) const {
+    const std::size_t size = filled;
     Position best;
-    SlotIndex at = root();
+    SlotIndex at = root;
     for (std::size_t steps = 0; at != kNoSlot; ++steps) {
       if (steps > size) {
         *damage = Damage{Fault::endlessWalk, at};
@@ -136,10 +131,8 @@ class OrderedTree {
   }
 
  private:
-  std::size_t filled() const { return loadAcquire(&header_->filled); }
   void writeSlot(SlotIndex at, const Slot& slot) { slots_.write(at, slot, midWriteHook_); }
 
-  TableHeader* header_;
   Slots slots_;
   const std::function<void()>& midWriteHook_;
 };

@@ -21,9 +21,9 @@
 //     that write's release fence and the second head load would see the odd sequence; so equal
 //     even heads mean one whole write.
 //  4. A sequence held odd is waited for within the bounds of WriterWait.h, then reported as a
-//     slot left half-written. An attachment that nobody else writes while it reads
-//     (Concurrency::none) cannot see a write in progress, so it checks a slot where it lies,
-//     without the second head load, and takes an odd sequence as half-written at once.
+//     slot left half-written, or held by a stalled writer. An attachment that nobody else writes
+//     while it reads (Concurrency::none) cannot see a write in progress, so it checks a slot where
+//     it lies, without the second head load, and takes an odd sequence as half-written at once.
 
 #include <cstddef>
 #include <cstdint>
@@ -36,7 +36,6 @@
 #include "framework/Mirra/internal/SlotChecksum.h"
 #include "framework/Mirra/internal/TableDamage.h"
 #include "framework/Mirra/internal/TableLayout.h"
-#include "framework/Mirra/internal/TableMemory.h"
 #include "framework/Mirra/internal/WriterWait.h"
 
 namespace Mirra {
@@ -72,16 +71,14 @@ class SlotArray {
   // attachment, or another one sharing its memory in its process), or a writer in another process.
   enum class Concurrency : std::uint8_t { none, writerElsewhere };
 
-  // The slot array starting at `words`; waits for a writer as `memory` tells.
-  SlotArray(std::uint64_t* words, const TableMemory& memory) : words_(words), memory_(memory) {}
+  // The slot array starting at `words`; a slot held by the writer is waited for through `wait`.
+  SlotArray(std::uint64_t* words, WriterWait& wait) : words_(words), wait_(wait) {}
 
   // Copies slot `at` whole into *out (invariant 3). False when the slot stayed half-written; *out
   // then holds what was there.
   bool readWhole(SlotIndex at, Slot* out) const {
     const std::uint64_t* words = wordsOf(at);
     auto* bytes = reinterpret_cast<unsigned char*>(out);
-    std::uint64_t heldHead = 0;
-    int heldRounds = 0;
     for (;;) {
       const std::uint64_t head = loadAcquire(words);
       for (std::size_t word = 1; word < kSlotWords; ++word) {
@@ -90,9 +87,7 @@ class SlotArray {
       }
       std::memcpy(bytes, &head, 8);
       if (odd(sequenceOf(head))) {
-        if (head != heldHead) heldRounds = 0;
-        heldHead = head;
-        if (!waitForWriter(memory_, ++heldRounds)) return false;
+        if (!wait_.again()) return false;
         continue;
       }
       fenceAcquire();
@@ -125,6 +120,15 @@ class SlotArray {
     return std::launder(reinterpret_cast<const V*>(bytes + offsetof(Slot, value)));
   }
 
+  // Whether slot `at` was never written: all its words zero, as fresh memory reads.
+  bool neverWritten(SlotIndex at) const {
+    const std::uint64_t* words = wordsOf(at);
+    for (std::size_t word = 0; word < kSlotWords; ++word) {
+      if (loadRelaxed(words + word) != 0) return false;
+    }
+    return true;
+  }
+
   // The writer's own read: nobody else writes, so the slot is copied as it lies (a slot held odd
   // was left by a writer that died).
   Slot slotAt(SlotIndex at) const {
@@ -135,7 +139,9 @@ class SlotArray {
 
   // Writer: replaces slot `at` with contents, under the slot's sequence (invariant 3).
   // midWriteHook, when set, runs after the slot is marked busy and before its contents change.
-  void write(SlotIndex at, const Slot& contents, const std::function<void()>& midWriteHook) const {
+  // Inlined at once: it is most of what a replace does.
+  [[gnu::always_inline]] void write(SlotIndex at, const Slot& contents,
+                                    const std::function<void()>& midWriteHook) const {
     Slot image = contents;
     std::uint64_t* words = wordsOf(at);
     const std::uint64_t oldHead = loadRelaxed(words);
@@ -202,7 +208,7 @@ class SlotArray {
   }
 
   std::uint64_t* words_;
-  const TableMemory& memory_;
+  WriterWait& wait_;
 };
 
 }  // namespace internal

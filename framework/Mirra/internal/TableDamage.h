@@ -8,6 +8,7 @@
 #include <cstdint>
 
 #include "framework/Mirra/internal/TableLayout.h"
+#include "framework/Mirra/internal/TableMemory.h"
 
 namespace Mirra {
 namespace internal {
@@ -21,12 +22,22 @@ enum class Fault : std::uint8_t {
   endlessWalk,
   halfWritten,
   unfinishedRelink,
-  header
+  headerFixed,  // the fixed part fails its check or does not fit the memory
+  headerWord,   // `slot` is the HeaderWord that fails its check
+  // A word the writer holds odd stayed so past the reader's wait while the writer is alive:
+  stalledSlot,    // slot `slot`
+  stalledRelink,  // the tree links
+  stalledWrite    // a write met while checking what looked like damage
 };
 
 struct Damage {
+  Damage() = default;
+  Damage(Fault found, SlotIndex at, WriterState writerFound = WriterState())
+      : fault(found), slot(at), writer(writerFound) {}
+
   Fault fault = Fault::none;
-  SlotIndex slot = kNoSlot;  // or the index entry's position, for Fault::indexEntry
+  SlotIndex slot = kNoSlot;  // or the index entry's position, or the header word
+  WriterState writer;        // for the stalled faults: the writer as the reader found it
   bool found() const { return fault != Fault::none; }
 };
 

@@ -4,13 +4,20 @@
 // Each damage call changes bytes of the table's memory the way a stray write from another process
 // would, leaving checksums and checks stale; for a shared table that memory is the shared segment
 // itself, so every attachment in every process sees the damage. midWriteHookIs lets a test stop a
-// writer in the middle of a slot write. Production code never includes this header.
+// writer in the middle of a slot write, publishedHookIs between publishing a generation and
+// removing the one it replaces; writerWaitIs shortens a reader's wait for a stalled writer, and
+// reportClockIs gives the report limiter another clock. Production code never includes this
+// header.
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <functional>
 #include <utility>
+
+#include "framework/Mirra/internal/ReportLimiter.h"
+#include "framework/Mirra/internal/TableHeader.h"
 
 namespace Mirra {
 namespace testing {
@@ -20,8 +27,7 @@ class MirraMapBackdoor {
   // The slot index that holds key, or -1 when key is absent; no verification.
   template <class Map, class K>
   static long slotOf(const Map& map, const K& key) {
-    map.refresh();
-    const std::size_t filled = map.filled();
+    const std::size_t filled = handedOut(map);
     for (std::size_t index = 0; index < filled; ++index) {
       const auto slot = imageOf(map, index);
       if (slot.state == Map::SlotState::used && keyOfImage<Map>(slot) == key) {
@@ -81,7 +87,7 @@ class MirraMapBackdoor {
   template <class Map>
   static std::size_t slots(const Map& map) {
     map.refresh();
-    return map.layout_.header->slots;
+    return map.layout_.slotCount;
   }
 
   // Whether the writer `map` is filling a next generation, and how many slots it has copied.
@@ -115,7 +121,7 @@ class MirraMapBackdoor {
   template <class Map>
   static std::size_t entries(const Map& map) {
     map.refresh();
-    return map.layout_.header->entries;
+    return map.layout_.entryCount;
   }
   // Flips bits of the hash tag in key's index entry. Returns false when key is absent.
   template <class Map, class K>
@@ -134,6 +140,30 @@ class MirraMapBackdoor {
   static void midWriteHookIs(Map& map, std::function<void()> hook) {
     map.midWriteHook_ = std::move(hook);
   }
+  // Runs hook each time the writer `map` has published a generation, before it removes the one
+  // that generation replaced; an empty hook removes it.
+  template <class Map>
+  static void publishedHookIs(Map& map, std::function<void()> hook) {
+    map.memory_->publishedHook = std::move(hook);
+  }
+  // How long each read of `map` waits for a writer elsewhere that holds a word it needs.
+  template <class Map>
+  static void writerWaitIs(Map& map, std::chrono::nanoseconds limit) {
+    map.writerWaitLimit_ = limit;
+  }
+  // The clock by which `map` counts its reports per second.
+  template <class Map>
+  static void reportClockIs(Map& map,
+                            std::function<internal::ReportLimiter::Clock::time_point()> clock) {
+    map.limiter_.clockIs(std::move(clock));
+  }
+  // Flips the bits `mask` of byte `offset` of the header of the generation `map` reads.
+  // REQUIRES: offset < 128.
+  template <class Map>
+  static void damageHeaderByte(const Map& map, std::size_t offset, std::uint8_t mask) {
+    map.refresh();
+    reinterpret_cast<unsigned char*>(map.layout_.header)[offset] ^= mask;
+  }
 
  private:
   template <class Map>
@@ -145,6 +175,16 @@ class MirraMapBackdoor {
   template <class Map, class Slot>
   static const auto& keyOfImage(const Slot& slot) {
     return typename Map::KeyOfType()(slot.value);
+  }
+  // Slots handed out, as this attachment finds the count (unchecked).
+  template <class Map>
+  static std::size_t handedOut(const Map& map) {
+    map.refresh();
+    if (map.ownsHeader()) return map.filled();
+    const std::uint64_t word =
+        __atomic_load_n(internal::headerWordAt(*map.layout_.header, internal::HeaderWord::filled),
+                        __ATOMIC_ACQUIRE);
+    return static_cast<std::size_t>(word & internal::kCheckedValueLimit);
   }
   template <class Map>
   static unsigned char* slotBytes(const Map& map, std::size_t index) {
