@@ -7,7 +7,7 @@
 
 #include "framework/Kel/Assert.h"
 #include "framework/Kel/Exception.h"
-#include "framework/Mirra/CorruptionDetectedException.h"
+#include "framework/Mirra/TolerantRead.h"
 
 namespace Routing {
 namespace Pim {
@@ -310,14 +310,12 @@ void RpHashIntermediateSm::KelCrpSet::KelCrp::doUpdateRpHash(bool add) {
   const Kel::Ptr<RpHashStatus> table = sm->rpHashStatus();
   const Kel::Ptr<RpCompute> compute = sm->crpCompute();
   const Mode mode = sm->pimMode();
-  try {
+  // Damage in the per-group table ends the walk there; the per-prefix entry is written anyway.
+  Mirra::tolerantRead(*table, [&] {
     forEachOverlappingKey(trace(), *table, prefix, [&](const Ipkit::IpGenPrefix& key) {
       doUpdateRpHashGuts(key, add, table, compute, rp, mode, algorithm);
     });
-  } catch (const Mirra::CorruptionDetectedException& corruption) {
-    // Already reported by the table as it raised it; handing it back acknowledges the report.
-    table->corruptionDetected(corruption.what());
-  }
+  });
   doUpdateRpHashGuts(prefix, add, sm->rpPrefixHashStatus(), compute, rp, mode, algorithm);
 }
 

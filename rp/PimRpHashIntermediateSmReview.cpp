@@ -2,7 +2,7 @@
 // slices that work it off.
 
 #include "framework/Kel/System.h"
-#include "framework/Mirra/CorruptionDetectedException.h"
+#include "framework/Mirra/TolerantRead.h"
 #include "rp/PimRpHashIntermediateSm.h"
 
 namespace Routing {
@@ -23,16 +23,13 @@ void RpHashIntermediateSm::handleGroup() {
   KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
   if (!initialized_) return;
   const auto groups = groupMrt();
-  try {
+  // Entries past damage in the table wait for the next full pass.
+  Mirra::tolerantRead(*rpHashStatus_, [&] {
     for (const RpHash& entry : rpHashStatus_->rpHash()) {
       const Ipkit::IpGenAddr& group = entry.key().address();
       if (!groups->group().contains(group)) changedGroupIs(group, false);
     }
-  } catch (const Mirra::CorruptionDetectedException& corruption) {
-    // Reported as raised; handing it back acknowledges it. Entries past the damage wait for the
-    // next full pass.
-    rpHashStatus_->corruptionDetected(corruption.what());
-  }
+  });
   doKickReviewForAllGroups();
 }
 
@@ -110,17 +107,15 @@ void RpHashIntermediateSm::handleRpHashAlgorithm() {
 void RpHashIntermediateSm::doRemoveExtraRpHashGroups() {
   KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
   const auto groups = groupMrt();
-  try {
+  // Damage in the table ends the clean-up there.
+  Mirra::tolerantRead(*rpHashStatus_, [&] {
     for (const RpHash& entry : rpHashStatus_->rpHash()) {
       const Ipkit::IpGenPrefix& key = entry.key();
       if (groups->group().contains(key.address())) continue;
       KEL_TRACE(trace(), 5, "doRemoveExtraRpHashGroups: Deleting group " << key);
       rpHashStatus_->rpHashDel(key);
     }
-  } catch (const Mirra::CorruptionDetectedException& corruption) {
-    // Already reported by the table as it raised it; handing it back acknowledges the report.
-    rpHashStatus_->corruptionDetected(corruption.what());
-  }
+  });
 }
 
 void RpHashIntermediateSm::reviewTimerIs(Kel::Clock::NotifieeConst* clock, float fillInterval,

@@ -1,7 +1,7 @@
 #include "rp/PimRpHashSm.h"
 
 #include "framework/Kel/Exception.h"
-#include "framework/Mirra/CorruptionDetectedException.h"
+#include "framework/Mirra/TolerantRead.h"
 #include "rp/PimRpSourceRule.h"
 
 namespace Routing {
@@ -80,32 +80,16 @@ RpHashSm::RpHashSm(Mode pimMode, const Kel::PtrConst<RpHashStatus>& staticHash,
   handleInitialized();
 }
 
-namespace {
-
-// Runs one positioning step of a walk over table; false, after handing the corruption to the
-// table's handler (which acknowledges the report the failed read made), when the step met damage.
-template <class Step>
-bool walkStep(const RpHashStatus& table, Step&& step) {
-  try {
-    step();
-    return true;
-  } catch (const Mirra::CorruptionDetectedException& corruption) {
-    table.corruptionDetected(corruption.what());
-    return false;
-  }
-}
-
-}  // namespace
-
 template <class Handle>
 void RpHashSm::doWalk(const RpHashStatus& table, Handle&& handle) {
   const RpHashStatus::Table& entries = table.rpHash();
   RpHashStatus::Table::Iterator at = entries.end();
-  if (!walkStep(table, [&] { at = entries.begin(); })) return;
+  // Only the steps are read tolerantly: damage ends the walk, the handler's own reads are its own.
+  if (!Mirra::tolerantRead(table, [&] { at = entries.begin(); })) return;
   // The iterator steps past the key it holds, so the handler may delete that key's entry.
   while (!at.atEnd()) {
     handle(at->key());
-    if (!walkStep(table, [&] { ++at; })) return;
+    if (!Mirra::tolerantRead(table, [&] { ++at; })) return;
   }
 }
 

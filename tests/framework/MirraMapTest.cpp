@@ -15,6 +15,8 @@
 #include "framework/Mirra/CorruptionDetectedException.h"
 #include "framework/Mirra/MirraMap.h"
 #include "framework/Mirra/testing/MirraMapBackdoor.h"
+#include "tests/framework/MirraTestEntry.h"
+#include "tests/support/Refusal.h"
 
 namespace {
 
@@ -22,15 +24,8 @@ using Ipkit::IpGenAddr;
 using Ipkit::IpGenPrefix;
 using Mirra::testing::MirraMapBackdoor;
 
-struct Entry {
-  IpGenPrefix key;
-  std::uint32_t payload = 0;
-  bool operator==(const Entry& other) const { return key == other.key && payload == other.payload; }
-};
-struct EntryKey {
-  const IpGenPrefix& operator()(const Entry& entry) const { return entry.key; }
-};
-using Table = Mirra::MirraMap<IpGenPrefix, Entry, EntryKey>;
+using MirraTest::Entry;
+using MirraTest::Table;
 
 IpGenPrefix prefix(const char* text) { return IpGenPrefix(Kel::String(text)); }
 Entry entry(const char* text, std::uint32_t payload) { return Entry{prefix(text), payload}; }
@@ -456,20 +451,46 @@ TEST_F(MirraMapCorruption, ReaderAndWriterAttachments_EachRecordTheirOwnDetectio
   EXPECT_EQ(reader.corruptions(), 1u);
 }
 
-TEST_F(MirraMapCorruption, CallerHandsCaughtMessageBack_OneReportPerDetection) {
+TEST_F(MirraMapCorruption, CaughtExceptionHandedBack_OneReportPerDetection) {
+  MirraMapBackdoor::damageValue(table, key(0));
+  const auto caught =
+      TestSupport::thrownBy<Mirra::CorruptionDetectedException>([&] { table.lookup(key(0)); });
+  ASSERT_TRUE(caught);
+  table.corruptionDetected(*caught);
+  EXPECT_EQ(handled, std::vector<std::string>{caught->what()});
+  EXPECT_EQ(debugLines(), std::vector<std::string>{"MirraMap::corruptionDetected() " +
+                                                   std::string(caught->what())});
+  EXPECT_EQ(table.corruptions(), 1u);
+  // Handed back twice, it is a second detection.
+  table.corruptionDetected(*caught);
+  EXPECT_EQ(table.corruptions(), 2u);
+}
+
+TEST_F(MirraMapCorruption, CallersOwnDetection_ReportedEvenWithTheLastReportsText) {
   MirraMapBackdoor::damageValue(table, key(0));
   const std::string message = lookupFailure(table, key(0));
   table.corruptionDetected(message);
-  EXPECT_EQ(handled.size(), 1u);
-  EXPECT_EQ(debugLines().size(), 1u);
   table.corruptionDetected("route 10.0.0.0/8 names a missing record");
-  EXPECT_EQ(handled,
-            (std::vector<std::string>{message, "route 10.0.0.0/8 names a missing record"}));
-  EXPECT_EQ(debugLines(),
-            (std::vector<std::string>{
-                "MirraMap::corruptionDetected() " + message,
-                "MirraMap::corruptionDetected() route 10.0.0.0/8 names a missing record"}));
-  EXPECT_EQ(table.corruptions(), 2u);
+  EXPECT_EQ(handled, (std::vector<std::string>{message, message,
+                                               "route 10.0.0.0/8 names a missing record"}));
+  EXPECT_EQ(
+      debugLines(),
+      (std::vector<std::string>{
+          "MirraMap::corruptionDetected() " + message, "MirraMap::corruptionDetected() " + message,
+          "MirraMap::corruptionDetected() route 10.0.0.0/8 names a missing record"}));
+  EXPECT_EQ(table.corruptions(), 3u);
+}
+
+TEST_F(MirraMapCorruption, ReadersExceptionHandedToWriter_ReportedByBoth) {
+  const Table reader = table.reader();
+  MirraMapBackdoor::damageValue(table, key(2));
+  const auto caught =
+      TestSupport::thrownBy<Mirra::CorruptionDetectedException>([&] { reader.lookup(key(2)); });
+  ASSERT_TRUE(caught);
+  table.corruptionDetected(*caught);
+  EXPECT_EQ(reader.corruptions(), 1u);
+  EXPECT_EQ(table.corruptions(), 1u);
+  EXPECT_EQ(handled, std::vector<std::string>{caught->what()});
 }
 
 // Growth spread over writes: a table whose next generation is being filled, a few slots per

@@ -10,6 +10,7 @@
 #include "framework/Mirra/CorruptionDetectedException.h"
 #include "framework/Mirra/testing/MirraMapBackdoor.h"
 #include "model/Pim/RpHashStatus.h"
+#include "tests/support/Refusal.h"
 
 namespace {
 
@@ -233,12 +234,10 @@ TEST(RpHashStatus, CaughtCorruptionHandedBack_ReportedOnce) {
   table->rpHashIs(entryFor("239.0.0.0/8", "10.0.0.1"));
   Mirra::testing::MirraMapBackdoor::damageValue(table->rpHash(), IpGenPrefix("239.0.0.0/8"));
   Kel::TraceRing::instance().clear();
-  try {
-    table->rpHash(IpGenPrefix("239.0.0.0/8"));
-    FAIL() << "corruption went unnoticed";
-  } catch (const Mirra::CorruptionDetectedException& e) {
-    table->corruptionDetected(e.what());
-  }
+  const auto caught = TestSupport::thrownBy<Mirra::CorruptionDetectedException>(
+      [&] { table->rpHash(IpGenPrefix("239.0.0.0/8")); });
+  ASSERT_TRUE(caught);
+  table->corruptionDetected(*caught);
   EXPECT_EQ(table->corruptions(), 1u);
   EXPECT_EQ(Kel::TraceRing::instance().lines("Debug").size(), 1u);
 }
