@@ -17,6 +17,7 @@
 #include "framework/Mirra/testing/MirraMapBackdoor.h"
 #include "tests/framework/MirraTestEntry.h"
 #include "tests/support/Refusal.h"
+#include "tests/support/TraceCapture.h"
 
 namespace {
 
@@ -54,8 +55,6 @@ std::vector<IpGenPrefix> keysOf(const std::map<IpGenPrefix, std::uint32_t>& orac
   for (const auto& [key, payload] : oracle) keys.push_back(key);
   return keys;
 }
-
-std::vector<std::string> debugLines() { return Kel::TraceRing::instance().lines("Debug"); }
 
 TEST(MirraMap, RandomInsertsAndErases_IterateInKeyOrderLikeOrderedMap) {
   std::mt19937 rng(4242u);
@@ -254,7 +253,7 @@ class MirraMapCorruption : public ::testing::Test {
       table.insert(Entry{IpGenPrefix(IpGenAddr::ip4(0xef000000u + 256 * i), 24), i});
     }
     table.corruptionHandlerIs([this](const std::string& message) { handled.push_back(message); });
-    Kel::TraceRing::instance().clear();
+    debug.clear();
   }
   static IpGenPrefix key(std::uint32_t i) {
     return IpGenPrefix(IpGenAddr::ip4(0xef000000u + 256 * i), 24);
@@ -272,6 +271,7 @@ class MirraMapCorruption : public ::testing::Test {
     return "no exception";
   }
 
+  TestSupport::TraceCapture debug{"Debug"};
   Table table;
   std::vector<std::string> handled;
 };
@@ -281,7 +281,7 @@ TEST_F(MirraMapCorruption, DamagedValue_LookupReportsOnceThenThrows) {
   ASSERT_TRUE(MirraMapBackdoor::damageValue(table, key(3)));
   EXPECT_EQ(lookupFailure(table, key(3)), message);
   EXPECT_EQ(handled, std::vector<std::string>{message});
-  EXPECT_EQ(debugLines(), std::vector<std::string>{"MirraMap::corruptionDetected() " + message});
+  EXPECT_EQ(debug.lines(), std::vector<std::string>{"MirraMap::corruptionDetected() " + message});
   EXPECT_EQ(table.corruptions(), 1u);
   EXPECT_EQ(table.lastCorruption(), message);
   EXPECT_EQ(table.lookup(key(4)).payload, 4u);
@@ -458,8 +458,8 @@ TEST_F(MirraMapCorruption, CaughtExceptionHandedBack_OneReportPerDetection) {
   ASSERT_TRUE(caught);
   table.corruptionDetected(*caught);
   EXPECT_EQ(handled, std::vector<std::string>{caught->what()});
-  EXPECT_EQ(debugLines(), std::vector<std::string>{"MirraMap::corruptionDetected() " +
-                                                   std::string(caught->what())});
+  EXPECT_EQ(debug.lines(), std::vector<std::string>{"MirraMap::corruptionDetected() " +
+                                                    std::string(caught->what())});
   EXPECT_EQ(table.corruptions(), 1u);
   // Handed back twice, it is a second detection.
   table.corruptionDetected(*caught);
@@ -474,7 +474,7 @@ TEST_F(MirraMapCorruption, CallersOwnDetection_ReportedEvenWithTheLastReportsTex
   EXPECT_EQ(handled, (std::vector<std::string>{message, message,
                                                "route 10.0.0.0/8 names a missing record"}));
   EXPECT_EQ(
-      debugLines(),
+      debug.lines(),
       (std::vector<std::string>{
           "MirraMap::corruptionDetected() " + message, "MirraMap::corruptionDetected() " + message,
           "MirraMap::corruptionDetected() route 10.0.0.0/8 names a missing record"}));

@@ -15,6 +15,7 @@
 #include "framework/Mirra/MirraMap.h"
 #include "framework/Mirra/testing/MirraMapBackdoor.h"
 #include "tests/framework/MirraShmTestSupport.h"
+#include "tests/support/TraceCapture.h"
 
 namespace {
 
@@ -103,7 +104,7 @@ pid_t writerStoppedInsideWrite(const std::string& name, std::uint64_t entries,
 
 class MirraShmConcurrency : public ::testing::Test {
  protected:
-  void SetUp() override { Kel::TraceRing::instance().clear(); }
+  TestSupport::TraceCapture debug{"Debug"};
   SegmentGuard segment{::testing::UnitTest::GetInstance()->current_test_info()->name()};
 };
 
@@ -172,9 +173,9 @@ TEST_F(MirraShmConcurrency, WriterKilledMidWrite_HalfWrittenSlotReportedNewWrite
   }
   EXPECT_EQ(handled, std::vector<std::string>{expected});
 
-  Kel::TraceRing::instance().clear();
+  debug.clear();
   Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
-  EXPECT_EQ(Kel::TraceRing::instance().lines("Debug"),
+  EXPECT_EQ(debug.lines(),
             (std::vector<std::string>{
                 "MirraMap::corruptionDetected() table " + segment.name() + ": " + expected,
                 "MirraMap::attach() " + segment.name() + " as writer members:999 slots:2048"}));

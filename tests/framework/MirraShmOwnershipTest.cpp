@@ -17,6 +17,7 @@
 #include "framework/Mirra/CorruptionDetectedException.h"
 #include "framework/Mirra/MirraMap.h"
 #include "tests/framework/MirraShmTestSupport.h"
+#include "tests/support/TraceCapture.h"
 
 namespace {
 
@@ -57,10 +58,11 @@ std::string asOtherUser(const std::function<std::string()>& body) {
 class MirraShmOwnership : public ::testing::Test {
  protected:
   void SetUp() override {
-    Kel::TraceRing::instance().clear();
+    debug.clear();
     const std::string why = MirraShmTest::otherUserUnavailable();
     if (!why.empty()) GTEST_SKIP() << why;
   }
+  TestSupport::TraceCapture debug{"Debug"};
   SegmentGuard segment{::testing::UnitTest::GetInstance()->current_test_info()->name()};
   const std::string root = "root (uid 0)";
   const std::string nobody = "nobody (uid 65534)";
@@ -152,7 +154,7 @@ TEST_F(MirraShmOwnership, GenerationReplacedByOtherUser_ReaderReportsIt) {
   ASSERT_EQ(made, "made");
   const std::string expected = "its published generation " + generation + " belongs to " + nobody +
                                ", not to the table's owner " + root;
-  Kel::TraceRing::instance().clear();
+  debug.clear();
   try {
     Table::attachShared(segment.name(), AttachMode::reader);
     FAIL() << "attached to another user's generation";
@@ -160,9 +162,8 @@ TEST_F(MirraShmOwnership, GenerationReplacedByOtherUser_ReaderReportsIt) {
     EXPECT_EQ(std::string(damage.what()), expected);
     EXPECT_EQ(damage.table(), segment.name());
   }
-  EXPECT_EQ(Kel::TraceRing::instance().lines("Debug"),
-            std::vector<std::string>{"MirraMap::corruptionDetected() table " + segment.name() +
-                                     ": " + expected});
+  EXPECT_EQ(debug.lines(), std::vector<std::string>{"MirraMap::corruptionDetected() table " +
+                                                    segment.name() + ": " + expected});
 }
 
 // A process that holds a read lock on the control segment, as any user who can read it could.

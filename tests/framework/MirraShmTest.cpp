@@ -14,6 +14,7 @@
 #include "framework/Mirra/MirraMap.h"
 #include "framework/Mirra/testing/MirraMapBackdoor.h"
 #include "tests/framework/MirraShmTestSupport.h"
+#include "tests/support/TraceCapture.h"
 
 namespace {
 
@@ -26,8 +27,6 @@ using MirraShmTest::segmentExists;
 using MirraShmTest::SegmentGuard;
 using MirraShmTest::Table;
 
-std::vector<std::string> debugLines() { return Kel::TraceRing::instance().lines("Debug"); }
-
 std::string attachFailure(const std::string& name, AttachMode mode) {
   try {
     Table::attachShared(name, mode);
@@ -39,7 +38,7 @@ std::string attachFailure(const std::string& name, AttachMode mode) {
 
 class MirraShm : public ::testing::Test {
  protected:
-  void SetUp() override { Kel::TraceRing::instance().clear(); }
+  TestSupport::TraceCapture debug{"Debug"};
   SegmentGuard segment{::testing::UnitTest::GetInstance()->current_test_info()->name()};
 };
 
@@ -205,7 +204,7 @@ TEST_F(MirraShm, AttachAndReadyReports_InDebugStream) {
   writer.advertiseCollectionReady(false);
   EXPECT_TRUE(reader.collectionReady());
   writer.detach();
-  EXPECT_EQ(debugLines(),
+  EXPECT_EQ(debug.lines(),
             (std::vector<std::string>{
                 "MirraMap::attach() " + segment.name() + " as writer members:0 slots:16",
                 "MirraMap::attach() " + segment.name() + " as reader members:1 slots:16",
@@ -228,7 +227,7 @@ TEST_F(MirraShm, BytesFlippedBehindWritersBack_ReaderElsewhereReportsNeverReturn
   const std::string expected = "slot " + std::to_string(slot) + " of 16 fails its checksum";
   const std::string seen = answerFromChild([&] {
     Table reader = Table::attachShared(segment.name(), AttachMode::reader);
-    Kel::TraceRing::instance().clear();
+    debug.clear();
     std::vector<std::string> handled;
     reader.corruptionHandlerIs([&](const std::string& message) { handled.push_back(message); });
     std::string answer;
@@ -242,7 +241,7 @@ TEST_F(MirraShm, BytesFlippedBehindWritersBack_ReaderElsewhereReportsNeverReturn
       if (key != 4 && !(reader.lookup(key) == recordFor(key, 1)))
         answer += " lost " + std::to_string(key);
     }
-    answer += " handled:" + std::to_string(handled.size()) + " debug:" + debugLines().at(0);
+    answer += " handled:" + std::to_string(handled.size()) + " debug:" + debug.lines().at(0);
     return answer;
   });
   EXPECT_EQ(seen, "detected: " + expected +

@@ -12,6 +12,7 @@
 #include "framework/Mirra/TolerantRead.h"
 #include "framework/Mirra/testing/MirraMapBackdoor.h"
 #include "tests/framework/MirraTestEntry.h"
+#include "tests/support/TraceCapture.h"
 
 namespace {
 
@@ -27,12 +28,13 @@ class TolerantRead : public ::testing::Test {
   void SetUp() override {
     for (std::uint32_t i = 0; i < 4; ++i) table.insert(Entry{key(i), i + 1});
     table.corruptionHandlerIs([this](const std::string& message) { handled.push_back(message); });
-    Kel::TraceRing::instance().clear();
+    debug.clear();
   }
   static IpGenPrefix key(std::uint32_t i) {
     return IpGenPrefix(IpGenAddr::ip4(0xef000000u + 256 * i), 24);
   }
 
+  TestSupport::TraceCapture debug{"Debug"};
   Table table;
   std::vector<std::string> handled;
 };
@@ -47,7 +49,7 @@ TEST_F(TolerantRead, LookupOfDamagedEntry_ReadsAbsentAndReportsOnce) {
   EXPECT_EQ(Mirra::tolerantLookup(table, key(1)), Entry());
   EXPECT_EQ(table.corruptions(), 1u);
   EXPECT_EQ(handled, std::vector<std::string>{table.lastCorruption()});
-  EXPECT_EQ(Kel::TraceRing::instance().lines("Debug"),
+  EXPECT_EQ(debug.lines(),
             std::vector<std::string>{"MirraMap::corruptionDetected() " + table.lastCorruption()});
 }
 

@@ -8,6 +8,7 @@
 #include "framework/Kel/Assert.h"
 #include "rp/PimGrpPrefixTrieBuilderSm.h"
 #include "tests/rp/RpTestSupport.h"
+#include "tests/support/TraceCapture.h"
 
 namespace {
 
@@ -97,7 +98,7 @@ TEST_F(GrpPrefixTrieBuilderTest, ReAddingExistingPrefix_TrieUnchangedButCounted)
 
 TEST_F(GrpPrefixTrieBuilderTest, Traces_IncrementalAddAndDelete_ExactLines) {
   auto builder = build();
-  RpTest::TraceCapture capture("PimCrpGrpTrieBuilderSm");
+  TestSupport::TraceCapture capture("PimCrpGrpTrieBuilderSm");
   status_->crpSetIs(IpGenPrefix("239.0.0.0/8"));
   status_->crpSetIs(IpGenPrefix("239.1.0.0/16"));
   status_->crpSetDel(IpGenPrefix("239.0.0.0/8"));
@@ -118,7 +119,7 @@ TEST_F(GrpPrefixTrieBuilderTest, Traces_IncrementalAddAndDelete_ExactLines) {
 
 TEST_F(GrpPrefixTrieBuilderTest, Traces_FullRebuild_TwoSpaceVariantOnTrieCreation) {
   status_->crpSetIs(IpGenPrefix("239.0.0.0/8"));
-  RpTest::TraceCapture capture("PimCrpGrpTrieBuilderSm");
+  TestSupport::TraceCapture capture("PimCrpGrpTrieBuilderSm");
   auto builder = build();
   EXPECT_EQ(capture.lines(), (Lines{
                                  "void Routing::Pim::GrpPrefixTrieBuilderSm::handleInitialized()",

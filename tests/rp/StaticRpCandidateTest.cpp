@@ -13,6 +13,7 @@
 #include "framework/Kel/Exception.h"
 #include "tests/rp/RpTestSupport.h"
 #include "tests/rp/StaticRpTestSupport.h"
+#include "tests/support/TraceCapture.h"
 
 namespace {
 
@@ -595,7 +596,7 @@ TEST_F(StaticRpCandidateTest, StaticRpLifetime_OwnerDroppedDuringValueChange_Fin
   std::function<void()> action = [&] { sm_ = nullptr; };
   PriorityDisrupter first(candidate("239.1.0.0/16", "10.0.0.1"), &action);
   PriorityDisrupter second(candidate("239.2.0.0/16", "10.0.0.1"), &action);
-  RpTest::TraceCapture capture(kTraceFile, 5);
+  TestSupport::TraceCapture capture(kTraceFile, 5);
 
   rp("10.0.0.1")->priorityAclIs("A", 4);
   EXPECT_FALSE(action);
@@ -631,7 +632,7 @@ TEST_F(StaticRpCandidateTest, StaticRpRestart_StatusWithSets_StaleGoValidStayCou
   RpTest::addCandidate(status_, {"230.0.0.0/8", "10.0.0.9", 1, 32, modePimSm});
   Kel::System::virtualTimeAdvanceTo(2000.0);
 
-  RpTest::TraceCapture capture(kTraceFile, 8);
+  TestSupport::TraceCapture capture(kTraceFile, 8);
   start();
   EXPECT_EQ(candidates(), built);
   EXPECT_FALSE(hasSet("230.0.0.0/8"));
@@ -659,7 +660,7 @@ TEST_F(StaticRpCandidateTest, StaticRpRestart_StatusWithSets_StaleGoValidStayCou
 
 TEST_F(StaticRpCandidateTest, StaticRpRestart_FreshStatus_DoesNotReconcile) {
   group("10.0.0.1", "239.0.0.0/8");
-  RpTest::TraceCapture capture(kTraceFile);
+  TestSupport::TraceCapture capture(kTraceFile);
   start();
   EXPECT_FALSE(capture.wrote("doRemoveExtraStatusEntries"));
   EXPECT_FALSE(capture.wrote("doBuildRpStaticAcl"));
@@ -668,7 +669,7 @@ TEST_F(StaticRpCandidateTest, StaticRpRestart_FreshStatus_DoesNotReconcile) {
 
 TEST_F(StaticRpCandidateTest, StaticRpRestart_InitializeTwice_SecondDoesNothing) {
   start();
-  RpTest::TraceCapture capture(kTraceFile);
+  TestSupport::TraceCapture capture(kTraceFile);
   sm_->handleInitialize();
   EXPECT_EQ(capture.lines(), (Lines{"<Vrf:red>" + kOwner + "handleInitialize()"}));
 }
@@ -678,7 +679,7 @@ TEST_F(StaticRpCandidateTest, StaticRpRestart_InitializeTwice_SecondDoesNothing)
 TEST_F(StaticRpCandidateTest, StaticRpTrace_GroupAddAndRemove_ExactLines) {
   rp("10.0.0.1");
   start();
-  RpTest::TraceCapture capture(kTraceFile);
+  TestSupport::TraceCapture capture(kTraceFile);
   group("10.0.0.1", "239.0.0.0/8");
   EXPECT_EQ(
       capture.lines(),
@@ -707,7 +708,7 @@ TEST_F(StaticRpCandidateTest, StaticRpTrace_GroupAddAndRemove_ExactLines) {
 
 TEST_F(StaticRpCandidateTest, StaticRpTrace_StartupGroups_CountTracedAsRefCount) {
   group("10.0.0.1", "239.0.0.0/8");
-  RpTest::TraceCapture capture(kTraceFile, 8);
+  TestSupport::TraceCapture capture(kTraceFile, 8);
   start();
   EXPECT_EQ(capture.lines(),
             (Lines{
@@ -723,7 +724,7 @@ TEST_F(StaticRpCandidateTest, StaticRpTrace_AclAddAndRemove_ExactLines) {
   permit("A", 10, "239.1.0.0/16");
   rp("10.0.0.1");
   start();
-  RpTest::TraceCapture capture(kTraceFile);
+  TestSupport::TraceCapture capture(kTraceFile);
   useAcl("10.0.0.1", "A");
   EXPECT_EQ(capture.lines(),
             (Lines{
@@ -760,7 +761,7 @@ TEST_F(StaticRpCandidateTest, StaticRpTrace_PrefixEntersAndLeavesAcl_ExactLines)
   permit("A", 10, "239.1.0.0/16");
   useAcl("10.0.0.1", "A");
   start();
-  RpTest::TraceCapture capture(kTraceFile);
+  TestSupport::TraceCapture capture(kTraceFile);
   permit("A", 20, "239.2.0.0/16");
   const std::string handleRule =
       "<Vrf:red>void Routing::Pim::Static::RpCandidateSm::KelAcl::handleRule() A";
@@ -797,7 +798,7 @@ TEST_F(StaticRpCandidateTest, StaticRpTrace_PriorityAndOverrideValues_ExactLines
   useAcl("10.0.0.1", "A");
   group("10.0.0.1", "238.0.0.0/8");
   start();
-  RpTest::TraceCapture capture(kTraceFile, 5);
+  TestSupport::TraceCapture capture(kTraceFile, 5);
   auto entry = rp("10.0.0.1");
   entry->priorityGrpIs(IpGenPrefix("238.0.0.0/8"), 3);
   entry->hashMaskGrpIs(IpGenPrefix("238.0.0.0/8"), 30);
@@ -819,7 +820,7 @@ TEST_F(StaticRpCandidateTest, StaticRpTrace_PriorityAndOverrideValues_ExactLines
 TEST_F(StaticRpCandidateTest, StaticRpTrace_AclConfigChange_EntryLineCarriesName) {
   useAcl("10.0.0.1", "A");
   start();
-  RpTest::TraceCapture capture(kTraceFile, 9);
+  TestSupport::TraceCapture capture(kTraceFile, 9);
   aclConfig_->aclIs("A");
   ASSERT_FALSE(capture.lines().empty());
   EXPECT_EQ(capture.lines()[0], "<Vrf:red>" + kOwner + "handleAclConfig(const Kel::Name&) ( A )");
