@@ -262,13 +262,9 @@ class MirraMapCorruption : public ::testing::Test {
     return "slot " + std::to_string(MirraMapBackdoor::slotOf(table, damaged)) + " of " +
            std::to_string(MirraMapBackdoor::slots(table)) + " fails its checksum";
   }
-  std::string lookupFailure(const Table& attachment, const IpGenPrefix& wanted) {
-    try {
-      attachment.lookup(wanted);
-    } catch (const Mirra::CorruptionDetectedException& e) {
-      return e.what();
-    }
-    return "no exception";
+  static std::string lookupFailure(const Table& attachment, const IpGenPrefix& wanted) {
+    return TestSupport::refusalOf<Mirra::CorruptionDetectedException>(
+        [&] { attachment.lookup(wanted); });
   }
 
   TestSupport::TraceCapture debug{"Debug"};
@@ -370,12 +366,11 @@ TEST_F(MirraMapCorruption, Growth_SkipsDamagedSlotAndReportsIt) {
 TEST_F(MirraMapCorruption, IterationMeetsDamage_ThrowsAfterHandlerAndRestartsOnceRepaired) {
   for (std::uint32_t i = 0; i < 8; ++i) MirraMapBackdoor::damageValue(table, key(i));
   std::vector<std::uint32_t> seen;
-  try {
+  const auto e = TestSupport::thrownBy<Mirra::CorruptionDetectedException>([&] {
     for (const Entry& member : table) seen.push_back(member.payload);
-    FAIL() << "the walk met no damage";
-  } catch (const Mirra::CorruptionDetectedException& e) {
-    EXPECT_EQ(handled, std::vector<std::string>{e.what()});
-  }
+  });
+  ASSERT_TRUE(e);
+  EXPECT_EQ(handled, std::vector<std::string>{e->what()});
   EXPECT_TRUE(seen.empty());
   table.insert(Entry{key(0), 100});  // the writer's next write drops every damaged slot
   EXPECT_EQ(handled.size(), 9u);
@@ -666,12 +661,9 @@ TEST(MirraMap, ReaderAttachment_RefusesWrites) {
   Table table;
   Table reader = table.reader();
   EXPECT_THROW(reader.insert(entry("239.0.0.0/8", 1)), Kel::RangeException);
-  try {
-    reader.erase(prefix("239.0.0.0/8"));
-    FAIL() << "a reader erased";
-  } catch (const Kel::RangeException& e) {
-    EXPECT_STREQ(e.what(), "MirraMap::erase() on a reader attachment not allowed");
-  }
+  EXPECT_EQ(
+      TestSupport::refusalOf<Kel::RangeException>([&] { reader.erase(prefix("239.0.0.0/8")); }),
+      "MirraMap::erase() on a reader attachment not allowed");
 }
 
 }  // namespace

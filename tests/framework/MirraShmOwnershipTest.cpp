@@ -17,6 +17,7 @@
 #include "framework/Mirra/CorruptionDetectedException.h"
 #include "framework/Mirra/MirraMap.h"
 #include "tests/framework/MirraShmTestSupport.h"
+#include "tests/support/Refusal.h"
 #include "tests/support/TraceCapture.h"
 
 namespace {
@@ -34,12 +35,9 @@ using MirraShmTest::Table;
 // What attaching says: "attached", or the refusal's text.
 std::string attachOutcome(const std::string& name, AttachMode mode,
                           const AttachOptions& options = AttachOptions()) {
-  try {
-    Table::attachShared(name, mode, options);
-  } catch (const Kel::Exception& refusal) {
-    return refusal.what();
-  }
-  return "attached";
+  const auto refusal =
+      TestSupport::thrownBy<Kel::Exception>([&] { Table::attachShared(name, mode, options); });
+  return refusal ? refusal->what() : "attached";
 }
 
 std::string ownerAndMode(const std::string& segment) {
@@ -155,13 +153,11 @@ TEST_F(MirraShmOwnership, GenerationReplacedByOtherUser_ReaderReportsIt) {
   const std::string expected = "its published generation " + generation + " belongs to " + nobody +
                                ", not to the table's owner " + root;
   debug.clear();
-  try {
-    Table::attachShared(segment.name(), AttachMode::reader);
-    FAIL() << "attached to another user's generation";
-  } catch (const Mirra::CorruptionDetectedException& damage) {
-    EXPECT_EQ(std::string(damage.what()), expected);
-    EXPECT_EQ(damage.table(), segment.name());
-  }
+  const auto damage = TestSupport::thrownBy<Mirra::CorruptionDetectedException>(
+      [&] { Table::attachShared(segment.name(), AttachMode::reader); });
+  ASSERT_TRUE(damage);
+  EXPECT_EQ(std::string(damage->what()), expected);
+  EXPECT_EQ(damage->table(), segment.name());
   EXPECT_EQ(debug.lines(), std::vector<std::string>{"MirraMap::corruptionDetected() table " +
                                                     segment.name() + ": " + expected});
 }

@@ -14,6 +14,7 @@
 #include "framework/Mirra/MirraMap.h"
 #include "framework/Mirra/testing/MirraMapBackdoor.h"
 #include "tests/framework/MirraShmTestSupport.h"
+#include "tests/support/Refusal.h"
 #include "tests/support/TraceCapture.h"
 
 namespace {
@@ -28,12 +29,7 @@ using MirraShmTest::SegmentGuard;
 using MirraShmTest::Table;
 
 std::string attachFailure(const std::string& name, AttachMode mode) {
-  try {
-    Table::attachShared(name, mode);
-  } catch (const Kel::RangeException& error) {
-    return error.what();
-  }
-  return "attached";
+  return TestSupport::refusalOf<Kel::RangeException>([&] { Table::attachShared(name, mode); });
 }
 
 class MirraShm : public ::testing::Test {
@@ -89,22 +85,16 @@ TEST_F(MirraShm, WriterGone_NextWriterContinuesTable) {
 TEST_F(MirraShm, ReaderAttachment_RefusesWritesThroughTheInterface) {
   const Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
   Table reader = Table::attachShared(segment.name(), AttachMode::reader);
-  const auto refusal = [&](const std::function<void()>& write) -> std::string {
-    try {
-      write();
-    } catch (const Kel::RangeException& error) {
-      return error.what();
-    }
-    return "written";
-  };
-  EXPECT_EQ(refusal([&] { reader.insert(recordFor(1, 1)); }),
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { reader.insert(recordFor(1, 1)); }),
             "MirraMap::insert() on a reader attachment not allowed");
-  EXPECT_EQ(refusal([&] { reader.erase(1); }),
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { reader.erase(1); }),
             "MirraMap::erase() on a reader attachment not allowed");
-  EXPECT_EQ(refusal([&] { reader.collectionReadyIs(true, true); }),
-            "MirraMap::collectionReadyIs() on a reader attachment not allowed");
-  EXPECT_EQ(refusal([&] { reader.advertiseCollectionReady(true); }),
-            "MirraMap::advertiseCollectionReady() on a reader attachment not allowed");
+  EXPECT_EQ(
+      TestSupport::refusalOf<Kel::RangeException>([&] { reader.collectionReadyIs(true, true); }),
+      "MirraMap::collectionReadyIs() on a reader attachment not allowed");
+  EXPECT_EQ(
+      TestSupport::refusalOf<Kel::RangeException>([&] { reader.advertiseCollectionReady(true); }),
+      "MirraMap::advertiseCollectionReady() on a reader attachment not allowed");
   EXPECT_EQ(writer.members(), 0u);
 }
 
@@ -168,15 +158,11 @@ TEST_F(MirraShm, BadNameOrOtherFormat_Refused) {
     const std::uint64_t& operator()(const Small& small) const { return small.key; }
   };
   using SmallTable = Mirra::MirraMap<std::uint64_t, Small, SmallKey>;
-  try {
-    SmallTable::attachShared(segment.name(), AttachMode::reader);
-    FAIL() << "attached with another value size";
-  } catch (const Kel::RangeException& error) {
-    EXPECT_EQ(std::string(error.what()),
-              "MirraMap::attach() table " + segment.name() +
-                  " holds keys of 8 bytes, values of 48 bytes in slots of 64 bytes (format 2); "
-                  "expected 8, 8, 64 (format 2)");
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>(
+                [&] { SmallTable::attachShared(segment.name(), AttachMode::reader); }),
+            "MirraMap::attach() table " + segment.name() +
+                " holds keys of 8 bytes, values of 48 bytes in slots of 64 bytes (format 2); "
+                "expected 8, 8, 64 (format 2)");
 }
 
 // A table of the former format: a control segment of 32 bytes (magic, format 1, the sizes and an

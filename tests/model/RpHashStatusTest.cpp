@@ -123,12 +123,9 @@ TEST(RpHashStatus, Reader_SeesWriterChangesAndCannotWrite) {
   EXPECT_EQ(reader.lookup(IpGenPrefix("239.0.0.0/8")).address(), IpGenAddr("10.0.0.1"));
   EXPECT_EQ(reader.mode(), Mirra::AttachMode::reader);
   auto copy = reader;
-  try {
-    copy.insert(entryFor("232.0.0.0/8", "10.0.0.1"));
-    FAIL() << "a reader wrote";
-  } catch (const Kel::RangeException& e) {
-    EXPECT_STREQ(e.what(), "MirraMap::insert() on a reader attachment not allowed");
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>(
+                [&] { copy.insert(entryFor("232.0.0.0/8", "10.0.0.1")); }),
+            "MirraMap::insert() on a reader attachment not allowed");
 }
 
 TEST(RpHashStatus, CorruptedEntry_ReaderGetsExceptionAndHandlerRecordsMessage) {
@@ -319,12 +316,9 @@ TEST_F(RpHashStatusShared, ReaderStatus_RefusesWrites) {
       RpHashStatus::Table::attachShared(name_, Mirra::AttachMode::singleWriter));
   Kel::Ptr<RpHashStatus> reader(
       new RpHashStatus(RpHashStatus::Table::attachShared(name_, Mirra::AttachMode::reader)));
-  try {
-    reader->rpHashIs(entryFor("239.0.0.0/8", "10.0.0.1"));
-    FAIL() << "a reader wrote";
-  } catch (const Kel::RangeException& refusal) {
-    EXPECT_STREQ(refusal.what(), "MirraMap::insert() on a reader attachment not allowed");
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>(
+                [&] { reader->rpHashIs(entryFor("239.0.0.0/8", "10.0.0.1")); }),
+            "MirraMap::insert() on a reader attachment not allowed");
   EXPECT_EQ(writer.rpHashs(), 0u);
 }
 

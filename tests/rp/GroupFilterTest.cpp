@@ -125,15 +125,13 @@ TEST_P(GroupFilterStatusTest, GroupFilterStatus_GroupOfOtherFamily_CoveredByNoRa
 TEST_P(GroupFilterStatusTest, GroupFilterStatus_UnsupportedMode_RaisesModeAssertion) {
   for (const Mode mode : {modePimNone, static_cast<Mode>(3)}) {
     TraceCapture capture(kTraceFile);
-    try {
-      groupFilterStatusFactory(family().af, mode);
-      ADD_FAILURE() << "mode " << mode << " accepted";
-    } catch (const Kel::AssertionException& refusal) {
-      EXPECT_STREQ(refusal.what(), "pimMode() == modePimSm() || pimMode() == modePimBidir()");
-      EXPECT_EQ(refusal.expression(), "pimMode() == modePimSm() || pimMode() == modePimBidir()");
-      EXPECT_EQ(refusal.traceFile(), kTraceFile);
-      EXPECT_EQ(refusal.function(), "void Routing::Pim::GroupFilterStatus::handleInitialized()");
-    }
+    const auto refusal = TestSupport::thrownBy<Kel::AssertionException>(
+        [&] { groupFilterStatusFactory(family().af, mode); });
+    ASSERT_TRUE(refusal);
+    EXPECT_STREQ(refusal->what(), "pimMode() == modePimSm() || pimMode() == modePimBidir()");
+    EXPECT_EQ(refusal->expression(), "pimMode() == modePimSm() || pimMode() == modePimBidir()");
+    EXPECT_EQ(refusal->traceFile(), kTraceFile);
+    EXPECT_EQ(refusal->function(), "void Routing::Pim::GroupFilterStatus::handleInitialized()");
     EXPECT_EQ(capture.levelled(), (TraceLines{{8, "handleInitialized(" + afText() + ")"}}));
   }
 }
@@ -181,12 +179,9 @@ INSTANTIATE_TEST_SUITE_P(Families, GroupFilterStatusTest,
                          [](const auto& info) { return std::string(info.param.name); });
 
 TEST(GroupFilterStatusFamilyTest, GroupFilterStatus_UnknownFamily_RefusedByTheTrie) {
-  try {
-    groupFilterStatusFactory(Ipkit::ipunknown(), modePimSm);
-    ADD_FAILURE() << "family ipunknown accepted";
-  } catch (const Kel::RangeException& refusal) {
-    EXPECT_STREQ(refusal.what(), "trie 'GroupFilter' needs family ipv4 or ipv6, got ipunknown");
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>(
+                [&] { groupFilterStatusFactory(Ipkit::ipunknown(), modePimSm); }),
+            "trie 'GroupFilter' needs family ipv4 or ipv6, got ipunknown");
 }
 
 }  // namespace

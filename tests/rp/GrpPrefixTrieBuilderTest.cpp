@@ -8,6 +8,7 @@
 #include "framework/Kel/Assert.h"
 #include "rp/PimGrpPrefixTrieBuilderSm.h"
 #include "tests/rp/RpTestSupport.h"
+#include "tests/support/Refusal.h"
 #include "tests/support/TraceCapture.h"
 
 namespace {
@@ -131,14 +132,13 @@ TEST_F(GrpPrefixTrieBuilderTest, Traces_FullRebuild_TwoSpaceVariantOnTrieCreatio
 
 TEST_F(GrpPrefixTrieBuilderTest, MissingStatusOrCompute_AssertionText) {
   for (int missing = 0; missing < 2; ++missing) {
-    try {
+    const auto e = TestSupport::thrownBy<Kel::AssertionException>([&] {
       grpPrefixTrieBuilderSmFactory(missing == 0 ? nullptr : status_,
                                     missing == 1 ? nullptr : compute_);
-      FAIL() << "built without an input";
-    } catch (const Kel::AssertionException& e) {
-      EXPECT_EQ(e.expression(), "crpStatus() && crpCompute()");
-      EXPECT_EQ(e.traceFile(), "PimCrpGrpTrieBuilderSm");
-    }
+    });
+    ASSERT_TRUE(e);
+    EXPECT_EQ(e->expression(), "crpStatus() && crpCompute()");
+    EXPECT_EQ(e->traceFile(), "PimCrpGrpTrieBuilderSm");
   }
 }
 

@@ -6,6 +6,7 @@
 #include "framework/Kel/Assert.h"
 #include "rp/PimRpCompute.h"
 #include "tests/rp/RpComputeTestSupport.h"
+#include "tests/support/Refusal.h"
 #include "tests/support/TraceCapture.h"
 
 namespace {
@@ -381,13 +382,11 @@ TEST_F(RpComputeTest, Assertions_EachTextProvoked) {
 }
 
 TEST_F(RpComputeTest, Assertion_CarriesSignatureAndLine) {
-  try {
-    compute_->doHighestPriorityRpMatch(nullptr);
-    FAIL();
-  } catch (const Kel::AssertionException& e) {
-    EXPECT_EQ(e.function(), kPriority);
-    EXPECT_GT(e.line(), 0);
-  }
+  const auto e = TestSupport::thrownBy<Kel::AssertionException>(
+      [&] { compute_->doHighestPriorityRpMatch(nullptr); });
+  ASSERT_TRUE(e);
+  EXPECT_EQ(e->function(), kPriority);
+  EXPECT_GT(e->line(), 0);
 }
 
 TEST_F(RpComputeTest, AssertionMidSelection_ScratchStillEmptied) {

@@ -6,6 +6,7 @@
 #include "framework/Kel/Assert.h"
 #include "rp/PimRpHashComputeStatus.h"
 #include "tests/rp/RpTestSupport.h"
+#include "tests/support/Refusal.h"
 #include "tests/support/TraceCapture.h"
 
 namespace {
@@ -181,14 +182,13 @@ TEST_F(RpHashComputeTest, Traces_JoinFallback_ExactLines) {
 
 TEST_F(RpHashComputeTest, MissingRpConfigWithStatus_AssertionText) {
   for (int source = 0; source < 2; ++source) {
-    try {
+    const auto e = TestSupport::thrownBy<Kel::AssertionException>([&] {
       rpHashComputeStatusFactory(source == 0 ? static_ : nullptr, source == 1 ? bsr_ : nullptr,
                                  table_, modePimNone, nullptr);
-      FAIL() << "built without RP configuration";
-    } catch (const Kel::AssertionException& e) {
-      EXPECT_EQ(e.expression(), "rpConfig()");
-      EXPECT_EQ(e.traceFile(), "PimRpCompute");
-    }
+    });
+    ASSERT_TRUE(e);
+    EXPECT_EQ(e->expression(), "rpConfig()");
+    EXPECT_EQ(e->traceFile(), "PimRpCompute");
   }
 }
 

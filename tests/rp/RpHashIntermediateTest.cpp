@@ -10,6 +10,7 @@
 #include "framework/Kel/Exception.h"
 #include "framework/Mirra/testing/MirraMapBackdoor.h"
 #include "tests/rp/RpHashSmTestSupport.h"
+#include "tests/support/Refusal.h"
 
 namespace RpHashSmTest {
 namespace {
@@ -20,24 +21,18 @@ class RpHashIntermediate : public RpHashSmFixture {};
 
 TEST_F(RpHashIntermediate, Start_MissingInput_RaisesAssertionNamingEveryInput) {
   groups_ = nullptr;
-  try {
-    start();
-    FAIL() << "no assertion";
-  } catch (const Kel::AssertionException& e) {
-    EXPECT_EQ(std::string(e.what()),
-              "groupMrt() && crpStatus() && crpCompute() && rpHashStatus() && rpConfig()");
-    EXPECT_EQ(e.traceFile(), "PimRpHashSm");
-    EXPECT_EQ(e.function(), "void Routing::Pim::RpHashIntermediateSm::handleInitialized()");
-  }
+  const auto e = TestSupport::thrownBy<Kel::AssertionException>([&] { start(); });
+  ASSERT_TRUE(e);
+  EXPECT_EQ(std::string(e->what()),
+            "groupMrt() && crpStatus() && crpCompute() && rpHashStatus() && rpConfig()");
+  EXPECT_EQ(e->traceFile(), "PimRpHashSm");
+  EXPECT_EQ(e->function(), "void Routing::Pim::RpHashIntermediateSm::handleInitialized()");
 }
 
 TEST_F(RpHashIntermediate, Start_UnknownFamily_RaisesUnsupportedAddressFamily) {
-  try {
-    start(modePimSm, Ipkit::ipunknown());
-    FAIL() << "no assertion";
-  } catch (const Kel::AssertionException& e) {
-    EXPECT_EQ(std::string(e.what()), "0 && \"Unsupported Address Family\"");
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::AssertionException>(
+                [&] { start(modePimSm, Ipkit::ipunknown()); }),
+            "0 && \"Unsupported Address Family\"");
 }
 
 TEST_F(RpHashIntermediate, Start_TrieNamedAfterFamily) {
@@ -65,14 +60,9 @@ TEST_F(RpHashIntermediate, Start_Defaults) {
 
 TEST_F(RpHashIntermediate, NullCrpSet_RefusedWithMutatorText) {
   start();
-  try {
-    sm_->crpSetIs(nullptr);
-    FAIL() << "accepted";
-  } catch (const Kel::RangeException& e) {
-    EXPECT_EQ(std::string(e.what()),
-              "null _crpSet parameter to mutator for "
-              "Routing::Pim::RpHashIntermediateSm::crpSet not allowed");
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { sm_->crpSetIs(nullptr); }),
+            "null _crpSet parameter to mutator for "
+            "Routing::Pim::RpHashIntermediateSm::crpSet not allowed");
   EXPECT_TRUE(sm_->crpSet().empty());
 }
 
@@ -81,14 +71,9 @@ TEST_F(RpHashIntermediate, NullCrp_RefusedWithMutatorText) {
   status_->crpSetIs(IpGenPrefix("239.0.0.0/8"));
   const auto reactor = sm_->crpSet(IpGenPrefix("239.0.0.0/8"));
   ASSERT_TRUE(reactor);
-  try {
-    reactor->crpIs(nullptr);
-    FAIL() << "accepted";
-  } catch (const Kel::RangeException& e) {
-    EXPECT_EQ(std::string(e.what()),
-              "null _crp parameter to mutator for "
-              "Routing::Pim::RpHashIntermediateSm::KelCrpSet::crp not allowed");
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { reactor->crpIs(nullptr); }),
+            "null _crp parameter to mutator for "
+            "Routing::Pim::RpHashIntermediateSm::KelCrpSet::crp not allowed");
   EXPECT_TRUE(reactor->crp().empty());
 }
 

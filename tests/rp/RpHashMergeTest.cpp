@@ -19,7 +19,6 @@
 #include "framework/Mirra/CorruptionDetectedException.h"
 #include "framework/Mirra/testing/MirraMapBackdoor.h"
 #include "rp/PimRpHashSm.h"
-#include "tests/support/Refusal.h"
 #include "tests/support/TraceCapture.h"
 
 namespace {

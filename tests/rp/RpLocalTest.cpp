@@ -262,16 +262,14 @@ TEST_P(RpLocalTest, IsLocal_DamagedVia_ReportedToTableAndNotLocal) {
 TEST(RpLocalDecision, IsLocal_UnknownFamily_Assertion) {
   Kel::Ptr<RpLocalStatus> local(new RpLocalStatus);
   const auto sm = Routing::Pim::rpLocalSmFactory(nullptr, nullptr, local);
-  try {
-    sm->isLocal(IpGenAddr());
-    FAIL() << "an address of unknown family was judged";
-  } catch (const Kel::AssertionException& assertion) {
-    EXPECT_EQ(assertion.expression(), "0 && \"Unknown Address Family\"");
-    EXPECT_EQ(assertion.traceFile(), "PimRpCompute");
-    EXPECT_EQ(assertion.function(),
-              "Ipkit::IntfId Routing::Pim::RpLocalSm::isLocal(const Ipkit::IpGenAddr&) const");
-    EXPECT_GT(assertion.line(), 0);
-  }
+  const auto assertion =
+      TestSupport::thrownBy<Kel::AssertionException>([&] { sm->isLocal(IpGenAddr()); });
+  ASSERT_TRUE(assertion);
+  EXPECT_EQ(assertion->expression(), "0 && \"Unknown Address Family\"");
+  EXPECT_EQ(assertion->traceFile(), "PimRpCompute");
+  EXPECT_EQ(assertion->function(),
+            "Ipkit::IntfId Routing::Pim::RpLocalSm::isLocal(const Ipkit::IpGenAddr&) const");
+  EXPECT_GT(assertion->line(), 0);
 }
 
 // --- Candidates ----------------------------------------------------------------------------
@@ -532,35 +530,23 @@ TEST_P(RpLocalTest, Shadow_Removed_TrieReactorGoneTableAndStateKept) {
 TEST(RpLocalShadows, Shadow_NullShadow_RefusedStateUnchanged) {
   Kel::Ptr<RpLocalStatus> local(new RpLocalStatus);
   const auto sm = Routing::Pim::rpLocalSmFactory(nullptr, nullptr, local);
-  try {
-    sm->uribShadowIs(nullptr);
-    FAIL() << "null shadow accepted";
-  } catch (const Kel::RangeException& refusal) {
-    EXPECT_STREQ(refusal.what(),
-                 "null _uribShadow parameter to mutator for Routing::Pim::RpLocalSm::uribShadow "
-                 "not allowed");
-  }
-  try {
-    sm->urib6ShadowIs(nullptr);
-    FAIL() << "null shadow accepted";
-  } catch (const Kel::RangeException& refusal) {
-    EXPECT_STREQ(refusal.what(),
-                 "null _urib6Shadow parameter to mutator for Routing::Pim::RpLocalSm::urib6Shadow "
-                 "not allowed");
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { sm->uribShadowIs(nullptr); }),
+            "null _uribShadow parameter to mutator for Routing::Pim::RpLocalSm::uribShadow "
+            "not allowed");
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { sm->urib6ShadowIs(nullptr); }),
+            "null _urib6Shadow parameter to mutator for Routing::Pim::RpLocalSm::urib6Shadow "
+            "not allowed");
   EXPECT_FALSE(sm->uribShadow());
   EXPECT_FALSE(sm->urib6Shadow());
   EXPECT_FALSE(sm->initialized());
 }
 
 TEST(RpLocalConstruction, Construct_NoLocalStatus_Assertion) {
-  try {
-    Routing::Pim::rpLocalSmFactory(nullptr, nullptr, nullptr);
-    FAIL() << "constructed without a local RP table";
-  } catch (const Kel::AssertionException& assertion) {
-    EXPECT_EQ(assertion.expression(), "localRpStatus()");
-    EXPECT_EQ(assertion.traceFile(), "PimRpCompute");
-  }
+  const auto assertion = TestSupport::thrownBy<Kel::AssertionException>(
+      [&] { Routing::Pim::rpLocalSmFactory(nullptr, nullptr, nullptr); });
+  ASSERT_TRUE(assertion);
+  EXPECT_EQ(assertion->expression(), "localRpStatus()");
+  EXPECT_EQ(assertion->traceFile(), "PimRpCompute");
 }
 
 TEST_P(RpLocalTest, Construct_ExistingSets_OneReactorEachAndShadowsNotSet) {

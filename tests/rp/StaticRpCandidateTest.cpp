@@ -13,6 +13,7 @@
 #include "framework/Kel/Exception.h"
 #include "tests/rp/RpTestSupport.h"
 #include "tests/rp/StaticRpTestSupport.h"
+#include "tests/support/Refusal.h"
 #include "tests/support/TraceCapture.h"
 
 namespace {
@@ -31,16 +32,6 @@ const std::string kTraceFile = "PimRpCandidateStaticSm";
 const std::string kEntry = "void Routing::Pim::Static::RpCandidateSm::KelRpEntry::";
 const std::string kAclSm = "void Routing::Pim::Static::RpCandidateSm::KelRpStaticAclSm::";
 const std::string kOwner = "void Routing::Pim::Static::RpCandidateSm::";
-
-template <class F>
-std::string refusal(F&& f) {
-  try {
-    f();
-  } catch (const Kel::RangeException& e) {
-    return e.what();
-  }
-  return "no refusal";
-}
 
 class StaticRpCandidateTest : public StaticRpTest::StaticRpFixture {};
 
@@ -831,7 +822,8 @@ TEST_F(StaticRpCandidateTest, StaticRpTrace_AclConfigChange_EntryLineCarriesName
 TEST_F(StaticRpCandidateTest, StaticRpRefusal_VrfNameOverLimit_Refused) {
   const std::string longest(L3::VrfName::maxLength, 'v');
   EXPECT_EQ(Routing::Pim::Static::RpConfig(L3::VrfName(longest)).vrfName().string(), longest);
-  EXPECT_EQ(refusal([&] { Routing::Pim::Static::RpConfig config(L3::VrfName(longest + "v")); }),
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>(
+                [&] { Routing::Pim::Static::RpConfig config(L3::VrfName(longest + "v")); }),
             "VrfName::bytes > VrfName::maxLength not allowed");
 }
 
@@ -848,9 +840,11 @@ TEST_F(StaticRpCandidateTest, StaticRpRefusal_RuleTniVniOutOfRange_RefusedAndSta
   // A copy of the stored rule's filter, to be changed and written back as the rule's new
   // version; the changes are assigned in place and refused whole.
   Acl::IpFilter edited = original;
-  EXPECT_EQ(refusal([&] { edited = Acl::IpFilter(IpGenPrefix("239.2.0.0/16"), 16777216, 0); }),
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>(
+                [&] { edited = Acl::IpFilter(IpGenPrefix("239.2.0.0/16"), 16777216, 0); }),
             "IpFilterBase::tni < 0 or > 16777215 not allowed");
-  EXPECT_EQ(refusal([&] { edited = Acl::IpFilter(IpGenPrefix("239.2.0.0/16"), 0, -1); }),
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>(
+                [&] { edited = Acl::IpFilter(IpGenPrefix("239.2.0.0/16"), 0, -1); }),
             "IpFilterBase::vni < 0 or > 16777215 not allowed");
   EXPECT_EQ(edited, original);
 
@@ -869,7 +863,7 @@ TEST_F(StaticRpCandidateTest, StaticRpRefusal_RuleTniVniOutOfRange_RefusedAndSta
 
 TEST_F(StaticRpCandidateTest, StaticRpRefusal_NullRpEntry_Refused) {
   start();
-  EXPECT_EQ(refusal([&] { sm_->rpEntryIs(nullptr); }),
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { sm_->rpEntryIs(nullptr); }),
             "null _rpEntry parameter to mutator for Routing::Pim::Static::RpCandidateSm::rpEntry "
             "not allowed");
   EXPECT_TRUE(sm_->rpEntry().empty());
@@ -877,7 +871,7 @@ TEST_F(StaticRpCandidateTest, StaticRpRefusal_NullRpEntry_Refused) {
 
 TEST_F(StaticRpCandidateTest, StaticRpRefusal_NullAcl_Refused) {
   start();
-  EXPECT_EQ(refusal([&] { sm_->aclIs(nullptr); }),
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { sm_->aclIs(nullptr); }),
             "null _acl parameter to mutator for Routing::Pim::Static::RpCandidateSm::acl not "
             "allowed");
   EXPECT_TRUE(sm_->acl().empty());
@@ -885,20 +879,18 @@ TEST_F(StaticRpCandidateTest, StaticRpRefusal_NullAcl_Refused) {
 
 TEST_F(StaticRpCandidateTest, StaticRpRefusal_NullRpStaticAclSm_Refused) {
   start();
-  EXPECT_EQ(refusal([&] { sm_->rpStaticAclSmIs(nullptr); }),
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { sm_->rpStaticAclSmIs(nullptr); }),
             "null _rpStaticAclSm parameter to mutator for "
             "Routing::Pim::Static::RpCandidateSm::rpStaticAclSm not allowed");
   EXPECT_TRUE(sm_->rpStaticAclSm().empty());
 }
 
 TEST_F(StaticRpCandidateTest, StaticRpRefusal_MissingInput_Asserts) {
-  try {
-    Routing::Pim::Static::rpCandidateSmFactory(rpConfig_, aclConfig_, nullptr);
-    FAIL() << "no assertion";
-  } catch (const Kel::AssertionException& e) {
-    EXPECT_EQ(e.expression(), "rpConfig && aclConfig && crpStatus");
-    EXPECT_EQ(e.traceFile(), kTraceFile);
-  }
+  const auto e = TestSupport::thrownBy<Kel::AssertionException>(
+      [&] { Routing::Pim::Static::rpCandidateSmFactory(rpConfig_, aclConfig_, nullptr); });
+  ASSERT_TRUE(e);
+  EXPECT_EQ(e->expression(), "rpConfig && aclConfig && crpStatus");
+  EXPECT_EQ(e->traceFile(), kTraceFile);
 }
 
 }  // namespace
