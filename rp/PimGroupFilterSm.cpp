@@ -8,10 +8,7 @@ namespace Routing {
 namespace Pim {
 namespace {
 
-const Kel::TraceFile& trace() {
-  static const Kel::TraceFile& file = Kel::TraceFile::named("PimGroupFilterSm");
-  return file;
-}
+KEL_TRACE_FILE(trace, "PimGroupFilterSm")
 
 }  // namespace
 

@@ -7,10 +7,7 @@ namespace Routing {
 namespace Pim {
 namespace {
 
-const Kel::TraceFile& trace() {
-  static const Kel::TraceFile& file = Kel::TraceFile::named("PimGroupFilter");
-  return file;
-}
+KEL_TRACE_FILE(trace, "PimGroupFilter")
 
 }  // namespace
 

@@ -7,6 +7,7 @@
 
 #include "framework/Kel/Assert.h"
 #include "framework/Kel/Exception.h"
+#include "framework/Kel/Trace.h"
 #include "framework/Mirra/TolerantRead.h"
 
 namespace Routing {
@@ -58,10 +59,7 @@ void forEachOverlappingKey(const Kel::TraceFile& trace, const RpHashStatus& tabl
 
 }  // namespace
 
-const Kel::TraceFile& RpHashIntermediateSm::trace() {
-  static const Kel::TraceFile& file = Kel::TraceFile::named("PimRpHashSm");
-  return file;
-}
+KEL_TRACE_FILE(RpHashIntermediateSm::trace, "PimRpHashSm")
 
 // ---- the four reactors on the inputs -----------------------------------------------------------
 

@@ -7,10 +7,7 @@ namespace Routing {
 namespace Pim {
 namespace {
 
-const Kel::TraceFile& trace() {
-  static const Kel::TraceFile& file = Kel::TraceFile::named("PimRpHashSm");
-  return file;
-}
+KEL_TRACE_FILE(trace, "PimRpHashSm")
 
 // The parameter types are spelled as the table and compute handles are known to readers of the
 // traces, which the compiler's rendering of Kel::Ptr<...> would not give.

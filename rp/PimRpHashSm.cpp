@@ -1,6 +1,7 @@
 #include "rp/PimRpHashSm.h"
 
 #include "framework/Kel/Exception.h"
+#include "framework/Kel/Trace.h"
 #include "framework/Mirra/TolerantRead.h"
 #include "rp/PimRpSourceRule.h"
 
@@ -31,10 +32,7 @@ const char* trueFalse(bool value) { return value ? "True" : "False"; }
 
 }  // namespace
 
-const Kel::TraceFile& RpHashSm::trace() {
-  static const Kel::TraceFile& file = Kel::TraceFile::named("PimRpHashSm");
-  return file;
-}
+KEL_TRACE_FILE(RpHashSm::trace, "PimRpHashSm")
 
 // ---- KelStaticHash / KelBsrHash -----------------------------------------------------------------
 

@@ -5,6 +5,7 @@
 
 #include "framework/Kel/Assert.h"
 #include "framework/Kel/Exception.h"
+#include "framework/Kel/Trace.h"
 
 namespace Routing {
 namespace Pim {
@@ -19,10 +20,7 @@ bool isHostRoute(const Ipkit::IpGenPrefix& prefix) {
 
 }  // namespace
 
-const Kel::TraceFile& RpLocalSm::trace() {
-  static const Kel::TraceFile& file = Kel::TraceFile::named("PimRpCompute");
-  return file;
-}
+KEL_TRACE_FILE(RpLocalSm::trace, "PimRpCompute")
 
 // The parameters are named apart from the accessors so that the assertion reads them.
 RpLocalSm::RpLocalSm(const Kel::PtrConst<RpCandidateStatus>& staticStatus,

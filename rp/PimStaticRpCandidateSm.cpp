@@ -3,6 +3,7 @@
 #include "framework/Kel/Assert.h"
 #include "framework/Kel/Exception.h"
 #include "framework/Kel/System.h"
+#include "framework/Kel/Trace.h"
 
 namespace Routing {
 namespace Pim {
@@ -13,10 +14,7 @@ const char kClassName[] = "Routing::Pim::Static::RpCandidateSm";
 
 }  // namespace
 
-const Kel::TraceFile& RpCandidateSm::trace() {
-  static const Kel::TraceFile& file = Kel::TraceFile::named("PimRpCandidateStaticSm");
-  return file;
-}
+KEL_TRACE_FILE(RpCandidateSm::trace, "PimRpCandidateStaticSm")
 
 // ---- KelRpConfig ------------------------------------------------------------------------------
 
