@@ -9,9 +9,10 @@ namespace {
 
 KEL_TRACE_FILE(trace, "PimRpHashSm")
 
-// The parameter types are spelled as the table and compute handles are known to readers of the
-// traces, which the compiler's rendering of Kel::Ptr<...> would not give.
-const char kUpdateSignature[] =
+// The signatures that open the entry traces, spelled as the messages give them whatever the
+// compiler would print.
+// The table and compute handles are spelled as their readers know them.
+const char kDoUpdateRpHashGuts[] =
     "void Routing::Pim::doUpdateRpHashGuts(const Ipkit::IpGenPrefix&, bool, "
     "Routing::Pim::RpHashStatus::Ptr, Routing::Pim::RpCompute::Ptr, Ipkit::IpGenAddr, "
     "Routing::Pim::Mode, Routing::Pim::RpHashAlgorithm)";
@@ -49,8 +50,8 @@ void doUpdateRpHashGuts(const Ipkit::IpGenPrefix& prefix, bool add, Kel::Ptr<RpH
                         Kel::Ptr<RpCompute> compute, Ipkit::IpGenAddr rp, Mode mode,
                         RpHashAlgorithm algorithm) {
   KEL_TRACE(trace(), 9,
-            kUpdateSignature << " ( " << prefix << ", " << trueOrFalse(add) << ", " << rp << ", "
-                             << mode << ", " << algorithm << " )");
+            kDoUpdateRpHashGuts << " ( " << prefix << ", " << trueOrFalse(add) << ", " << rp << ", "
+                                << mode << ", " << algorithm << " )");
   if (add) {
     doAddRpHashGuts(prefix, table, compute, mode);
     return;
@@ -58,7 +59,7 @@ void doUpdateRpHashGuts(const Ipkit::IpGenPrefix& prefix, bool add, Kel::Ptr<RpH
   const RpHash current = table->rpHash(prefix);
   if (current.address() != rp && algorithm != rpHashAlgorithmModulo) return;
   KEL_TRACE(trace(), 5,
-            kUpdateSignature << "Removing RP " << current.address() << " for group " << prefix);
+            kDoUpdateRpHashGuts << "Removing RP " << current.address() << " for group " << prefix);
   doWriteEntry("doUpdateRpHashGuts", prefix, *table, *compute, mode);
 }
 

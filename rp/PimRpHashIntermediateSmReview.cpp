@@ -7,9 +7,24 @@
 
 namespace Routing {
 namespace Pim {
+namespace {
+
+// The signatures that open the entry traces, spelled as the messages give them whatever the
+// compiler would print.
+const char kHandleGroup[] =
+    "void Routing::Pim::RpHashIntermediateSm::handleGroup(const Ipkit::IpGenAddr&)";
+const char kHandleGroupAll[] = "void Routing::Pim::RpHashIntermediateSm::handleGroup()";
+const char kDoKickReview[] = "void Routing::Pim::RpHashIntermediateSm::doKickReview()";
+const char kDoReview[] = "void Routing::Pim::RpHashIntermediateSm::doReview()";
+const char kHandleRpHashAlgorithm[] =
+    "void Routing::Pim::RpHashIntermediateSm::handleRpHashAlgorithm()";
+const char kDoRemoveExtraRpHashGroups[] =
+    "void Routing::Pim::RpHashIntermediateSm::doRemoveExtraRpHashGroups()";
+
+}  // namespace
 
 void RpHashIntermediateSm::handleGroup(const Ipkit::IpGenAddr& group) {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__ << "( " << group << " )");
+  KEL_TRACE(trace(), 9, kHandleGroup << "( " << group << " )");
   // A queue that is not empty already has a series of slices under way.
   if (changedGroup_.empty()) doKickReview();
   const bool present = groupMrt()->group().contains(group);
@@ -20,7 +35,7 @@ void RpHashIntermediateSm::handleGroup(const Ipkit::IpGenAddr& group) {
 }
 
 void RpHashIntermediateSm::handleGroup() {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, kHandleGroupAll);
   if (!initialized_) return;
   const auto groups = groupMrt();
   // Entries past damage in the table wait for the next full pass.
@@ -34,7 +49,7 @@ void RpHashIntermediateSm::handleGroup() {
 }
 
 void RpHashIntermediateSm::doKickReview() {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, kDoKickReview);
   // Without a timer (reviewTimerDel) nothing is scheduled until one is set again.
   if (!initialized_ || !reviewTimer_) return;
   if (!reviewTimer_->reviewPending()) reviewTimer_->doUpdateNextReview();
@@ -57,7 +72,7 @@ RpHash RpHashIntermediateSm::doReviewEntry(const Ipkit::IpGenAddr& group) {
 }
 
 void RpHashIntermediateSm::doReview() {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, kDoReview);
   const double deadline = Kel::System::currentTime() + backlogQuantum_;
   auto at = changedGroup_.begin();
   if (bookmark_ != Ipkit::IpGenAddr()) {
@@ -99,13 +114,13 @@ void RpHashIntermediateSm::doReview() {
 }
 
 void RpHashIntermediateSm::handleRpHashAlgorithm() {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__ << " : " << rpConfig()->rpHashAlgorithm());
+  KEL_TRACE(trace(), 9, kHandleRpHashAlgorithm << " : " << rpConfig()->rpHashAlgorithm());
   doProcessCrpSets();
   doKickReviewForAllGroups();
 }
 
 void RpHashIntermediateSm::doRemoveExtraRpHashGroups() {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, kDoRemoveExtraRpHashGroups);
   const auto groups = groupMrt();
   // Damage in the table ends the clean-up there.
   Mirra::tolerantRead(*rpHashStatus_, [&] {

@@ -11,7 +11,8 @@ namespace {
 
 const char kClassName[] = "Routing::Pim::RpHashSm";
 
-// The entry signatures as the traces print them, independent of the compiler's own spelling.
+// The signatures that open the entry traces, spelled as the messages give them whatever the
+// compiler would print.
 const char kHandleStaticHashAll[] = "void Routing::Pim::RpHashSm::handleStaticHash()";
 const char kHandleStaticHash[] =
     "void Routing::Pim::RpHashSm::handleStaticHash(const Ipkit::IpGenPrefix&)";

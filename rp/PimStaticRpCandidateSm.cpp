@@ -10,6 +10,12 @@ namespace Pim {
 namespace Static {
 namespace {
 
+// The signatures that open the entry traces, spelled as the messages give them whatever the
+// compiler would print.
+const char kHandleInitialize[] = "void Routing::Pim::Static::RpCandidateSm::handleInitialize()";
+const char kDoRemoveExtraStatusEntries[] =
+    "void Routing::Pim::Static::RpCandidateSm::doRemoveExtraStatusEntries()";
+
 const char kClassName[] = "Routing::Pim::Static::RpCandidateSm";
 
 }  // namespace
@@ -80,7 +86,7 @@ Kel::Ptr<RpCandidateSm::KelRpStaticAclSm> RpCandidateSm::rpStaticAclSmIs(
 }
 
 void RpCandidateSm::handleInitialize() {
-  KEL_TRACE(trace(), 9, vrfTag() << __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, vrfTag() << kHandleInitialize);
   if (initialize_) return;
   crpStatus_->rpSetTypeIs(rpTypeStatic);
   if (statusSurvived_) {
@@ -98,7 +104,7 @@ Kel::Ptr<RpCandidate> RpCandidateSm::doCandidate(const Ipkit::IpGenPrefix& prefi
 }
 
 void RpCandidateSm::doRemoveExtraStatusEntries() {
-  KEL_TRACE(trace(), 9, vrfTag() << __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, vrfTag() << kDoRemoveExtraStatusEntries);
   for (const auto& [prefix, readOnlySet] : crpStatus_->crpSet()) {
     const auto set = crpStatus_->crpSetMutable(prefix);
     for (const auto& [rp, candidate] : set->rp()) {
