@@ -2,6 +2,7 @@
 
 #include "rp/PimRpHashIntermediateSm.h"
 
+#include <ios>
 #include <sstream>
 #include <string>
 
@@ -38,9 +39,6 @@ const char kCrpDoUpdateRpHash[] =
 
 const char kClassName[] = "Routing::Pim::RpHashIntermediateSm";
 const char kCrpSetClassName[] = "Routing::Pim::RpHashIntermediateSm::KelCrpSet";
-
-const char* trueOrFalse(bool value) { return value ? "true" : "false"; }
-const char* pythonBool(bool value) { return value ? "True" : "False"; }
 
 template <class Value>
 std::string textOf(const char* label, const Value& value) {
@@ -296,7 +294,7 @@ void RpHashIntermediateSm::KelCrpSet::KelCrp::handleHashMask() {
 void RpHashIntermediateSm::KelCrpSet::KelCrp::handleOverride() {
   KEL_TRACE(trace(), 9, kCrpHandleOverride);
   doHandleValue([](const RpCandidate& c) {
-    return textOf(" to have override flag as ", pythonBool(c.override()));
+    return textOf(" to have override flag as ", boolToStrep(c.override()));
   });
 }
 
@@ -320,7 +318,7 @@ void RpHashIntermediateSm::KelCrpSet::KelCrp::handleDel() {
 }
 
 void RpHashIntermediateSm::KelCrpSet::KelCrp::doUpdateRpHash(bool add) {
-  KEL_TRACE(trace(), 9, kCrpDoUpdateRpHash << " ( " << trueOrFalse(add) << " )");
+  KEL_TRACE(trace(), 9, kCrpDoUpdateRpHash << " ( " << std::boolalpha << add << " )");
   // Copied first: a table write below may run a reactor that deletes this candidate or its set.
   RpHashIntermediateSm* sm = owner()->owner();
   const Ipkit::IpGenPrefix prefix = owner()->prefix();

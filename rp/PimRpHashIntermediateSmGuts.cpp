@@ -1,5 +1,7 @@
 // The two writers of one RP hash entry, shared by the candidate path and the algorithm change.
 
+#include <ios>
+
 #include "framework/Kel/Trace.h"
 #include "rp/PimRpHashIntermediateSm.h"
 
@@ -17,9 +19,6 @@ const char kDoUpdateRpHashGuts[] =
     "Routing::Pim::RpHashStatus::Ptr, Routing::Pim::RpCompute::Ptr, Ipkit::IpGenAddr, "
     "Routing::Pim::Mode, Routing::Pim::RpHashAlgorithm)";
 
-const char* trueOrFalse(bool value) { return value ? "true" : "false"; }
-const char* pythonBool(bool value) { return value ? "True" : "False"; }
-
 // Steps shared by both writers; `caller` names the writer in its traces.
 void doWriteEntry(const char* caller, const Ipkit::IpGenPrefix& prefix, RpHashStatus& table,
                   RpCompute& compute, Mode mode) {
@@ -32,7 +31,7 @@ void doWriteEntry(const char* caller, const Ipkit::IpGenPrefix& prefix, RpHashSt
   KEL_TRACE(trace(), 5,
             caller << ": RP for group " << prefix << " is " << info.address() << " with priority "
                    << info.priority() << " and hashmask length " << info.hashMaskLen()
-                   << " with override flag as " << pythonBool(info.override()) << " and mode "
+                   << " with override flag as " << boolToStrep(info.override()) << " and mode "
                    << info.mode());
   const RpHash entry(prefix, info);
   KEL_TRACE(trace(), 5, caller << ": Adding " << entry);
@@ -50,8 +49,8 @@ void doUpdateRpHashGuts(const Ipkit::IpGenPrefix& prefix, bool add, Kel::Ptr<RpH
                         Kel::Ptr<RpCompute> compute, Ipkit::IpGenAddr rp, Mode mode,
                         RpHashAlgorithm algorithm) {
   KEL_TRACE(trace(), 9,
-            kDoUpdateRpHashGuts << " ( " << prefix << ", " << trueOrFalse(add) << ", " << rp << ", "
-                                << mode << ", " << algorithm << " )");
+            kDoUpdateRpHashGuts << " ( " << prefix << ", " << std::boolalpha << add << ", " << rp
+                                << ", " << mode << ", " << algorithm << " )");
   if (add) {
     doAddRpHashGuts(prefix, table, compute, mode);
     return;

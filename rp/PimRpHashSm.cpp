@@ -29,8 +29,6 @@ const char kHandleInitialized[] = "void Routing::Pim::RpHashSm::handleInitialize
 const char kDoRemoveExtraRpHashGroups[] =
     "void Routing::Pim::RpHashSm::doRemoveExtraRpHashGroups()";
 
-const char* trueFalse(bool value) { return value ? "True" : "False"; }
-
 }  // namespace
 
 KEL_TRACE_FILE(RpHashSm::trace, "PimRpHashSm")
@@ -105,7 +103,7 @@ void RpHashSm::handleStaticHash(const Ipkit::IpGenPrefix& prefix) {
   if (rpHashPresent(staticEntry)) {
     override = staticEntry.override();
     KEL_TRACE(trace(), 5,
-              "Static RP " << staticEntry.address() << " has override " << trueFalse(override));
+              "Static RP " << staticEntry.address() << " has override " << boolToStrep(override));
   }
   if (!rpHashUsable(staticEntry)) {
     handleStaticHashDel(prefix);
@@ -119,7 +117,7 @@ void RpHashSm::handleStaticHash(const Ipkit::IpGenPrefix& prefix) {
   // The BSR entry is usable here, so it exists.
   KEL_TRACE(trace(), 5,
             "Updating RP Hash to BSR entry since BSR entry exists and override is "
-                << trueFalse(override));
+                << boolToStrep(override));
   rpHashIs(bsrEntry);
 }
 

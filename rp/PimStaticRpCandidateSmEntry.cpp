@@ -46,14 +46,12 @@ const char kHandleOverrideDynAcl[] =
     "void Routing::Pim::Static::RpCandidateSm::KelRpEntry::handleOverrideDynAcl(const "
     "Kel::String&)";
 
-const char* trueFalse(bool value) { return value ? "True" : "False"; }
-
 // A value as the status traces show it: flags as True / False, numbers as numbers.
 template <class V>
 V shown(V value) {
   return value;
 }
-const char* shown(bool value) { return trueFalse(value); }
+Kel::String shown(bool value) { return boolToStrep(value); }
 
 // One of the three values an RP configures per group prefix and per access list: where the
 // entry keeps it, its "not configured" value, how a candidate takes it, and how it is traced.
