@@ -88,7 +88,8 @@ void RpHashIntermediateSm::doReview() {
       const RpHash entry = doReviewEntry(group);
       KEL_TRACE(trace(), 4, "doReview: Adding " << entry);
       rpHashStatus_->rpHashIs(entry);
-      // A write lost on the way to the shared table is written once more.
+      // The write notifies before it returns, and a reader woken by it may delete the entry
+      // again; reading it back and writing it once more leaves the group with its entry.
       if (rpHashStatus_->rpHash(key) == RpHash()) rpHashStatus_->rpHashIs(entry);
     } else {
       KEL_TRACE(trace(), 4, "doReview: Deleting group " << key);

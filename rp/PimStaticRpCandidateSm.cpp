@@ -169,8 +169,9 @@ void RpCandidateSm::doCandidateRelease(const Ipkit::IpGenAddr& rp,
   KEL_TRACE(trace(), 8, vrfTag() << "PrefixCounter for prefix " << prefix << " is " << count);
   // Another source (a second list, or a list and the explicit group) still gives the prefix.
   if (counts->counter(prefix) != 0) return;
+  // Only the counter of this prefix goes, although the message speaks of the RP's refcount
+  // object: that object stays, even empty, and goes only with the owner.
   counts->counterDel(prefix);
-  // The counts object itself stays, even empty: it goes only with the owner.
   KEL_TRACE(trace(), 8, vrfTag() << "Deleted refcount object for RP " << rp);
   const auto set = crpStatus_->crpSetMutable(prefix);
   if (!set) return;

@@ -291,7 +291,7 @@ class EntryEater : public Routing::Pim::RpHashStatus::NotifieeConst {
   Kel::Ptr<Routing::Pim::RpHashStatus> table_;
 };
 
-TEST_F(RpHashReview, WriteLostOnTheWay_WrittenOnceMore) {
+TEST_F(RpHashReview, EntryDeletedByAReaderOfTheWrite_WrittenOnceMore) {
   group("239.1.1.1");
   start();
   candidate({"239.0.0.0/8", "10.0.0.1", 1, 30, modePimSm});
