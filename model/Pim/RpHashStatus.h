@@ -29,6 +29,7 @@
 
 #include "framework/Ipkit/IpGenPrefix.h"
 #include "framework/Kel/Entity.h"
+#include "framework/Mirra/CorruptionDetectedException.h"
 #include "framework/Mirra/MirraMap.h"
 #include "model/Pim/RpHash.h"
 
