@@ -1,7 +1,8 @@
 #include "rp/PimRpHashSm.h"
 
 #include "framework/Kel/Exception.h"
-#include "framework/Mirra/CorruptionDetectedException.h"
+#include "framework/Kel/Trace.h"
+#include "framework/Mirra/TolerantRead.h"
 #include "rp/PimRpSourceRule.h"
 
 namespace Routing {
@@ -10,7 +11,8 @@ namespace {
 
 const char kClassName[] = "Routing::Pim::RpHashSm";
 
-// The entry signatures as the traces print them, independent of the compiler's own spelling.
+// The signatures that open the entry traces, spelled as the messages give them whatever the
+// compiler would print.
 const char kHandleStaticHashAll[] = "void Routing::Pim::RpHashSm::handleStaticHash()";
 const char kHandleStaticHash[] =
     "void Routing::Pim::RpHashSm::handleStaticHash(const Ipkit::IpGenPrefix&)";
@@ -27,14 +29,9 @@ const char kHandleInitialized[] = "void Routing::Pim::RpHashSm::handleInitialize
 const char kDoRemoveExtraRpHashGroups[] =
     "void Routing::Pim::RpHashSm::doRemoveExtraRpHashGroups()";
 
-const char* trueFalse(bool value) { return value ? "True" : "False"; }
-
 }  // namespace
 
-const Kel::TraceFile& RpHashSm::trace() {
-  static const Kel::TraceFile& file = Kel::TraceFile::named("PimRpHashSm");
-  return file;
-}
+KEL_TRACE_FILE(RpHashSm::trace, "PimRpHashSm")
 
 // ---- KelStaticHash / KelBsrHash -----------------------------------------------------------------
 
@@ -80,32 +77,16 @@ RpHashSm::RpHashSm(Mode pimMode, const Kel::PtrConst<RpHashStatus>& staticHash,
   handleInitialized();
 }
 
-namespace {
-
-// Runs one positioning step of a walk over table; false, after handing the corruption to the
-// table's handler (which acknowledges the report the failed read made), when the step met damage.
-template <class Step>
-bool walkStep(const RpHashStatus& table, Step&& step) {
-  try {
-    step();
-    return true;
-  } catch (const Mirra::CorruptionDetectedException& corruption) {
-    table.corruptionDetected(corruption.what());
-    return false;
-  }
-}
-
-}  // namespace
-
 template <class Handle>
 void RpHashSm::doWalk(const RpHashStatus& table, Handle&& handle) {
   const RpHashStatus::Table& entries = table.rpHash();
   RpHashStatus::Table::Iterator at = entries.end();
-  if (!walkStep(table, [&] { at = entries.begin(); })) return;
+  // Only the steps are read tolerantly: damage ends the walk, the handler's own reads are its own.
+  if (!Mirra::tolerantRead(table, [&] { at = entries.begin(); })) return;
   // The iterator steps past the key it holds, so the handler may delete that key's entry.
   while (!at.atEnd()) {
     handle(at->key());
-    if (!walkStep(table, [&] { ++at; })) return;
+    if (!Mirra::tolerantRead(table, [&] { ++at; })) return;
   }
 }
 
@@ -122,7 +103,7 @@ void RpHashSm::handleStaticHash(const Ipkit::IpGenPrefix& prefix) {
   if (rpHashPresent(staticEntry)) {
     override = staticEntry.override();
     KEL_TRACE(trace(), 5,
-              "Static RP " << staticEntry.address() << " has override " << trueFalse(override));
+              "Static RP " << staticEntry.address() << " has override " << boolToStrep(override));
   }
   if (!rpHashUsable(staticEntry)) {
     handleStaticHashDel(prefix);
@@ -136,7 +117,7 @@ void RpHashSm::handleStaticHash(const Ipkit::IpGenPrefix& prefix) {
   // The BSR entry is usable here, so it exists.
   KEL_TRACE(trace(), 5,
             "Updating RP Hash to BSR entry since BSR entry exists and override is "
-                << trueFalse(override));
+                << boolToStrep(override));
   rpHashIs(bsrEntry);
 }
 

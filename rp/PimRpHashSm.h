@@ -29,9 +29,9 @@
 //     only candidate left.
 //
 // The walks over a whole table (handleStaticHash(), handleBsrHash(), doRemoveExtraRpHashGroups())
-// use the table's own iteration. A corruption that the walk meets while reading the walked table
-// is handed to that table's corruption handler and ends the walk; a corruption raised by a lookup
-// of another table propagates to the caller.
+// use the table's own iteration. A corruption that the walk's own steps meet is handed back to
+// the walked table (Mirra::tolerantRead) and ends the walk; a corruption raised by a lookup in a
+// handler propagates to the caller.
 //
 // Traces go to the trace file "PimRpHashSm": 9 entry of the passes and of the writers, request
 // bookkeeping and ignored entries; 8 entry of the per-prefix static handler; 5 decisions and
@@ -108,7 +108,7 @@ class RpHashSm : public Kel::ReactorOwner {
  private:
   static const Kel::TraceFile& trace();
   // Walks every key of table in its order, calling handle(key); a corruption met by the walk's
-  // own reads of table is handed to table's corruption handler and ends the walk.
+  // own steps is handed back to table and ends the walk.
   template <class Handle>
   static void doWalk(const RpHashStatus& table, Handle&& handle);
   // One input no longer gives prefix an RP: the usable entry of `other` takes its place in the

@@ -12,12 +12,17 @@ constexpr const char* sourceWord(RpLocalSm::CrpSource source) {
   return source == RpLocalSm::CrpSource::staticRp ? "static" : "BSR";
 }
 
+// The signatures that open the entry traces, spelled as the messages give them whatever the
+// compiler would print.
+const char kStaticSetHandleRpCandidate[] =
+    "void Routing::Pim::RpLocalSm::KelStaticCrpSet::handleRpCandidate(const Ipkit::IpGenAddr&)";
+const char kBsrSetHandleRpCandidate[] =
+    "void Routing::Pim::RpLocalSm::KelBsrCrpSet::handleRpCandidate(const Ipkit::IpGenAddr&)";
+
+// One implementation serves both sources; its entry trace names the reactor of the source.
 constexpr const char* setSignature(RpLocalSm::CrpSource source) {
-  return source == RpLocalSm::CrpSource::staticRp
-             ? "void Routing::Pim::RpLocalSm::KelStaticCrpSet::handleRpCandidate(const "
-               "Ipkit::IpGenAddr&)"
-             : "void Routing::Pim::RpLocalSm::KelBsrCrpSet::handleRpCandidate(const "
-               "Ipkit::IpGenAddr&)";
+  return source == RpLocalSm::CrpSource::staticRp ? kStaticSetHandleRpCandidate
+                                                  : kBsrSetHandleRpCandidate;
 }
 
 }  // namespace

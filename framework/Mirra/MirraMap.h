@@ -322,17 +322,21 @@ class MirraMap {
 
   // Reports corruption: writes "MirraMap::corruptionDetected() " + message to the debug stream
   // (for a shared table with "table <name>: " before the message), records it in this attachment
-  // and calls the corruption handler. The table's own checks call it before they throw; a caller
-  // that catches that exception and hands its message back here (as callers that treat a corrupt
-  // read as "absent" do) acknowledges the report already made, so one detection is reported once.
-  // Any other message is reported as a new detection.
+  // and calls the corruption handler. The table's own checks report this way before they throw.
   void corruptionDetected(const std::string& message) const {
-    if (unacknowledged_ && message == lastCorruption_) {
+    report(message);
+    unacknowledged_ = false;
+  }
+  // Hands back an exception a caller caught (as callers that treat a corrupt read as "absent" do,
+  // through Mirra::tolerantRead): the report this attachment made as it raised it is acknowledged,
+  // so that one detection is reported once; an exception this attachment did not raise, or one
+  // already handed back, is reported as a new detection.
+  void corruptionDetected(const CorruptionDetectedException& caught) const {
+    if (unacknowledged_ && caught.reportedBy(this)) {
       unacknowledged_ = false;
       return;
     }
-    report(message);
-    unacknowledged_ = false;
+    corruptionDetected(std::string(caught.what()));
   }
   void corruptionHandlerIs(CorruptionHandler handler) { corruptionHandler_ = std::move(handler); }
   // How many corruptions this attachment has reported, and the last one's message.
@@ -771,7 +775,7 @@ class MirraMap {
   [[noreturn]] void reportMessageAndThrow(const std::string& message) const {
     report(message);
     unacknowledged_ = true;
-    throw CorruptionDetectedException(message, memory_->name());
+    throw CorruptionDetectedException(message, memory_->name(), this);
   }
 
   void requireWriter(const char* operation) const {

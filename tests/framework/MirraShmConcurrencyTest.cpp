@@ -14,6 +14,8 @@
 #include "framework/Mirra/MirraMap.h"
 #include "framework/Mirra/testing/MirraMapBackdoor.h"
 #include "tests/framework/MirraShmTestSupport.h"
+#include "tests/support/Refusal.h"
+#include "tests/support/TraceCapture.h"
 
 namespace {
 
@@ -134,7 +136,7 @@ std::string walkOutcome(const Table& reader) {
 
 class MirraShmConcurrency : public ::testing::Test {
  protected:
-  void SetUp() override { Kel::TraceRing::instance().clear(); }
+  TestSupport::TraceCapture debug{"Debug"};
   SegmentGuard segment{::testing::UnitTest::GetInstance()->current_test_info()->name()};
 };
 
@@ -195,17 +197,14 @@ TEST_F(MirraShmConcurrency, WriterKilledMidWrite_HalfWrittenSlotReportedNewWrite
   }
   const long slot = MirraMapBackdoor::slotOf(reader, kVictim);
   const std::string expected = "slot " + std::to_string(slot) + " of 2048 was left half-written";
-  try {
-    reader.lookup(kVictim);
-    FAIL() << "the half-written slot was read";
-  } catch (const Mirra::CorruptionDetectedException& error) {
-    EXPECT_EQ(std::string(error.what()), expected);
-  }
+  EXPECT_EQ(
+      TestSupport::refusalOf<Mirra::CorruptionDetectedException>([&] { reader.lookup(kVictim); }),
+      expected);
   EXPECT_EQ(handled, std::vector<std::string>{expected});
 
-  Kel::TraceRing::instance().clear();
+  debug.clear();
   Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
-  EXPECT_EQ(Kel::TraceRing::instance().lines("Debug"),
+  EXPECT_EQ(debug.lines(),
             (std::vector<std::string>{
                 "MirraMap::corruptionDetected() table " + segment.name() + ": " + expected,
                 "MirraMap::attach() " + segment.name() + " as writer members:999 slots:2048"}));
@@ -250,12 +249,8 @@ TEST_F(MirraShmConcurrency, WriterStoppedInsideSlotWrite_ReaderGivesUpAtItsBound
   const Table reader = Table::attachShared(segment.name(), AttachMode::reader);
   const long slot = MirraMapBackdoor::slotOf(reader, kVictim);
   const auto start = std::chrono::steady_clock::now();
-  std::string refusal = "read";
-  try {
-    reader.lookup(kVictim);
-  } catch (const Mirra::CorruptionDetectedException& error) {
-    refusal = error.what();
-  }
+  const std::string refusal =
+      TestSupport::refusalOf<Mirra::CorruptionDetectedException>([&] { reader.lookup(kVictim); });
   const auto waited = std::chrono::duration_cast<std::chrono::milliseconds>(
                           std::chrono::steady_clock::now() - start)
                           .count();
@@ -281,12 +276,9 @@ TEST_F(MirraShmConcurrency, WriterStoppedInsideSlotWrite_WalkSaysStoppedNotHalfW
   Table reader = Table::attachShared(segment.name(), AttachMode::reader);
   MirraMapBackdoor::writerWaitIs(reader, std::chrono::milliseconds(50));
   std::uint64_t walked = 0;
-  std::string refusal = "walked";
-  try {
+  const std::string refusal = TestSupport::refusalOf<Mirra::CorruptionDetectedException>([&] {
     for (const Record& record : reader) walked = record.key + 1;
-  } catch (const Mirra::CorruptionDetectedException& error) {
-    refusal = error.what();
-  }
+  });
   child.signal(SIGKILL);
   EXPECT_EQ(child.wait(), -SIGKILL);
   // The walk stops at the first step whose descent passes the slot: the victim's or one before.
@@ -346,12 +338,8 @@ TEST_F(MirraShmConcurrency, WriterBlockedInsideSlotWrite_ReaderSaysStalled) {
   ASSERT_EQ(read(blocked[0], &byte, 1), 1);
   Table reader = Table::attachShared(segment.name(), AttachMode::reader);
   MirraMapBackdoor::writerWaitIs(reader, std::chrono::milliseconds(50));
-  std::string refusal = "read";
-  try {
-    reader.lookup(kVictim);
-  } catch (const Mirra::CorruptionDetectedException& error) {
-    refusal = error.what();
-  }
+  const std::string refusal =
+      TestSupport::refusalOf<Mirra::CorruptionDetectedException>([&] { reader.lookup(kVictim); });
   EXPECT_EQ(reader.lookup(kVictim + 1), recordFor(kVictim + 1, 1));
   ASSERT_EQ(write(release[1], &byte, 1), 1);
   EXPECT_EQ(child.wait(), 0);

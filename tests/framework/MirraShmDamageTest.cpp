@@ -18,6 +18,7 @@
 #include "framework/Mirra/internal/TableHeader.h"
 #include "framework/Mirra/testing/MirraMapBackdoor.h"
 #include "tests/framework/MirraShmTestSupport.h"
+#include "tests/support/TraceCapture.h"
 
 namespace {
 
@@ -134,8 +135,7 @@ std::string flipped(std::size_t offset, unsigned char mask) {
 
 class MirraShmDamage : public ::testing::Test {
  protected:
-  void SetUp() override { Kel::TraceRing::instance().clear(); }
-  void TearDown() override { Kel::TraceRing::instance().clear(); }
+  TestSupport::TraceCapture debug{"Debug"};
   // A fresh table of kMembers members, written by a writer that has gone.
   void freshTable() {
     Table::unlinkShared(name());
@@ -357,7 +357,7 @@ TEST_F(MirraShmDamage, SameDamageMetAgainAndAgain_TenReportsASecondThenTheCountS
   std::size_t handled = 0;
   reader.corruptionHandlerIs([&handled](const std::string&) { ++handled; });
   now += std::chrono::seconds(1);  // a second of its own, without the attach report
-  Kel::TraceRing::instance().clear();
+  debug.clear();
   const auto lookups = [&](int count) {
     for (int lookup = 0; lookup < count; ++lookup) {
       EXPECT_THROW(reader.lookup(3), Mirra::CorruptionDetectedException);
@@ -367,16 +367,16 @@ TEST_F(MirraShmDamage, SameDamageMetAgainAndAgain_TenReportsASecondThenTheCountS
   const long slot = MirraMapBackdoor::slotOf(reader, std::uint64_t{3});
   const std::string report = "MirraMap::corruptionDetected() table " + name() + ": slot " +
                              std::to_string(slot) + " of 16 fails its checksum";
-  EXPECT_EQ(Kel::TraceRing::instance().lines("Debug"), std::vector<std::string>(10, report));
+  EXPECT_EQ(debug.lines(), std::vector<std::string>(10, report));
   EXPECT_EQ(handled, 25u);
   EXPECT_EQ(reader.corruptions(), 25u);
-  Kel::TraceRing::instance().clear();
+  debug.clear();
   now += std::chrono::milliseconds(999);
   lookups(1);
-  EXPECT_EQ(Kel::TraceRing::instance().lines("Debug"), std::vector<std::string>());
+  EXPECT_EQ(debug.lines(), std::vector<std::string>());
   now += std::chrono::milliseconds(1);
   lookups(1);
-  EXPECT_EQ(Kel::TraceRing::instance().lines("Debug"),
+  EXPECT_EQ(debug.lines(),
             (std::vector<std::string>{"MirraMap::reportsSuppressed() table " + name() +
                                           ": 16 reports suppressed (at most 10 a second are "
                                           "written)",

@@ -17,6 +17,7 @@
 #include "framework/Mirra/MirraMap.h"
 #include "framework/Mirra/testing/MirraMapBackdoor.h"
 #include "tests/framework/MirraShmTestSupport.h"
+#include "tests/support/TraceCapture.h"
 
 namespace {
 
@@ -27,8 +28,6 @@ using MirraShmTest::recordFor;
 using MirraShmTest::segmentExists;
 using MirraShmTest::SegmentGuard;
 using MirraShmTest::Table;
-
-std::vector<std::string> debugLines() { return Kel::TraceRing::instance().lines("Debug"); }
 
 // The keys a fresh reader finds, in order, or what stopped it.
 std::string keysSeen(const std::string& name) {
@@ -57,7 +56,7 @@ bool segmentMade(const std::string& segment) {
 
 class MirraShmGeneration : public ::testing::Test {
  protected:
-  void SetUp() override { Kel::TraceRing::instance().clear(); }
+  TestSupport::TraceCapture debug{"Debug"};
   SegmentGuard segment{::testing::UnitTest::GetInstance()->current_test_info()->name()};
   std::string generation(int number) const {
     return segment.name() + ".g" + std::to_string(number);
@@ -132,13 +131,13 @@ TEST_F(MirraShmGeneration, NamesTakenBySomeoneElse_GrowthTakesTheNextFreeName) {
 TEST_F(MirraShmGeneration, NoNameLeft_GrowthReportsItNamingTheOperation_WritesGoOn) {
   Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
   for (int number = 2; number < 2 + 64; ++number) ASSERT_TRUE(segmentMade(generation(number)));
-  Kel::TraceRing::instance().clear();
+  debug.clear();
   for (std::uint64_t key = 0; key < 12; ++key) writer.insert(recordFor(key, 1));
   EXPECT_EQ(MirraMapBackdoor::slots(writer), 16u);
   const std::string failure = "MirraMap::grow() table " + segment.name() +
                               " cannot create a new generation: the 64 names from " +
                               generation(2) + " on are all taken";
-  EXPECT_EQ(debugLines(), std::vector<std::string>{failure});
+  EXPECT_EQ(debug.lines(), std::vector<std::string>{failure});
   EXPECT_EQ(keysSeen(segment.name()), keysUpTo(12));
 }
 
@@ -147,13 +146,13 @@ TEST_F(MirraShmGeneration, PublishedGenerationMissing_ReaderSaysSo_WriterStartsA
   ASSERT_EQ(shm_unlink(("/" + generation(1)).c_str()), 0);
   const std::string missing = "its published generation " + generation(1) + " is missing";
   EXPECT_EQ(keysSeen(segment.name()), "threw: " + missing);
-  Kel::TraceRing::instance().clear();
+  debug.clear();
   {
     const Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
     EXPECT_EQ(writer.lastCorruption(),
               missing + ": the table starts afresh and its members are lost");
   }
-  EXPECT_EQ(debugLines(),
+  EXPECT_EQ(debug.lines(),
             (std::vector<std::string>{
                 "MirraMap::corruptionDetected() table " + segment.name() + ": " + missing +
                     ": the table starts afresh and its members are lost",

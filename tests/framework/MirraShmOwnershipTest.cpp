@@ -17,6 +17,8 @@
 #include "framework/Mirra/CorruptionDetectedException.h"
 #include "framework/Mirra/MirraMap.h"
 #include "tests/framework/MirraShmTestSupport.h"
+#include "tests/support/Refusal.h"
+#include "tests/support/TraceCapture.h"
 
 namespace {
 
@@ -33,12 +35,9 @@ using MirraShmTest::Table;
 // What attaching says: "attached", or the refusal's text.
 std::string attachOutcome(const std::string& name, AttachMode mode,
                           const AttachOptions& options = AttachOptions()) {
-  try {
-    Table::attachShared(name, mode, options);
-  } catch (const Kel::Exception& refusal) {
-    return refusal.what();
-  }
-  return "attached";
+  const auto refusal =
+      TestSupport::thrownBy<Kel::Exception>([&] { Table::attachShared(name, mode, options); });
+  return refusal ? refusal->what() : "attached";
 }
 
 std::string ownerAndMode(const std::string& segment) {
@@ -57,7 +56,7 @@ std::string asOtherUser(const std::function<std::string()>& body) {
 // Tests of who may write and read that need no other user.
 class MirraShmPermissions : public ::testing::Test {
  protected:
-  void SetUp() override { Kel::TraceRing::instance().clear(); }
+  TestSupport::TraceCapture debug{"Debug"};
   SegmentGuard segment{::testing::UnitTest::GetInstance()->current_test_info()->name()};
   // The owner and mode of a segment this test process made.
   std::string ownedWithMode(const char* mode) const {
@@ -69,7 +68,6 @@ class MirraShmPermissions : public ::testing::Test {
 class MirraShmOwnership : public MirraShmPermissions {
  protected:
   void SetUp() override {
-    MirraShmPermissions::SetUp();
     const std::string why = MirraShmTest::otherUserUnavailable();
     if (!why.empty()) GTEST_SKIP() << why;
   }
@@ -197,17 +195,14 @@ TEST_F(MirraShmOwnership, GenerationReplacedByOtherUser_ReaderReportsIt) {
   ASSERT_EQ(made, "made");
   const std::string expected = "its published generation " + generation + " belongs to " + nobody +
                                ", not to the table's owner " + root;
-  Kel::TraceRing::instance().clear();
-  try {
-    Table::attachShared(segment.name(), AttachMode::reader);
-    FAIL() << "attached to another user's generation";
-  } catch (const Mirra::CorruptionDetectedException& damage) {
-    EXPECT_EQ(std::string(damage.what()), expected);
-    EXPECT_EQ(damage.table(), segment.name());
-  }
-  EXPECT_EQ(Kel::TraceRing::instance().lines("Debug"),
-            std::vector<std::string>{"MirraMap::corruptionDetected() table " + segment.name() +
-                                     ": " + expected});
+  debug.clear();
+  const auto damage = TestSupport::thrownBy<Mirra::CorruptionDetectedException>(
+      [&] { Table::attachShared(segment.name(), AttachMode::reader); });
+  ASSERT_TRUE(damage);
+  EXPECT_EQ(std::string(damage->what()), expected);
+  EXPECT_EQ(damage->table(), segment.name());
+  EXPECT_EQ(debug.lines(), std::vector<std::string>{"MirraMap::corruptionDetected() table " +
+                                                    segment.name() + ": " + expected});
 }
 
 // A process that holds a read lock on the control segment, as any user who can read it could;

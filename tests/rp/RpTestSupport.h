@@ -1,40 +1,11 @@
 #pragma once
-// Shared test fixtures for the RP units: building candidate statuses by hand, and reading back
-// what a unit wrote to its trace file.
-
-#include <string>
-#include <vector>
+// Shared test fixtures for the RP units: building candidate statuses by hand.
 
 #include "framework/Ipkit/IpGenAddr.h"
 #include "framework/Ipkit/IpGenPrefix.h"
-#include "framework/Kel/Trace.h"
 #include "model/Pim/RpCandidateStatus.h"
 
 namespace RpTest {
-
-// Enables levels 0..9 of one trace file for its lifetime and reads back what was written.
-class TraceCapture {
- public:
-  explicit TraceCapture(const std::string& traceFile, int highestLevel = 9)
-      : file_(Kel::TraceFile::named(traceFile)) {
-    Kel::TraceRing::instance().clear();
-    file_.levelsUpToIs(highestLevel);
-  }
-  ~TraceCapture() { file_.levelsUpToIs(-1); }
-
-  std::vector<std::string> lines() const { return Kel::TraceRing::instance().lines(file_.name()); }
-  void clear() const { Kel::TraceRing::instance().clear(); }
-  // Whether some line contains `text`.
-  bool wrote(const std::string& text) const {
-    for (const auto& line : lines()) {
-      if (line.find(text) != std::string::npos) return true;
-    }
-    return false;
-  }
-
- private:
-  Kel::TraceFile& file_;
-};
 
 struct CandidateRecipe {
   const char* prefix;

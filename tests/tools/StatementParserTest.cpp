@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "tests/support/Refusal.h"
 #include "tests/tools/ToolTestSupport.h"
 #include "tools/StatementError.h"
 #include "tools/StatementParser.h"
@@ -16,12 +17,7 @@ using ToolTest::statementOf;
 
 // The message of the refusal of `line`, or "" when it parses.
 std::string refusalOf(const std::string& line) {
-  try {
-    parseStatement(line);
-  } catch (const StatementError& error) {
-    return error.what();
-  }
-  return "";
+  return TestSupport::refusalOf<StatementError>([&] { parseStatement(line); });
 }
 
 TEST(StatementParser, BlankAndCommentLines_YieldNoStatement) {

@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/Refusal.h"
 #include "tests/tools/ToolTestSupport.h"
 #include "tools/StatementError.h"
 #include "tools/Validation.h"
@@ -15,12 +16,7 @@ using ToolTest::statementOf;
 
 // The message of the refusal of `line` by `validator`, or "" when it is accepted.
 std::string refusalOf(Validator& validator, const std::string& line) {
-  try {
-    validator.check(statementOf(line));
-  } catch (const StatementError& error) {
-    return error.what();
-  }
-  return "";
+  return TestSupport::refusalOf<StatementError>([&] { validator.check(statementOf(line)); });
 }
 
 std::string refusalOf(const std::string& line) {
