@@ -59,6 +59,8 @@ std::string modeAnswerWords(const ModeAnswer& answer) {
       return addressWord(answer.rp) + " (computed, bsr)";
     case RpAnswerSource::join:
       return addressWord(answer.rp) + " (join address)";
+    case RpAnswerSource::embedded:
+      return addressWord(answer.rp) + " (computed, embedded)";
     case RpAnswerSource::none:
       break;
   }
@@ -150,8 +152,13 @@ class HumanOutput : public Output {
                                                       : "the final table's entry ")
            << record.tableEntry.key();
       if (record.source != RpAnswerSource::table) out_ << " names no RP";
+    } else if (record.source == RpAnswerSource::embedded) {
+      out_ << "computed, the embedded RP the group address names";
     } else if (record.computed) {
       out_ << "computed, " << Routing::Pim::rpSourceReasonWord(record.reason);
+      if (record.embeddedSetAsideByMode) {
+        out_ << "; embedded RP is sparse, not " << modeWord(queryMode) << ": set aside";
+      }
       if (record.staticSetAsideByMode) printSetAside("static", record.staticResult, queryMode);
       if (record.bsrSetAsideByMode) printSetAside("bsr", record.bsrResult, queryMode);
     } else {

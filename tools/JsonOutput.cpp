@@ -98,6 +98,8 @@ class JsonOutput : public Output {
         return "bsr";
       case Routing::Pim::RpAnswerSource::join:
         return "join";
+      case Routing::Pim::RpAnswerSource::embedded:
+        return "embedded";
       case Routing::Pim::RpAnswerSource::none:
         break;
     }
@@ -115,6 +117,7 @@ class JsonOutput : public Output {
       Json setAside = Json::array();
       if (record.staticSetAsideByMode) setAside.push_back("static");
       if (record.bsrSetAsideByMode) setAside.push_back("bsr");
+      if (record.embeddedSetAsideByMode) setAside.push_back("embedded");
       computed = Json{{"reason", Routing::Pim::rpSourceReasonWord(record.reason)},
                       {"setAsideByMode", std::move(setAside)}};
     }
