@@ -42,17 +42,6 @@ RpHash embeddedEntry() {
   return RpHash(IpGenPrefix(kGroupKey), IpGenAddr(kEmbeddedRp), 0, 128, true, modePimSm);
 }
 
-// Every request made on the allocator, in order: "alloc 2001:db8::1", "dealloc 2001:db8::1".
-Lines requestsOf(const BitMapper::Config& bitMap) {
-  Lines lines;
-  for (const auto& request : bitMap.requests()) {
-    std::ostringstream line;
-    line << request.kind << " " << request.key.addr();
-    lines.push_back(line.str());
-  }
-  return lines;
-}
-
 class RpHashMergeEmbeddedTest : public ::testing::Test {
  protected:
   void start() { sm_ = rpHashSmFactory(modePimSm, static_, bsr_, final_, bitMap_, embedded_); }
@@ -61,7 +50,7 @@ class RpHashMergeEmbeddedTest : public ::testing::Test {
     config_->enabledIs(true);
   }
   RpHash final() const { return final_->rpHash(IpGenPrefix(kGroupKey)); }
-  Lines requests() const { return requestsOf(*bitMap_); }
+  Lines requests() const { return RpTest::allocRequests(*bitMap_); }
 
   Kel::Ptr<RpHashStatus> static_{new RpHashStatus};
   Kel::Ptr<RpHashStatus> bsr_{new RpHashStatus};
@@ -180,7 +169,7 @@ TEST_F(RpHashMergeEmbeddedTest, StatusWithoutGroups_SameTableRequestsAndTraces) 
     bsrTable->rpHashDel(IpGenPrefix(kGroupKey));
     staticTable->rpHashDel(IpGenPrefix(kGroupKey));
     Lines lines = capture.lines();
-    for (const auto& request : requestsOf(*bitMap)) lines.push_back(request);
+    for (const auto& request : RpTest::allocRequests(*bitMap)) lines.push_back(request);
     return lines;
   };
   const Lines without = run(false);
