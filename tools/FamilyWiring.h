@@ -11,7 +11,9 @@
 // compute status per query mode answers queries: sparse over the final per-group sparse table,
 // bidir over the final per-group bidir table, any mode over a table of its own that nothing
 // fills. Two group filters (sparse, bidir) are kept over the final per-prefix bidir table. A local
-// RP reactor watches both candidate statuses and the family's route shadow.
+// RP reactor watches both candidate statuses and the family's route shadow. The embedded-RP
+// configuration and status (EmbeddedRpWiring; only the IPv6 one is ever enabled) reach the
+// sparse per-group merge, the compute statuses and the local RP reactor.
 //
 // The RP configuration, the clock, the attribute log and the allocator's request record are the
 // tool's, shared by both families, and handed in. The RP hash tables come from a TableMaker (in
@@ -59,6 +61,7 @@
 #include "rp/PimRpHashSm.h"
 #include "rp/PimRpLocalSm.h"
 #include "rp/PimStaticRpCandidateSm.h"
+#include "tools/EmbeddedRpWiring.h"
 
 namespace PimrpTool {
 
@@ -136,6 +139,7 @@ class FamilyWiring {
     return groupFilter_[tableModeIndex(mode)];
   }
   const Kel::Ptr<Routing::Pim::RpLocalStatus>& localRpStatus() const { return localRpStatus_; }
+  const EmbeddedRpWiring& embeddedRp() const { return embeddedRp_; }
 
   // A unicast route of the family's shadow.
   struct Route {
@@ -165,6 +169,7 @@ class FamilyWiring {
   const Kel::Ptr<Routing::Pim::RpCandidateStatus> staticStatus_;
   const Kel::Ptr<Routing::Pim::RpCandidateStatus> bsrStatus_;
   const Kel::Ptr<Routing::Pim::GroupStatus> groups_;
+  const EmbeddedRpWiring embeddedRp_;
   Kel::Ptr<Routing::Pim::Static::RpCandidateSm> staticReactor_;
   // [source: static, bsr, final][kind: groups, prefixes][mode: sparse, bidir]
   std::array<std::array<std::array<Kel::Ptr<Routing::Pim::RpHashStatus>, kTableModes>, 2>, 3>

@@ -1,6 +1,7 @@
 #include <string>
 #include <variant>
 
+#include "tools/EmbeddedRpOutput.h"
 #include "tools/Output.h"
 #include "tools/TextTable.h"
 
@@ -96,6 +97,7 @@ class HumanOutput : public Output {
       out_ << "  note: " << answer.scope->range << " holds " << scopeKindWord(answer.scope->kind)
            << " groups: " << scopeKindMeaning(answer.scope->kind) << '\n';
     }
+    if (answer.embedded) printEmbeddedRpAnswer(out_, *answer.embedded);
     if (answer.staticDetail) print("static", *answer.staticDetail);
     if (answer.bsrDetail) print("bsr", *answer.bsrDetail);
     if (answer.answerDetail) print(*answer.answerDetail, answer.queryMode);
@@ -310,6 +312,8 @@ class HumanOutput : public Output {
     }
     table.print(out_, "  ");
   }
+
+  void print(const EmbeddedRpListing& listing) { printEmbeddedRpListing(out_, listing); }
 
   // The statements as they run; headings and notes as comments, so that the whole runs as is.
   void print(const ConfigListing& listing) {

@@ -1,6 +1,7 @@
 #include <nlohmann/json.hpp>
 #include <variant>
 
+#include "tools/EmbeddedRpOutput.h"
 #include "tools/Output.h"
 
 namespace PimrpTool {
@@ -56,6 +57,7 @@ class JsonOutput : public Output {
           Json{{"sparse", answer.byMode->sparseServed}, {"bidir", answer.byMode->bidirServed}};
     }
     json["scope"] = answer.scope ? scopeJson(*answer.scope) : Json(nullptr);
+    if (answer.embedded) json["embedded"] = embeddedRpAnswerJson(*answer.embedded);
     return json;
   }
 
@@ -243,6 +245,8 @@ class JsonOutput : public Output {
     }
     return Json{{"reviews", std::move(reviews)}};
   }
+
+  static Json toJson(const EmbeddedRpListing& listing) { return embeddedRpListingJson(listing); }
 
   static Json toJson(const ConfigListing& listing) {
     Json statements = Json::array();

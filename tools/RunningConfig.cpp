@@ -8,6 +8,7 @@
 
 #include "tools/AddressNumber.h"
 #include "tools/BindingWarnings.h"
+#include "tools/EmbeddedRpSession.h"
 #include "tools/Output.h"
 #include "tools/StatementParser.h"
 #include "tools/StaticBindings.h"
@@ -106,6 +107,7 @@ class ConfigWriter {
     knownGroups();
     vrfSection();
     bootstrapCandidates();
+    embeddedRp();
     routes();
     hostState();
     return std::move(listing_);
@@ -253,6 +255,12 @@ class ConfigWriter {
                   modeWord(candidate->pimMode()));
       }
     }
+  }
+
+  void embeddedRp() {
+    section("embedded RP");
+    const auto& config = *session_.family(AddressFamily::ipv6).embeddedRp().config();
+    for (auto& text : embeddedRpStatements(config)) statement(std::move(text));
   }
 
   void routes() {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 #include <set>
+#include <utility>
 #include <vector>
 
 #include "framework/Acl/AclToPrefix.h"
@@ -10,6 +11,7 @@
 #include "framework/Kel/System.h"
 #include "rp/PimRpSourceRule.h"
 #include "tools/BindingWarnings.h"
+#include "tools/EmbeddedRpSession.h"
 #include "tools/GroupScope.h"
 #include "tools/RunningConfig.h"
 #include "tools/StaticBindings.h"
@@ -258,6 +260,7 @@ struct SessionApply {
                                   family.groupFilter(modePimBidir)->permitGroup(host)};
     }
     answer.scope = groupScope(group);
+    answer.embedded = embeddedRpAnswer(*family.embeddedRp().status(), group);
     return answer;
   }
 
@@ -404,6 +407,18 @@ struct SessionApply {
   }
 
   Result operator()(const ShowConfigStatement&) const { return runningConfig(session); }
+
+  // The embedded-RP settings, each applied by its embeddedRpApply. Only IPv6 groups name their
+  // RP: the statements configure the IPv6 family.
+  template <class S>
+  auto operator()(const S& s) const
+      -> decltype(embeddedRpApply(std::declval<Routing::Pim::EmbeddedRpConfig&>(), s), Result()) {
+    embeddedRpApply(*session.ipv6_.embeddedRp().config(), s);
+    return std::nullopt;
+  }
+  Result operator()(const ShowEmbeddedRpStatement&) const {
+    return embeddedRpListing(*session.ipv6_.embeddedRp().status());
+  }
 
   Result operator()(const ShowReviewStatement&) const {
     ReviewListing listing;

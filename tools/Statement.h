@@ -210,6 +210,26 @@ struct ShowRpMappingStatement {
 // The running configuration, as the statements that rebuild it.
 struct ShowConfigStatement {};
 
+// Embedded RP: `embedded-rp enable|disable`, `embedded-rp limit N`,
+// `[no] embedded-rp group-range PREFIX`, and its show.
+struct EmbeddedRpEnableStatement {
+  bool enabled = true;
+};
+
+struct EmbeddedRpLimitStatement {
+  Number limit;
+};
+
+struct EmbeddedRpGroupRangeStatement {
+  Prefix range;
+};
+
+struct NoEmbeddedRpGroupRangeStatement {
+  Prefix range;
+};
+
+struct ShowEmbeddedRpStatement {};
+
 using Statement =
     std::variant<VrfStatement, RpGroupStatement, RpAclStatement, RpModeStatement,
                  NoRpGroupStatement, NoRpAclStatement, NoRpStatement, AclRuleStatement,
@@ -218,7 +238,9 @@ using Statement =
                  NoRouteStatement, ShadowStatement, AttrLogStatement, RunStatement, ClockStatement,
                  ShowRpStatement, ShowCandidatesStatement, ShowAclStatement, ShowRpHashStatement,
                  ShowLocalRpStatement, ShowGroupFilterStatement, ShowAllocRequestsStatement,
-                 ShowReviewStatement, ShowRpMappingStatement, ShowConfigStatement>;
+                 ShowReviewStatement, ShowRpMappingStatement, ShowConfigStatement,
+                 EmbeddedRpEnableStatement, EmbeddedRpLimitStatement, EmbeddedRpGroupRangeStatement,
+                 NoEmbeddedRpGroupRangeStatement, ShowEmbeddedRpStatement>;
 
 // Whether the statement only asks (a show).
 inline bool isShowStatement(const Statement& statement) {
@@ -230,8 +252,9 @@ inline bool isShowStatement(const Statement& statement) {
                std::is_same_v<S, ShowLocalRpStatement> ||
                std::is_same_v<S, ShowGroupFilterStatement> ||
                std::is_same_v<S, ShowAllocRequestsStatement> ||
-               std::is_same_v<S, ShowReviewStatement> || std::is_same_v<S, ShowRpMappingStatement> ||
-               std::is_same_v<S, ShowConfigStatement>;
+               std::is_same_v<S, ShowReviewStatement> ||
+               std::is_same_v<S, ShowRpMappingStatement> ||
+               std::is_same_v<S, ShowConfigStatement> || std::is_same_v<S, ShowEmbeddedRpStatement>;
       },
       statement);
 }

@@ -7,6 +7,7 @@
 
 #include "framework/Ipkit/IntfIdStored.h"
 #include "framework/Kel/Exception.h"
+#include "tools/EmbeddedRpStatements.h"
 #include "tools/StatementError.h"
 #include "tools/ValueWords.h"
 #include "tools/Words.h"
@@ -392,6 +393,9 @@ const std::vector<StatementForm>& forms() {
       {{"show", "alloc-requests"}, parseShowAllocRequests},
       {{"show", "review"}, parseShowReview},
       {{"show", "config"}, parseShowConfig},
+      {{"embedded-rp"}, parseEmbeddedRp},
+      {{"no", "embedded-rp"}, parseNoEmbeddedRp},
+      {{"show", "embedded-rp"}, parseShowEmbeddedRp},
   };
   return table;
 }
