@@ -2,9 +2,11 @@
 // Shared test fixtures for the RP units: building candidate statuses by hand, and reading back
 // what a unit wrote to its trace file.
 
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "framework/BitMapper/Config.h"
 #include "framework/Ipkit/IpGenAddr.h"
 #include "framework/Ipkit/IpGenPrefix.h"
 #include "framework/Kel/Trace.h"
@@ -55,6 +57,17 @@ inline Kel::Ptr<Routing::Pim::RpCandidate> addCandidate(
   candidate->overrideIs(recipe.override);
   candidate->pimModeIs(recipe.mode);
   return candidate;
+}
+
+// Every request made on an allocator, in order: "alloc 10.0.0.1", "dealloc 10.0.0.2".
+inline std::vector<std::string> allocRequests(const BitMapper::Config& bitMap) {
+  std::vector<std::string> lines;
+  for (const auto& request : bitMap.requests()) {
+    std::ostringstream line;
+    line << request.kind << " " << request.key.addr();
+    lines.push_back(line.str());
+  }
+  return lines;
 }
 
 }  // namespace RpTest
