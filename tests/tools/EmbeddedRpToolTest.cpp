@@ -219,4 +219,33 @@ TEST_F(EmbeddedRpSessionTest, ShowConfig_SettingsThatDiffer_EnableLast) {
   EXPECT_EQ(statements().back(), "embedded-rp enable");
 }
 
+TEST_F(EmbeddedRpSessionTest, Statements_ApplyToTheVrfOfTheirSection) {
+  apply("vrf red");
+  apply("embedded-rp limit 1");
+  apply("embedded-rp enable");
+  apply("group ff75:130:2001:db8:ffff::100");
+  apply("group ff75:230:2001:db8:ffff::400");
+  apply("vrf blue");
+  apply("embedded-rp group-range ff7e::/16");
+  apply("group ff75:130:2001:db8:ffff::100");
+  const auto blue = show<EmbeddedRpListing>("show embedded-rp");
+  EXPECT_FALSE(blue.enabled);
+  EXPECT_EQ(blue.limit, 25u);
+  EXPECT_EQ(blue.groupRanges, std::vector<IpGenPrefix>{IpGenPrefix("ff7e::/16")});
+  EXPECT_EQ(blue.groupsInUse, 0u);
+  EXPECT_TRUE(blue.rps.empty());
+  const auto red = show<EmbeddedRpListing>("show embedded-rp vrf red");
+  EXPECT_TRUE(red.enabled);
+  EXPECT_EQ(red.limit, 1u);
+  EXPECT_TRUE(red.groupRanges.empty());
+  EXPECT_EQ(red.groupsInUse, 1u);
+  EXPECT_EQ(red.waiting, 1u);
+  EXPECT_EQ(red.overflowCount, 1u);
+  EXPECT_FALSE(show<RpAnswer>("show rp ff75:130:2001:db8:ffff::100").embedded);
+  const auto inRed = show<RpAnswer>("show rp ff75:130:2001:db8:ffff::100 mode sparse vrf red");
+  EXPECT_EQ(inRed.rp, IpGenAddr("2001:db8:ffff::1"));
+  ASSERT_TRUE(inRed.embedded);
+  EXPECT_EQ(inRed.embedded->admission.use, EmbeddedRpUse::inUse);
+}
+
 }  // namespace
