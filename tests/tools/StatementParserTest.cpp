@@ -174,6 +174,8 @@ TEST(StatementParser, EveryShow_TakesATrailingVrf) {
             Ipkit::AddressFamily::ipv4);
   EXPECT_EQ(statementAs<ShowConfigStatement>("show config vrf red").vrf, "red");
   EXPECT_FALSE(statementAs<ShowConfigStatement>("show config").vrf);
+  EXPECT_EQ(statementAs<ShowEmbeddedRpStatement>("show embedded-rp vrf red").vrf, "red");
+  EXPECT_FALSE(statementAs<ShowEmbeddedRpStatement>("show embedded-rp").vrf);
 }
 
 TEST(StatementParser, TrailingVrf_RefusedWhereItIsNotLast) {
@@ -181,6 +183,8 @@ TEST(StatementParser, TrailingVrf_RefusedWhereItIsNotLast) {
   EXPECT_EQ(refusalOf("show rp mapping vrf red ipv4"),
             "unexpected 'ipv4' after 'show rp mapping vrf red'");
   EXPECT_EQ(refusalOf("show review vrf"), "missing VRF name after 'show review vrf'");
+  EXPECT_EQ(refusalOf("show embedded-rp vrf red ipv6"),
+            "unexpected 'ipv6' after 'show embedded-rp vrf red'");
   EXPECT_EQ(refusalOf("show rp 239.1.1.1 vrf red vrf blue"), "'vrf' given twice");
   EXPECT_EQ(refusalOf("show local-rp vrf a.b"),
             "invalid VRF name 'a.b': use letters, digits, '_' and '-'");
