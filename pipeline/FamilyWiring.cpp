@@ -39,6 +39,7 @@ FamilyWiring::FamilyWiring(Ipkit::AddressFamily af, const L3::VrfName& vrf,
       bsrStatus_(new RpCandidateStatus),
       groups_(new GroupStatus),
       staticReactor_(Static::rpCandidateSmFactory(staticConfig_, aclConfig_, staticStatus_)),
+      embeddedRp_(groups_),
       anyModeTable_(new RpHashStatus),
       localRpStatus_(new RpLocalStatus) {
   // The bootstrap machinery marks the status it writes, as the static reactor marks its own.
@@ -52,6 +53,7 @@ FamilyWiring::FamilyWiring(Ipkit::AddressFamily af, const L3::VrfName& vrf,
     }
   }
   localSm_ = rpLocalSmFactory(staticStatus_, bsrStatus_, localRpStatus_);
+  localSm_->embeddedRpStatusIs(embeddedRp_.status());
   if (af == Ipkit::AddressFamily::ipv4) {
     shadow4_ = Kel::Ptr<Routing::Shadow::Status>(new Routing::Shadow::Status("uribTrie"));
   } else {
@@ -82,17 +84,22 @@ void FamilyWiring::reactorsStart() {
   for (const Mode mode : {modePimSm, modePimBidir}) {
     const std::size_t m = tableModeIndex(mode);
     for (const HashKind kind : {HashKind::groups, HashKind::prefixes}) {
-      merges_[kindIndex(kind)][m] = rpHashSmFactory(
-          mode, table(HashSource::staticRp, kind, mode), table(HashSource::bsr, kind, mode),
-          table(HashSource::final, kind, mode), shared_.bitMapConfig);
+      // An embedded RP serves one known group, in sparse mode.
+      const bool embedded = kind == HashKind::groups && mode == modePimSm;
+      merges_[kindIndex(kind)][m] =
+          rpHashSmFactory(mode, table(HashSource::staticRp, kind, mode),
+                          table(HashSource::bsr, kind, mode), table(HashSource::final, kind, mode),
+                          shared_.bitMapConfig, embedded ? embeddedRp_.status() : nullptr);
     }
   }
   compute_[modePimNone] = rpHashComputeStatusFactory(staticStatus_, bsrStatus_, anyModeTable_,
                                                      modePimNone, shared_.rpConfig);
+  compute_[modePimNone]->embeddedRpStatusIs(embeddedRp_.status());
   for (const Mode mode : {modePimSm, modePimBidir}) {
     compute_[mode] = rpHashComputeStatusFactory(staticStatus_, bsrStatus_,
                                                 table(HashSource::final, HashKind::groups, mode),
                                                 mode, shared_.rpConfig);
+    compute_[mode]->embeddedRpStatusIs(embeddedRp_.status());
     // Both filters read the bidirectional ranges: a group in one is served in bidir mode, any
     // other group in sparse mode.
     const std::size_t m = tableModeIndex(mode);

@@ -11,7 +11,10 @@
 // compute status per query mode answers queries: sparse over the final per-group sparse table,
 // bidir over the final per-group bidir table, any mode over a table of its own that nothing
 // fills. Two group filters (sparse, bidir) are kept over the final per-prefix bidir table. A local
-// RP reactor watches both candidate statuses and the family's route shadow.
+// RP reactor watches both candidate statuses and the family's route shadow. The embedded-RP
+// configuration, off by default, and the status its reactor keeps over the known groups
+// (EmbeddedRpWiring) reach the sparse per-group merge, the compute statuses and the local RP
+// reactor; only IPv6 groups name their RP, so only the IPv6 family's does anything once enabled.
 //
 // The RP configuration, the clock, the attribute log and the allocator's request record are shared
 // by both families, and handed in. The RP hash tables come from a TableMaker (in
@@ -53,6 +56,7 @@
 #include "model/Pim/RpHashStatus.h"
 #include "model/Pim/RpLocalStatus.h"
 #include "model/Pim/Static/RpConfig.h"
+#include "pipeline/EmbeddedRpWiring.h"
 #include "pipeline/TableRole.h"
 #include "rp/PimGroupFilterSm.h"
 #include "rp/PimGroupFilterStatus.h"
@@ -128,6 +132,7 @@ class FamilyWiring {
     return groupFilter_[tableModeIndex(mode)];
   }
   const Kel::Ptr<Routing::Pim::RpLocalStatus>& localRpStatus() const { return localRpStatus_; }
+  const EmbeddedRpWiring& embeddedRp() const { return embeddedRp_; }
 
   // A unicast route of the family's shadow.
   struct Route {
@@ -158,6 +163,8 @@ class FamilyWiring {
   const Kel::Ptr<Routing::Pim::RpCandidateStatus> bsrStatus_;
   const Kel::Ptr<Routing::Pim::GroupStatus> groups_;
   const Kel::Ptr<Routing::Pim::Static::RpCandidateSm> staticReactor_;
+  // Declared before the reactors that read its status, so that they go first.
+  const EmbeddedRpWiring embeddedRp_;
   // [source: static, bsr, final][kind: groups, prefixes][mode: sparse, bidir]
   std::array<std::array<std::array<Kel::Ptr<Routing::Pim::RpHashStatus>, kTableModes>, 2>, 3>
       tables_;

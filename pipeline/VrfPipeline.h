@@ -11,8 +11,10 @@
 // per-group table and one into the final per-range table (the RP mapping); an RP hash compute
 // status per query mode (any, sparse, bidir) that answers rpHashCompute(group, join); two group
 // filters over the final bidirectional ranges; a local RP reactor over both candidate statuses and
-// the route shadow. One RP configuration (the hash algorithm) and one allocation-request channel
-// serve both families of the VRF.
+// the route shadow; an embedded-RP reactor, off by default, that lets the known IPv6 groups whose
+// address names their RP use it, above every other RP, in the sparse per-group merge, the compute
+// statuses and local RP detection. One RP configuration (the hash algorithm) and one
+// allocation-request channel serve both families of the VRF.
 //
 // What the agent owns and lends (Host): the clock that its event loop runs, and the attribute log
 // whose back-pressure the reviews obey. Both are shared by every VRF of the agent. The pipeline
@@ -23,16 +25,20 @@
 // configures; family(af).bsrStatus() as the bootstrap mechanism learns candidates (the candidate
 // set, then each candidate's values, its mode last); family(af).groups() as the router learns and
 // forgets groups; family(af).routeIs()/routeDel() as unicast routes change; rpConfig() for the
-// hash algorithm; the attribute log's clogged state.
+// hash algorithm; family(ipv6).embeddedRp().config() to turn embedded RP on or off (off by
+// default), bound how many groups may use it at once (the limit, 25 by default) and restrict which
+// groups may (group ranges within ff70::/12; none: all of it); the attribute log's clogged state.
 // What the agent reads (outputs): family(af).compute(mode)->rpHashCompute(group, join) for the RP
 // of one group at once; family(af).table(source, kind, mode) for the per-source and final tables
 // (a reactor on a final table sees each change as it is written); family(af).groupFilter(mode),
-// family(af).localRpStatus(), family(af).staticStatus(); allocRequests() for the allocation and
-// release requests of RP addresses (drained by whoever serves them).
+// family(af).localRpStatus(), family(af).staticStatus(); family(ipv6).embeddedRp().status() for
+// the groups that use their embedded RP, the derived RPs with their group counts, the groups
+// waiting over the limit and the overflow count; allocRequests() for the allocation and release
+// requests of RP addresses (drained by whoever serves them).
 //
 // When to call what, all on the agent's one event thread:
-//  1. Construct: creates the inputs, the static candidate reactor and the local RP reactor, and
-//     creates (or attaches) the tables. Nothing writes a table yet.
+//  1. Construct: creates the inputs, the static candidate reactor, the embedded-RP reactor and
+//     the local RP reactor, and creates (or attaches) the tables. Nothing writes a table yet.
 //  2. Put back the known groups the agent remembers, and nothing else: on a restart over shared
 //     tables left by an earlier run, the reviews then drop the entries of every other group. (A
 //     review that starts over a range already configured computes the range's own entry before
@@ -62,7 +68,11 @@
 //  4. The pipeline never blocks and takes no locks: every change is handled before the write that
 //     made it returns, every delay is a wake-up of the host's clock.
 //  5. Two pipelines share nothing but the host: VRFs are independent, each with its own
-//     configuration, access lists, candidates, groups, routes, tables and allocation requests.
+//     configuration (embedded RP's included), access lists, candidates, groups, routes, tables
+//     and allocation requests.
+//  6. With embedded RP off (its default), every answer, table, allocation request and trace is
+//     what it is without the feature: its status stays empty and the reactors given it pass over
+//     it.
 
 #include "framework/BitMapper/Config.h"
 #include "framework/Ipkit/AddressFamily.h"

@@ -78,9 +78,29 @@ inline Ipkit::IpGenAddr RpHashComputeStatus::doRpHashCompute(const Ipkit::IpGenA
       return entry.address();
     }
   }
+  if (embeddedRpStatus_) {
+    const Ipkit::IpGenAddr embedded = doEmbeddedAnswer(groupAddr, record);
+    if (hasAddress(embedded)) return embedded;
+  }
   const Ipkit::IpGenAddr answer = doComputeFromSources(groupAddr, record);
   if (hasAddress(answer)) return answer;
   return doJoinAnswer(rpFromJoin, record);
+}
+
+Ipkit::IpGenAddr RpHashComputeStatus::doEmbeddedAnswer(const Ipkit::IpGenAddr& groupAddr,
+                                                       RpHashComputeRecord* record) const {
+  if (!embeddedRpStatus_->enabled()) return Ipkit::IpGenAddr();
+  const EmbeddedRpAdmission admission = embeddedRpStatus_->admission(groupAddr);
+  if (!admission.servesGroup()) return Ipkit::IpGenAddr();
+  // Embedded RP is a sparse-mode mechanism.
+  if (!modeServed(pimMode_, modePimSm)) {
+    if (record) record->embeddedSetAsideByMode = true;
+    return Ipkit::IpGenAddr();
+  }
+  const Ipkit::IpGenAddr& rp = admission.embedded.rp();
+  KEL_TRACE(trace(), 5, "Embedded RP " << rp << " for group " << groupAddr);
+  recordAnswer(record, RpAnswerSource::embedded, rp);
+  return rp;
 }
 
 Ipkit::IpGenAddr RpHashComputeStatus::rpHashCompute(const Ipkit::IpGenAddr& groupAddr,

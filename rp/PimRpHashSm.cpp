@@ -1,5 +1,6 @@
 #include "rp/PimRpHashSm.h"
 
+#include "framework/Kel/Assert.h"
 #include "framework/Kel/Exception.h"
 #include "framework/Kel/Trace.h"
 #include "framework/Mirra/TolerantRead.h"
@@ -61,7 +62,8 @@ void RpHashSm::KelBsrHash::onRpHash(const Ipkit::IpGenPrefix& prefix) {
 RpHashSm::RpHashSm(Mode pimMode, const Kel::PtrConst<RpHashStatus>& staticHash,
                    const Kel::PtrConst<RpHashStatus>& bsrHash,
                    const Kel::Ptr<RpHashStatus>& rpHashStatus,
-                   const Kel::Ptr<BitMapper::Config>& rpBitMapConfig)
+                   const Kel::Ptr<BitMapper::Config>& rpBitMapConfig,
+                   const Kel::PtrConst<EmbeddedRpStatus>& embeddedRp)
     : pimMode_(pimMode),
       staticHash_(staticHash),
       bsrHash_(bsrHash),
@@ -72,8 +74,11 @@ RpHashSm::RpHashSm(Mode pimMode, const Kel::PtrConst<RpHashStatus>& staticHash,
   Kel::requireEntity(rpHashStatus, kClassName, "rpHashStatus");
   kelStaticHash_.is(Kel::Ptr<KelStaticHash>(new KelStaticHash(this, staticHash_)));
   kelBsrHash_.is(Kel::Ptr<KelBsrHash>(new KelBsrHash(this, bsrHash_)));
+  KEL_ASSERT(trace(), !embeddedRp || pimMode != modePimBidir);
+  if (embeddedRp) kelEmbeddedRp_.is(Kel::Ptr<KelEmbeddedRp>(new KelEmbeddedRp(this, embeddedRp)));
   handleStaticHash();
   handleBsrHash();
+  handleEmbeddedRp();
   handleInitialized();
 }
 
@@ -97,6 +102,7 @@ void RpHashSm::handleStaticHash() {
 
 void RpHashSm::handleStaticHash(const Ipkit::IpGenPrefix& prefix) {
   KEL_TRACE(trace(), 8, kHandleStaticHash << "( " << prefix << " )");
+  if (doEmbeddedRpServes(prefix, "handleStaticHash")) return;
   const RpHash staticEntry = staticHash_->rpHash(prefix);
   const RpHash bsrEntry = bsrHash_->rpHash(prefix);
   bool override = false;
@@ -128,6 +134,7 @@ void RpHashSm::handleBsrHash() {
 
 void RpHashSm::handleBsrHash(const Ipkit::IpGenPrefix& prefix) {
   KEL_TRACE(trace(), 9, kHandleBsrHash << " ( " << prefix << " )");
+  if (doEmbeddedRpServes(prefix, "handleBsrHash")) return;
   const RpHash staticEntry = staticHash_->rpHash(prefix);
   const RpHash bsrEntry = bsrHash_->rpHash(prefix);
   // The flag alone decides here, whether or not the static entry names an RP (invariant 5).
@@ -213,6 +220,7 @@ void RpHashSm::doRemoveExtraRpHashGroups() {
   KEL_TRACE(trace(), 9, kDoRemoveExtraRpHashGroups);
   doWalk(*rpHashStatus_, [this](const Ipkit::IpGenPrefix& key) {
     if (rpHashPresent(staticHash_->rpHash(key)) || rpHashPresent(bsrHash_->rpHash(key))) return;
+    if (embeddedRp() && rpHashPresent(embeddedRp()->entry(key))) return;
     KEL_TRACE(trace(), 5, "doRemoveExtraRpHashGroups: Deleting group " << key);
     rpHashDel(key);
   });
@@ -231,9 +239,10 @@ void RpHashSm::doDeallocRequest(const Ipkit::IpGenAddr& address) {
 Kel::Ptr<RpHashSm> rpHashSmFactory(Mode pimMode, const Kel::PtrConst<RpHashStatus>& staticHash,
                                    const Kel::PtrConst<RpHashStatus>& bsrHash,
                                    const Kel::Ptr<RpHashStatus>& rpHashStatus,
-                                   const Kel::Ptr<BitMapper::Config>& rpBitMapConfig) {
+                                   const Kel::Ptr<BitMapper::Config>& rpBitMapConfig,
+                                   const Kel::PtrConst<EmbeddedRpStatus>& embeddedRp) {
   return Kel::Ptr<RpHashSm>(
-      new RpHashSm(pimMode, staticHash, bsrHash, rpHashStatus, rpBitMapConfig));
+      new RpHashSm(pimMode, staticHash, bsrHash, rpHashStatus, rpBitMapConfig, embeddedRp));
 }
 
 }  // namespace Pim

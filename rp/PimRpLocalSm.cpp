@@ -178,6 +178,7 @@ void RpLocalSm::handleInitialized() {
   initialized_ = true;
   doScanCrpSets<CrpSource::staticRp>();
   doScanCrpSets<CrpSource::bsrRp>();
+  doScanEmbeddedRps();
 }
 
 void RpLocalSm::handleChangedRoute(const Ipkit::IpGenPrefix& prefix) {
@@ -192,7 +193,8 @@ void RpLocalSm::handleChangedRoute(const Ipkit::IpGenPrefix& prefix) {
   }
   const Ipkit::IntfId intfId = isLocal(addr);
   if (!intfId.isNull()) {
-    if (rp(addr) != 0 && !localRpStatus_->localRpSet(addr)) doAddLocalRp(addr, intfId);
+    const bool candidate = rp(addr) != 0 || doIsEmbeddedRp(addr);
+    if (candidate && !localRpStatus_->localRpSet(addr)) doAddLocalRp(addr, intfId);
     return;
   }
   if (!localRpStatus_->localRpSet(addr)) return;

@@ -118,6 +118,7 @@ void RpLocalSm::KelCrpSet<source>::handleRpCandidate(const Ipkit::IpGenAddr& add
   }
   if (sm.rpDec(addr, 1) != 0) return;  // another set still names it
   sm.rpDel(addr);
+  if (sm.doIsEmbeddedRp(addr)) return;  // a group still uses it as its embedded RP
   sm.localRpStatus()->localRpSetDel(addr);
   KEL_TRACE(trace(), 5, "Deleted RP " << addr << " from local RP information table");
 }
@@ -146,7 +147,7 @@ bool RpLocalSm::doIsCandidate(const Ipkit::IpGenAddr& addr) const {
       if (set->rp(addr)) return true;
     }
   }
-  return false;
+  return doIsEmbeddedRp(addr);
 }
 
 }  // namespace Pim

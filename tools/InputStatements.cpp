@@ -146,4 +146,20 @@ void InputWriter::operator()(const ShadowStatement& s) const {
   vrf.family(s.af).shadowIs(s.attached);
 }
 
+void InputWriter::operator()(const EmbeddedRpEnableStatement& s) const {
+  embeddedRp().enabledIs(s.enabled);
+}
+
+void InputWriter::operator()(const EmbeddedRpLimitStatement& s) const {
+  embeddedRp().limitIs(static_cast<U32>(s.limit.value));
+}
+
+void InputWriter::operator()(const EmbeddedRpGroupRangeStatement& s) const {
+  embeddedRp().groupRangeIs(s.range.value, true);
+}
+
+void InputWriter::operator()(const NoEmbeddedRpGroupRangeStatement& s) const {
+  embeddedRp().groupRangeDel(s.range.value);
+}
+
 }  // namespace PimrpTool

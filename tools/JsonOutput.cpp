@@ -1,6 +1,7 @@
 #include <nlohmann/json.hpp>
 #include <variant>
 
+#include "tools/EmbeddedRpOutput.h"
 #include "tools/Output.h"
 
 namespace PimrpTool {
@@ -56,6 +57,7 @@ class JsonOutput : public Output {
           Json{{"sparse", answer.byMode->sparseServed}, {"bidir", answer.byMode->bidirServed}};
     }
     json["scope"] = answer.scope ? scopeJson(*answer.scope) : Json(nullptr);
+    if (answer.embedded) json["embedded"] = embeddedRpAnswerJson(*answer.embedded);
     return json;
   }
 
@@ -98,6 +100,8 @@ class JsonOutput : public Output {
         return "bsr";
       case Routing::Pim::RpAnswerSource::join:
         return "join";
+      case Routing::Pim::RpAnswerSource::embedded:
+        return "embedded";
       case Routing::Pim::RpAnswerSource::none:
         break;
     }
@@ -115,6 +119,7 @@ class JsonOutput : public Output {
       Json setAside = Json::array();
       if (record.staticSetAsideByMode) setAside.push_back("static");
       if (record.bsrSetAsideByMode) setAside.push_back("bsr");
+      if (record.embeddedSetAsideByMode) setAside.push_back("embedded");
       computed = Json{{"reason", Routing::Pim::rpSourceReasonWord(record.reason)},
                       {"setAsideByMode", std::move(setAside)}};
     }
@@ -240,6 +245,8 @@ class JsonOutput : public Output {
     }
     return Json{{"reviews", std::move(reviews)}};
   }
+
+  static Json toJson(const EmbeddedRpListing& listing) { return embeddedRpListingJson(listing); }
 
   static Json toJson(const ConfigListing& listing) {
     Json statements = Json::array();

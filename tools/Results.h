@@ -19,6 +19,7 @@
 #include "rp/PimRpHashComputeRecord.h"
 #include "rp/PimRpSelectionRecord.h"
 #include "rp/PimRpSourceRule.h"
+#include "tools/EmbeddedRpResults.h"
 #include "tools/GroupScope.h"
 #include "tools/Statement.h"
 
@@ -56,6 +57,8 @@ struct RpAnswer {
   std::optional<ModeAnswers> byMode;
   // The range of groups served without an RP, or never routed, that holds the group.
   std::optional<ScopeRange> scope;
+  // With embedded RP on for the group's family: what the group's address names.
+  std::optional<EmbeddedRpAnswer> embedded;
 };
 
 // One candidate set: its prefix and its candidates in ascending address order, each as the five
@@ -198,8 +201,8 @@ struct ConfigListing {
   std::vector<ConfigLine> lines;
 };
 
-using ShowResult =
-    std::variant<RpAnswer, CandidateListing, AclListing, RpHashListing, LocalRpListing,
-                 GroupFilterAnswer, AllocRequestTally, ReviewListing, RpMapping, ConfigListing>;
+using ShowResult = std::variant<RpAnswer, CandidateListing, AclListing, RpHashListing,
+                                LocalRpListing, GroupFilterAnswer, AllocRequestTally, ReviewListing,
+                                RpMapping, ConfigListing, EmbeddedRpListing>;
 
 }  // namespace PimrpTool

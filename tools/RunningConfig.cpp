@@ -140,6 +140,7 @@ class ConfigWriter {
     knownGroups();
     rpConfiguration();
     bootstrapCandidates();
+    embeddedRp();
     routes();
     heading_.clear();
     if (amongOthers && listing_.lines.size() == before) openVrf();
@@ -274,6 +275,20 @@ class ConfigWriter {
                   modeWord(candidate->pimMode()));
       }
     }
+  }
+
+  // The settings that differ from the defaults, `embedded-rp enable` last, so that it applies
+  // once with every setting in place.
+  void embeddedRp() {
+    section("embedded RP");
+    const auto& config = *family(AddressFamily::ipv6).embeddedRp().config();
+    if (config.limit() != EmbeddedRpConfig::kDefaultLimit) {
+      statement("embedded-rp limit " + std::to_string(config.limit()));
+    }
+    for (const auto& [range, configured] : config.groupRange()) {
+      statement("embedded-rp group-range " + range.valueToStrep());
+    }
+    if (config.enabled()) statement("embedded-rp enable");
   }
 
   void routes() {

@@ -7,10 +7,10 @@
 // comes first), its known groups (first in its section, as a restart over shared tables wants
 // them, and compressed into the fewest group statements), the hash algorithm, the access lists
 // with their rules, the static RPs with their modes, bindings and options, the bootstrap
-// candidates, the routes and the route shadows left detached; then, once, the vrf statement of the
-// session's current section when every VRF is listed and that section is not the last one
-// written, the attribute log's back-pressure and the clock mode. Options are written where they
-// differ from what leaving them out gives.
+// candidates, the embedded-RP settings, the routes and the route shadows left detached; then, once,
+// the vrf statement of the session's current section when every VRF is listed and that section is
+// not the last one written, the attribute log's back-pressure and the clock mode. Options are
+// written where they differ from what leaving them out gives.
 //
 // A static candidate that an RP's group binding and one of its access lists both give holds the
 // values of the binding written last: the group binding is written after the lists when the

@@ -70,6 +70,11 @@ ShowResult ShowAnswers::operator()(const ShowRpStatement& s) const {
                                 family.groupFilter(modePimBidir)->permitGroup(host)};
   }
   answer.scope = groupScope(group);
+  const auto& embedded = *family.embeddedRp().status();
+  if (embedded.enabled()) {
+    answer.embedded =
+        EmbeddedRpAnswer{embedded.admission(group), embedded.group().size(), embedded.limit()};
+  }
   return answer;
 }
 
@@ -144,6 +149,20 @@ ShowResult ShowAnswers::operator()(const ShowAllocRequestsStatement&) const {
   }
   for (const auto& [address, row] : rows) tally.rps.push_back(row);
   return tally;
+}
+
+// The IPv6 family's: only IPv6 groups name their RP.
+ShowResult ShowAnswers::operator()(const ShowEmbeddedRpStatement&) const {
+  const auto& status = *vrf.family(Ipkit::AddressFamily::ipv6).embeddedRp().status();
+  EmbeddedRpListing listing;
+  listing.enabled = status.enabled();
+  listing.limit = status.limit();
+  for (const auto& [range, configured] : status.groupRange()) listing.groupRanges.push_back(range);
+  listing.groupsInUse = status.group().size();
+  listing.waiting = status.waitingGroup().size();
+  listing.overflowCount = status.overflowCount();
+  for (const auto& [rp, groups] : status.rp()) listing.rps.push_back({rp, groups});
+  return listing;
 }
 
 }  // namespace PimrpTool

@@ -26,6 +26,7 @@ struct ShowAnswers {
   ShowResult operator()(const ShowLocalRpStatement& s) const;
   ShowResult operator()(const ShowGroupFilterStatement& s) const;
   ShowResult operator()(const ShowAllocRequestsStatement& s) const;
+  ShowResult operator()(const ShowEmbeddedRpStatement& s) const;
   // ShowTables.cpp
   ShowResult operator()(const ShowRpHashStatement& s) const;
   ShowResult operator()(const ShowReviewStatement& s) const;

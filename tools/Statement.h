@@ -224,6 +224,28 @@ struct ShowConfigStatement {
   std::optional<std::string> vrf;  // `vrf NAME` at the end; absent: the VRF of the section
 };
 
+// Embedded RP, set for the VRF of the section: `embedded-rp enable|disable`,
+// `embedded-rp limit N`, `[no] embedded-rp group-range PREFIX`, and its show.
+struct EmbeddedRpEnableStatement {
+  bool enabled = true;
+};
+
+struct EmbeddedRpLimitStatement {
+  Number limit;
+};
+
+struct EmbeddedRpGroupRangeStatement {
+  Prefix range;
+};
+
+struct NoEmbeddedRpGroupRangeStatement {
+  Prefix range;
+};
+
+struct ShowEmbeddedRpStatement {
+  std::optional<std::string> vrf;  // `vrf NAME` at the end; absent: the VRF of the section
+};
+
 using Statement =
     std::variant<VrfStatement, RpGroupStatement, RpAclStatement, RpModeStatement,
                  NoRpGroupStatement, NoRpAclStatement, NoRpStatement, AclRuleStatement,
@@ -232,7 +254,9 @@ using Statement =
                  NoRouteStatement, ShadowStatement, AttrLogStatement, RunStatement, ClockStatement,
                  ShowRpStatement, ShowCandidatesStatement, ShowAclStatement, ShowRpHashStatement,
                  ShowLocalRpStatement, ShowGroupFilterStatement, ShowAllocRequestsStatement,
-                 ShowReviewStatement, ShowRpMappingStatement, ShowConfigStatement>;
+                 ShowReviewStatement, ShowRpMappingStatement, ShowConfigStatement,
+                 EmbeddedRpEnableStatement, EmbeddedRpLimitStatement, EmbeddedRpGroupRangeStatement,
+                 NoEmbeddedRpGroupRangeStatement, ShowEmbeddedRpStatement>;
 
 // Whether a statement of type S only asks (a show).
 template <class S>
@@ -241,7 +265,8 @@ constexpr bool kIsShowStatement =
     std::is_same_v<S, ShowAclStatement> || std::is_same_v<S, ShowRpHashStatement> ||
     std::is_same_v<S, ShowLocalRpStatement> || std::is_same_v<S, ShowGroupFilterStatement> ||
     std::is_same_v<S, ShowAllocRequestsStatement> || std::is_same_v<S, ShowReviewStatement> ||
-    std::is_same_v<S, ShowRpMappingStatement> || std::is_same_v<S, ShowConfigStatement>;
+    std::is_same_v<S, ShowRpMappingStatement> || std::is_same_v<S, ShowConfigStatement> ||
+    std::is_same_v<S, ShowEmbeddedRpStatement>;
 
 // Whether the statement only asks (a show).
 inline bool isShowStatement(const Statement& statement) {

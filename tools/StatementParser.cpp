@@ -7,6 +7,7 @@
 
 #include "framework/Ipkit/IntfIdStored.h"
 #include "framework/Kel/Exception.h"
+#include "tools/EmbeddedRpStatements.h"
 #include "tools/StatementError.h"
 #include "tools/ValueWords.h"
 #include "tools/Words.h"
@@ -68,22 +69,8 @@ BindingOptions takeBindingOptions(WordCursor& cursor) {
   return options;
 }
 
-// A VRF name is one word of its shared tables' names (pipeline/TableHome.h), which a '.' would
-// split. How long it may be is the Validator's to say: it belongs to the VRF name type.
-std::string takeVrfName(WordCursor& cursor) {
-  return takeName(cursor, "VRF name", std::string::npos, "_-");
-}
-
 Statement parseVrf(WordCursor& cursor) {
   VrfStatement vrf{takeVrfName(cursor)};
-  cursor.expectEnd();
-  return vrf;
-}
-
-// The VRF a show names at its end (`vrf NAME`), if any; then the end of the statement.
-std::optional<std::string> takeVrfAndEnd(WordCursor& cursor) {
-  std::optional<std::string> vrf;
-  if (cursor.takeIf("vrf")) vrf = takeVrfName(cursor);
   cursor.expectEnd();
   return vrf;
 }
@@ -400,6 +387,9 @@ const std::vector<StatementForm>& forms() {
       {{"show", "alloc-requests"}, parseShowAllocRequests},
       {{"show", "review"}, parseShowReview},
       {{"show", "config"}, parseShowConfig},
+      {{"embedded-rp"}, parseEmbeddedRp},
+      {{"no", "embedded-rp"}, parseNoEmbeddedRp},
+      {{"show", "embedded-rp"}, parseShowEmbeddedRp},
   };
   return table;
 }

@@ -7,6 +7,7 @@
 #include "framework/Kel/Exception.h"
 #include "framework/L3/VrfName.h"
 #include "pipeline/TableHome.h"
+#include "tools/EmbeddedRpStatements.h"
 #include "tools/GroupSpace.h"
 #include "tools/StatementError.h"
 
@@ -221,6 +222,11 @@ struct StatementChecks {
   void operator()(const ShowCandidatesStatement&) const {}
   void operator()(const ShowAclStatement&) const {}
   void operator()(const ShowRpMappingStatement&) const {}
+  void operator()(const EmbeddedRpEnableStatement& s) const { checkEmbeddedRp(s); }
+  void operator()(const EmbeddedRpLimitStatement& s) const { checkEmbeddedRp(s); }
+  void operator()(const EmbeddedRpGroupRangeStatement& s) const { checkEmbeddedRp(s); }
+  void operator()(const NoEmbeddedRpGroupRangeStatement& s) const { checkEmbeddedRp(s); }
+  void operator()(const ShowEmbeddedRpStatement& s) const { checkEmbeddedRp(s); }
 };
 
 // The keywords that open each statement, as the statement table spells them.
@@ -256,6 +262,11 @@ struct StatementWords {
   const char* operator()(const ShowReviewStatement&) const { return "show review"; }
   const char* operator()(const ShowRpMappingStatement&) const { return "show rp mapping"; }
   const char* operator()(const ShowConfigStatement&) const { return "show config"; }
+  const char* operator()(const EmbeddedRpEnableStatement&) const { return "embedded-rp"; }
+  const char* operator()(const EmbeddedRpLimitStatement&) const { return "embedded-rp"; }
+  const char* operator()(const EmbeddedRpGroupRangeStatement&) const { return "embedded-rp"; }
+  const char* operator()(const NoEmbeddedRpGroupRangeStatement&) const { return "no embedded-rp"; }
+  const char* operator()(const ShowEmbeddedRpStatement&) const { return "show embedded-rp"; }
 };
 
 }  // namespace

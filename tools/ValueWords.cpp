@@ -195,6 +195,19 @@ std::string takeName(WordCursor& cursor, const std::string& what, std::size_t ma
   return name;
 }
 
+// A VRF name is one word of its shared tables' names (pipeline/TableHome.h), which a '.' would
+// split. How long it may be is the Validator's to say: it belongs to the VRF name type.
+std::string takeVrfName(WordCursor& cursor) {
+  return takeName(cursor, "VRF name", std::string::npos, "_-");
+}
+
+std::optional<std::string> takeVrfAndEnd(WordCursor& cursor) {
+  std::optional<std::string> vrf;
+  if (cursor.takeIf("vrf")) vrf = takeVrfName(cursor);
+  cursor.expectEnd();
+  return vrf;
+}
+
 Routing::Pim::Mode takeMode(WordCursor& cursor) {
   return takeChoice(cursor, {"sparse", "bidir"}) == "bidir" ? Routing::Pim::modePimBidir
                                                             : Routing::Pim::modePimSm;

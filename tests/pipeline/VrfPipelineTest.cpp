@@ -174,6 +174,56 @@ TEST(VrfPipeline, TwoVrfs_ShareOnlyTheHost) {
   EXPECT_EQ(blue.allocRequests()->allocRequestCount(), 0u);
 }
 
+// Embedded RP is part of each VRF's pipeline, off by default: on in red, a known group that names
+// its RP gets it above a static override, in the final table, the answer and local RP detection;
+// blue, with the same configuration and groups, answers as without the feature.
+TEST(VrfPipeline, EmbeddedRp_OnInOneVrf_OtherVrfAsWithoutIt) {
+  const auto host = virtualHost();
+  VrfPipeline red(L3::VrfName("red"), host);
+  VrfPipeline blue(L3::VrfName("blue"), host);
+  const IpGenAddr group("ff75:130:2001:db8:ffff::100");
+  const IpGenAddr staticRp("2001:db8::9");
+  const IpGenAddr embeddedRp("2001:db8:ffff::1");
+  for (VrfPipeline* vrf : {&red, &blue}) {
+    vrf->start();
+    auto& family = vrf->family(AddressFamily::ipv6);
+    EXPECT_FALSE(family.embeddedRp().config()->enabled());
+    family.staticConfig()->rpTableIs(staticRp)->overrideDynGrpIs(IpGenPrefix("ff00::/8"), true);
+    family.staticConfig()->rpTableIs(staticRp)->groupIs(IpGenPrefix("ff00::/8"), true);
+    family.routeIs(IpGenPrefix::hostPrefix(embeddedRp), 1,
+                   {Routing::ShadowFib::ViaEntry{embeddedRp, Ipkit::IntfId("Loopback0")}});
+    groupIs(*vrf, group.valueToStrep());
+  }
+  red.family(AddressFamily::ipv6).embeddedRp().config()->enabledIs(true);
+  settle(host);
+
+  const auto finalRp = [&group](const VrfPipeline& vrf) {
+    return vrf.family(AddressFamily::ipv6)
+        .table(HashSource::final, HashKind::groups, modePimSm)
+        ->rpHash(IpGenPrefix::hostPrefix(group))
+        .address();
+  };
+  const auto answer = [&group](const VrfPipeline& vrf) {
+    return vrf.family(AddressFamily::ipv6).compute(modePimSm)->rpHashCompute(group, IpGenAddr());
+  };
+  const auto& redStatus = *red.family(AddressFamily::ipv6).embeddedRp().status();
+  EXPECT_TRUE(redStatus.enabled());
+  EXPECT_EQ(redStatus.group().size(), 1u);
+  EXPECT_EQ(redStatus.rp(embeddedRp), 1u);
+  EXPECT_EQ(finalRp(red), embeddedRp);
+  EXPECT_EQ(answer(red), embeddedRp);
+  EXPECT_TRUE(red.family(AddressFamily::ipv6).localRpStatus()->localRpSet().contains(embeddedRp));
+
+  const auto& blueStatus = *blue.family(AddressFamily::ipv6).embeddedRp().status();
+  EXPECT_FALSE(blueStatus.enabled());
+  EXPECT_TRUE(blueStatus.group().empty());
+  EXPECT_TRUE(blueStatus.rp().empty());
+  EXPECT_EQ(finalRp(blue), staticRp);
+  EXPECT_EQ(answer(blue), staticRp);
+  EXPECT_FALSE(blue.family(AddressFamily::ipv6).localRpStatus()->localRpSet().contains(embeddedRp));
+  EXPECT_EQ(blue.allocRequests()->deallocRequestCount(), 0u);
+}
+
 // The shared tables of one test, removed before it (a crashed earlier run may have left them) and
 // after it, however it ends.
 class SharedTablesOfTest {

@@ -51,17 +51,6 @@ std::string text(const RpHash& value) {
   return out.str();
 }
 
-// Every request made on an allocator, in order: "alloc 10.0.0.1", "dealloc 10.0.0.2".
-Lines bitMapRequests(const BitMapper::Config& bitMap) {
-  Lines lines;
-  for (const auto& request : bitMap.requests()) {
-    std::ostringstream line;
-    line << request.kind << " " << request.key.addr();
-    lines.push_back(line.str());
-  }
-  return lines;
-}
-
 // What the allocator's reactors see, in order: a key written (the channel announces a key only
 // when it changes) as "allocRequestKeyIs 10.0.0.1", a counter raised as "allocRequestCountInc 1".
 class BitMapRecorder : public BitMapper::Config::NotifieeConst {
@@ -102,7 +91,7 @@ class RpHashMergeTest : public ::testing::Test {
   RpHash final(const char* prefix) const { return final_->rpHash(IpGenPrefix(prefix)); }
 
   // The requests made so far, one line per request: "alloc 10.0.0.1", "dealloc 10.0.0.2".
-  Lines requests() const { return bitMapRequests(*bitMap_); }
+  Lines requests() const { return RpTest::allocRequests(*bitMap_); }
   // Every key write and counter raise on the allocator, in order.
   const Lines& requestSteps() const { return recorder_->steps; }
 

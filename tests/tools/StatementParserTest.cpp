@@ -170,6 +170,8 @@ TEST(StatementParser, EveryShow_TakesATrailingVrf) {
             Ipkit::AddressFamily::ipv4);
   EXPECT_EQ(statementAs<ShowConfigStatement>("show config vrf red").vrf, "red");
   EXPECT_FALSE(statementAs<ShowConfigStatement>("show config").vrf);
+  EXPECT_EQ(statementAs<ShowEmbeddedRpStatement>("show embedded-rp vrf red").vrf, "red");
+  EXPECT_FALSE(statementAs<ShowEmbeddedRpStatement>("show embedded-rp").vrf);
 }
 
 TEST(StatementParser, TrailingVrf_RefusedWhereItIsNotLast) {
@@ -177,6 +179,8 @@ TEST(StatementParser, TrailingVrf_RefusedWhereItIsNotLast) {
   EXPECT_EQ(refusalOf("show rp mapping vrf red ipv4"),
             "unexpected 'ipv4' after 'show rp mapping vrf red'");
   EXPECT_EQ(refusalOf("show review vrf"), "missing VRF name after 'show review vrf'");
+  EXPECT_EQ(refusalOf("show embedded-rp vrf red ipv6"),
+            "unexpected 'ipv6' after 'show embedded-rp vrf red'");
   EXPECT_EQ(refusalOf("show rp 239.1.1.1 vrf red vrf blue"), "'vrf' given twice");
   EXPECT_EQ(refusalOf("show local-rp vrf a.b"),
             "invalid VRF name 'a.b': use letters, digits, '_' and '-'");
@@ -217,8 +221,8 @@ TEST(StatementParser, Keywords_AreLowerCase) {
             "unknown statement 'RP-ADDRESS' (keywords are lower case)");
   EXPECT_EQ(refusalOf("show RP 239.1.1.1"),
             "expected 'rp', 'candidates', 'acl', 'rp-hash', 'local-rp', 'group-filter', "
-            "'alloc-requests', 'review' or 'config' after 'show', got 'RP' (keywords are lower "
-            "case)");
+            "'alloc-requests', 'review', 'config' or 'embedded-rp' after 'show', got 'RP' "
+            "(keywords are lower case)");
   EXPECT_EQ(refusalOf("acl A seq 1 Permit any"),
             "expected 'permit' or 'deny' after 'acl A seq 1', got 'Permit' (keywords are lower "
             "case)");
@@ -269,7 +273,8 @@ TEST(StatementParser, MissingAndExtraWords_AreNamed) {
   EXPECT_EQ(refusalOf("rp-address 10.0.0.1 group"),
             "missing group range after 'rp-address 10.0.0.1 group'");
   EXPECT_EQ(refusalOf("no"),
-            "missing 'rp-address', 'acl', 'bsr-rp', 'group' or 'route' after 'no'");
+            "missing 'rp-address', 'acl', 'bsr-rp', 'group', 'route' or 'embedded-rp' after "
+            "'no'");
   EXPECT_EQ(refusalOf("show candidates static now"),
             "unexpected 'now' after 'show candidates static'");
   EXPECT_EQ(refusalOf("rp-address 10.0.0.1 group 239.0.0.0/8 priority 1 priority 2"),
