@@ -210,7 +210,7 @@ std::string optionsRefusal(const Options& options) {
   }
   if (options.shmMode && (!options.shm || options.unlink)) {
     return "--shm-mode sets the permissions of the tables a run with --shm creates: give it "
-           "with --shm NAME and a FILE or '-'";
+           "with --shm NAME, and not with --unlink";
   }
   if (options.trustOwner && !options.attach) {
     return "--trust-owner names whose tables --attach may read: a writer writes only tables of "

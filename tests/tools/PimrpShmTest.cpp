@@ -782,9 +782,11 @@ TEST_F(PimrpShm, SharedTableOptions_Misused_Refused) {
             "writes, group and others may at most read (0600, 0640, 0604 or 0644)\n");
   EXPECT_EQ(refusal({"--shm", name_, "--shm-mode", "rw", one}),
             "pimrp: --shm-mode: 'rw' is not a mode in octal, such as 0644\n");
-  EXPECT_EQ(refusal({"--shm-mode", "0640", one}),
-            "pimrp: --shm-mode sets the permissions of the tables a run with --shm creates: give "
-            "it with --shm NAME and a FILE or '-'\n");
+  const std::string modeWithoutTables =
+      "pimrp: --shm-mode sets the permissions of the tables a run with --shm creates: give it "
+      "with --shm NAME, and not with --unlink\n";
+  EXPECT_EQ(refusal({"--shm-mode", "0640", one}), modeWithoutTables);
+  EXPECT_EQ(refusal({"--shm", name_, "--unlink", "--shm-mode", "0640"}), modeWithoutTables);
   EXPECT_EQ(refusal({"--shm", name_, "--trust-owner", "nobody", one}),
             "pimrp: --trust-owner names whose tables --attach may read: a writer writes only "
             "tables of its own user\n");
