@@ -34,11 +34,6 @@ std::vector<std::string> entryCells(const RpCandidateInfo& info) {
       info.override() ? "yes" : "no", modeWord(info.mode())};
 }
 
-// An address, or "none" for no RP.
-std::string addressWord(const Ipkit::IpGenAddr& address) {
-  return address.af() == Ipkit::AddressFamily::ipunknown ? "none" : address.valueToStrep();
-}
-
 // A per-range entry's RP: "-" when absent, "other mode" when the entry names no RP because the
 // source's winner is of the other mode.
 std::string rangeEntryCell(const Routing::Pim::RpHash& entry) {
@@ -318,6 +313,10 @@ class HumanOutput : public Output {
 };
 
 }  // namespace
+
+std::string addressWord(const Ipkit::IpGenAddr& address) {
+  return address.af() == Ipkit::AddressFamily::ipunknown ? "none" : address.valueToStrep();
+}
 
 std::string modeWord(Routing::Pim::Mode mode) {
   switch (mode) {

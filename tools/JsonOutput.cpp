@@ -1,18 +1,13 @@
 #include <nlohmann/json.hpp>
 #include <variant>
 
+#include "tools/JsonValues.h"
 #include "tools/Output.h"
 
 namespace PimrpTool {
 namespace {
 
-using Json = nlohmann::ordered_json;
 using Routing::Pim::RpCandidateInfo;
-
-Json addressJson(const Ipkit::IpGenAddr& address) {
-  if (address.af() == Ipkit::AddressFamily::ipunknown) return nullptr;
-  return address.valueToStrep();
-}
 
 // The empty selection keeps its values (priority 256, hash mask 128): readers see exactly what
 // the library answered.
@@ -255,6 +250,11 @@ class JsonOutput : public Output {
 };
 
 }  // namespace
+
+Json addressJson(const Ipkit::IpGenAddr& address) {
+  if (address.af() == Ipkit::AddressFamily::ipunknown) return nullptr;
+  return address.valueToStrep();
+}
 
 std::unique_ptr<Output> jsonOutputFactory(std::ostream& out) {
   return std::make_unique<JsonOutput>(out);
