@@ -2,6 +2,7 @@
 #include <variant>
 
 #include "tools/Output.h"
+#include "tools/RpHashSummaryOutput.h"
 #include "tools/TextTable.h"
 
 namespace PimrpTool {
@@ -307,6 +308,8 @@ class HumanOutput : public Output {
       out_ << line.text << '\n';
     }
   }
+
+  void print(const RpHashSummary& summary) { rpHashSummaryPrint(out_, summary); }
 
   std::ostream& out_;
   unsigned shown_ = 0;

@@ -3,6 +3,7 @@
 
 #include "tools/JsonValues.h"
 #include "tools/Output.h"
+#include "tools/RpHashSummaryOutput.h"
 
 namespace PimrpTool {
 namespace {
@@ -245,6 +246,8 @@ class JsonOutput : public Output {
     }
     return Json{{"config", {{"statements", std::move(statements)}, {"notes", std::move(notes)}}}};
   }
+
+  static Json toJson(const RpHashSummary& summary) { return rpHashSummaryJson(summary); }
 
   std::ostream& out_;
 };

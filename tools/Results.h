@@ -1,7 +1,7 @@
 #pragma once
-// What the show statements answer, as plain values: the Session fills them from the library,
-// an Output prints them. Nothing here is computed by the tool; every field is read from the
-// library's entities or its answers.
+// What the show statements answer, as plain values: the Session fills them from the library, an
+// Output prints them. The tool decides nothing here: every RP and entry is read from the library's
+// entities or its answers, and the tool only counts them (the RP load summary).
 
 #include <cstdint>
 #include <optional>
@@ -20,6 +20,7 @@
 #include "rp/PimRpSelectionRecord.h"
 #include "rp/PimRpSourceRule.h"
 #include "tools/GroupScope.h"
+#include "tools/RpHashSummary.h"
 #include "tools/Statement.h"
 
 namespace PimrpTool {
@@ -198,9 +199,8 @@ struct ConfigListing {
   std::vector<ConfigLine> lines;
 };
 
-using ShowResult =
-    std::variant<RpAnswer, CandidateListing, AclListing, RpHashListing, LocalRpListing,
-                 GroupFilterAnswer, AllocRequestTally, ReviewListing, RpMapping,
-                 ConfigListing>;
+using ShowResult = std::variant<RpAnswer, CandidateListing, AclListing, RpHashListing,
+                                LocalRpListing, GroupFilterAnswer, AllocRequestTally, ReviewListing,
+                                RpMapping, ConfigListing, RpHashSummary>;
 
 }  // namespace PimrpTool

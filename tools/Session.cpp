@@ -10,7 +10,9 @@
 #include "framework/Kel/System.h"
 #include "rp/PimRpSourceRule.h"
 #include "tools/BindingWarnings.h"
+#include "tools/FinalTables.h"
 #include "tools/GroupScope.h"
+#include "tools/RpLoadCount.h"
 #include "tools/RunningConfig.h"
 #include "tools/StaticBindings.h"
 
@@ -404,6 +406,10 @@ struct SessionApply {
   }
 
   Result operator()(const ShowConfigStatement&) const { return runningConfig(session); }
+
+  Result operator()(const ShowRpHashSummaryStatement& s) const {
+    return rpHashSummaryOf(finalTablesOf(session, s.af), s.af);
+  }
 
   Result operator()(const ShowReviewStatement&) const {
     ReviewListing listing;

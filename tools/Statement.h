@@ -210,15 +210,19 @@ struct ShowRpMappingStatement {
 // The running configuration, as the statements that rebuild it.
 struct ShowConfigStatement {};
 
-using Statement =
-    std::variant<VrfStatement, RpGroupStatement, RpAclStatement, RpModeStatement,
-                 NoRpGroupStatement, NoRpAclStatement, NoRpStatement, AclRuleStatement,
-                 NoAclRuleStatement, NoAclStatement, BsrRpStatement, NoBsrRpStatement,
-                 RpHashAlgorithmStatement, GroupStatement, NoGroupStatement, RouteStatement,
-                 NoRouteStatement, ShadowStatement, AttrLogStatement, RunStatement, ClockStatement,
-                 ShowRpStatement, ShowCandidatesStatement, ShowAclStatement, ShowRpHashStatement,
-                 ShowLocalRpStatement, ShowGroupFilterStatement, ShowAllocRequestsStatement,
-                 ShowReviewStatement, ShowRpMappingStatement, ShowConfigStatement>;
+// How the known groups spread over the RPs of the final per-group tables.
+struct ShowRpHashSummaryStatement {
+  std::optional<Ipkit::AddressFamily> af;  // absent: both families
+};
+
+using Statement = std::variant<
+    VrfStatement, RpGroupStatement, RpAclStatement, RpModeStatement, NoRpGroupStatement,
+    NoRpAclStatement, NoRpStatement, AclRuleStatement, NoAclRuleStatement, NoAclStatement,
+    BsrRpStatement, NoBsrRpStatement, RpHashAlgorithmStatement, GroupStatement, NoGroupStatement,
+    RouteStatement, NoRouteStatement, ShadowStatement, AttrLogStatement, RunStatement,
+    ClockStatement, ShowRpStatement, ShowCandidatesStatement, ShowAclStatement, ShowRpHashStatement,
+    ShowLocalRpStatement, ShowGroupFilterStatement, ShowAllocRequestsStatement, ShowReviewStatement,
+    ShowRpMappingStatement, ShowConfigStatement, ShowRpHashSummaryStatement>;
 
 // Whether the statement only asks (a show).
 inline bool isShowStatement(const Statement& statement) {
@@ -230,8 +234,10 @@ inline bool isShowStatement(const Statement& statement) {
                std::is_same_v<S, ShowLocalRpStatement> ||
                std::is_same_v<S, ShowGroupFilterStatement> ||
                std::is_same_v<S, ShowAllocRequestsStatement> ||
-               std::is_same_v<S, ShowReviewStatement> || std::is_same_v<S, ShowRpMappingStatement> ||
-               std::is_same_v<S, ShowConfigStatement>;
+               std::is_same_v<S, ShowReviewStatement> ||
+               std::is_same_v<S, ShowRpMappingStatement> ||
+               std::is_same_v<S, ShowConfigStatement> ||
+               std::is_same_v<S, ShowRpHashSummaryStatement>;
       },
       statement);
 }

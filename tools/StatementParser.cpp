@@ -321,7 +321,13 @@ Statement parseClock(WordCursor& cursor) {
 
 Statement parseShowRpHash(WordCursor& cursor) {
   ShowRpHashStatement query;
-  const std::string source = takeChoice(cursor, {"final", "static", "bsr"});
+  const std::string source = takeChoice(cursor, {"final", "static", "bsr", "summary"});
+  if (source == "summary") {
+    ShowRpHashSummaryStatement summary;
+    if (!cursor.atEnd()) summary.af = takeFamily(cursor);
+    cursor.expectEnd();
+    return summary;
+  }
   query.source = source == "final"    ? TableSource::final
                  : source == "static" ? TableSource::staticRp
                                       : TableSource::bsr;

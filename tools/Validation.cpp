@@ -225,6 +225,7 @@ struct StatementChecks {
   void operator()(const ShowAllocRequestsStatement&) const {}
   void operator()(const ShowReviewStatement&) const {}
   void operator()(const ShowConfigStatement&) const {}
+  void operator()(const ShowRpHashSummaryStatement&) const {}
   void operator()(const ShowRpStatement& s) const {
     checkMulticastGroup(s.group);
     if (!s.join) return;
@@ -272,6 +273,7 @@ struct StatementWords {
   const char* operator()(const ShowReviewStatement&) const { return "show review"; }
   const char* operator()(const ShowRpMappingStatement&) const { return "show rp mapping"; }
   const char* operator()(const ShowConfigStatement&) const { return "show config"; }
+  const char* operator()(const ShowRpHashSummaryStatement&) const { return "show rp-hash summary"; }
 };
 
 }  // namespace

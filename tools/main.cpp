@@ -119,6 +119,7 @@ void defineOptions(CLI::App& app, Options& options) {
       "  run [SECONDS]\n"
       "  clock manual|settle\n"
       "  show rp-hash final|static|bsr groups|prefixes mode sparse|bidir [ipv4|ipv6]\n"
+      "  show rp-hash summary [ipv4|ipv6]   (known groups per RP, and their spread)\n"
       "  show local-rp\n"
       "  show group-filter GROUP\n"
       "  show alloc-requests\n"

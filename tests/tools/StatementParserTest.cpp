@@ -167,6 +167,18 @@ TEST(StatementParser, GroupRangeWiderThanTheGroupSpace_RefusedAsSuch) {
             "group address or range '240.0.0.1/8' is not within 224.0.0.0/4");
 }
 
+TEST(StatementParser, ShowRpHashSummary_BothFamiliesOrOne) {
+  EXPECT_FALSE(statementAs<ShowRpHashSummaryStatement>("show rp-hash summary").af);
+  EXPECT_EQ(statementAs<ShowRpHashSummaryStatement>("show rp-hash summary ipv6").af,
+            Ipkit::AddressFamily::ipv6);
+  EXPECT_EQ(refusalOf("show rp-hash summary ipv7"),
+            "expected 'ipv4' or 'ipv6' after 'show rp-hash summary', got 'ipv7'");
+  EXPECT_EQ(refusalOf("show rp-hash summary ipv4 mode sparse"),
+            "unexpected 'mode' after 'show rp-hash summary ipv4'");
+  EXPECT_EQ(refusalOf("show rp-hash merged"),
+            "expected 'final', 'static', 'bsr' or 'summary' after 'show rp-hash', got 'merged'");
+}
+
 TEST(StatementParser, Numbers_KeepTheirWordAndSaturate) {
   const auto s = statementAs<RpGroupStatement>(
       "rp-address 10.0.0.1 group 239.0.0.0/8 priority 0099999999999999999999999999");

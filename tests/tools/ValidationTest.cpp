@@ -208,7 +208,8 @@ TEST(Validation, ReadOnly_ShowThatNeedsWriterState_NotAvailable) {
                                               {"show alloc-requests", "show alloc-requests"},
                                               {"show review", "show review"},
                                               {"show rp mapping", "show rp mapping"},
-                                              {"show config", "show config"}}) {
+                                              {"show config", "show config"},
+                                              {"show rp-hash summary", "show rp-hash summary"}}) {
     EXPECT_EQ(refusalOf(validator, line), "'" + words + why) << line;
   }
 }
