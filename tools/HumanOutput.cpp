@@ -4,6 +4,7 @@
 #include "tools/Output.h"
 #include "tools/RpHashSummaryOutput.h"
 #include "tools/TextTable.h"
+#include "tools/WhatIfOutput.h"
 
 namespace PimrpTool {
 namespace {
@@ -310,6 +311,7 @@ class HumanOutput : public Output {
   }
 
   void print(const RpHashSummary& summary) { rpHashSummaryPrint(out_, summary); }
+  void print(const WhatIfReport& report) { whatIfPrint(out_, report); }
 
   std::ostream& out_;
   unsigned shown_ = 0;

@@ -4,6 +4,7 @@
 #include "tools/JsonValues.h"
 #include "tools/Output.h"
 #include "tools/RpHashSummaryOutput.h"
+#include "tools/WhatIfOutput.h"
 
 namespace PimrpTool {
 namespace {
@@ -248,6 +249,7 @@ class JsonOutput : public Output {
   }
 
   static Json toJson(const RpHashSummary& summary) { return rpHashSummaryJson(summary); }
+  static Json toJson(const WhatIfReport& report) { return whatIfJson(report); }
 
   std::ostream& out_;
 };

@@ -1,7 +1,8 @@
 #pragma once
-// What the show statements answer, as plain values: the Session fills them from the library, an
-// Output prints them. The tool decides nothing here: every RP and entry is read from the library's
-// entities or its answers, and the tool only counts them (the RP load summary).
+// What the show statements answer, and what a what-if reports, as plain values: the Session fills
+// them from the library, an Output prints them. The tool decides nothing here: every RP and entry
+// is read from the library's entities or its answers, and the tool only counts them (the RP load
+// summary, a what-if's moves).
 
 #include <cstdint>
 #include <optional>
@@ -22,6 +23,7 @@
 #include "tools/GroupScope.h"
 #include "tools/RpHashSummary.h"
 #include "tools/Statement.h"
+#include "tools/WhatIfReport.h"
 
 namespace PimrpTool {
 
@@ -201,6 +203,6 @@ struct ConfigListing {
 
 using ShowResult = std::variant<RpAnswer, CandidateListing, AclListing, RpHashListing,
                                 LocalRpListing, GroupFilterAnswer, AllocRequestTally, ReviewListing,
-                                RpMapping, ConfigListing, RpHashSummary>;
+                                RpMapping, ConfigListing, RpHashSummary, WhatIfReport>;
 
 }  // namespace PimrpTool
