@@ -82,6 +82,11 @@ class WhatIfTest : public ::testing::Test {
     return std::get<WhatIfReport>(output.shown[0]);
   }
 
+  void expectRequests(std::uint64_t alloc, std::uint64_t dealloc) {
+    EXPECT_EQ(report().allocRequests, alloc);
+    EXPECT_EQ(report().deallocRequests, dealloc);
+  }
+
   Session session;
   ShownKept output;
   std::ostringstream errors;
@@ -106,8 +111,7 @@ TEST_F(WhatIfTest, RpRemoved_ItsGroupsSpreadOverTheRestByTheHash) {
   EXPECT_EQ(report().groupsChanged, 4u);
   EXPECT_EQ(report().rangesChanged, 0u);
   // Each moved group: its old RP released, its new one allocated.
-  EXPECT_EQ(report().allocRequests, 4u);
-  EXPECT_EQ(report().deallocRequests, 4u);
+  expectRequests(4, 4);
 }
 
 // A bootstrap candidate beats a static one whatever their priorities: every group of its range
@@ -120,8 +124,7 @@ TEST_F(WhatIfTest, BootstrapCandidateAdded_TakesEveryGroupAndTheRange) {
               {move("10.0.0.1", "10.0.0.9", 4, 1, {"239.1.1.0", "239.1.1.1", "239.1.1.2"})});
   EXPECT_EQ(report().groupsChanged, 4u);
   EXPECT_EQ(report().rangesChanged, 1u);
-  EXPECT_EQ(report().allocRequests, 5u);
-  EXPECT_EQ(report().deallocRequests, 5u);
+  expectRequests(5, 5);
 }
 
 TEST_F(WhatIfTest, OverrideSet_StaticRpTakesBackTheBootstrapRpsGroups) {
@@ -131,8 +134,7 @@ TEST_F(WhatIfTest, OverrideSet_StaticRpTakesBackTheBootstrapRpsGroups) {
                    "rp-address 10.0.0.1 group 239.1.1.0/24 override\n"),
             kExitOk);
   expectMoves(report(), {move("10.0.0.9", "10.0.0.1", 2, 1, {"239.1.1.0", "239.1.1.1"})});
-  EXPECT_EQ(report().allocRequests, 3u);
-  EXPECT_EQ(report().deallocRequests, 3u);
+  expectRequests(3, 3);
 }
 
 // A deny rule cuts 239.1.1.0/24 out of the list's 239.1.0.0/16: the list now gives the eight
@@ -175,8 +177,7 @@ TEST_F(WhatIfTest, ChangeThatChangesNothing_ReportsNoMoveAndNoRequest) {
   expectMoves(report(), {});
   EXPECT_EQ(report().groupsChanged, 0u);
   EXPECT_EQ(report().rangesChanged, 0u);
-  EXPECT_EQ(report().allocRequests, 0u);
-  EXPECT_EQ(report().deallocRequests, 0u);
+  expectRequests(0, 0);
 }
 
 // A range's entry is written the moment its RP is bound; bound and removed again within the
@@ -187,8 +188,7 @@ TEST_F(WhatIfTest, BindingMadeAndRemoved_NoMoveButItsRequestsCounted) {
                    "no rp-address 10.0.0.9\n"),
             kExitOk);
   expectMoves(report(), {});
-  EXPECT_EQ(report().allocRequests, 1u);
-  EXPECT_EQ(report().deallocRequests, 1u);
+  expectRequests(1, 1);
 }
 
 // Entries rewritten with another priority keep their RP: no move, and no request.
@@ -197,8 +197,7 @@ TEST_F(WhatIfTest, PriorityChanged_EntriesRewrittenNoMoveNoRequest) {
                    "rp-address 10.0.0.1 group 239.1.1.0/24 priority 7\n"),
             kExitOk);
   expectMoves(report(), {});
-  EXPECT_EQ(report().allocRequests, 0u);
-  EXPECT_EQ(report().deallocRequests, 0u);
+  expectRequests(0, 0);
 }
 
 // A group the change makes known moves from no RP; one it forgets moves to none.
