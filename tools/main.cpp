@@ -184,7 +184,8 @@ bool applyTraceOptions(const std::vector<std::string>& traces) {
 std::string whatIfOptionsRefusal(const Options& options) {
   if (!options.whatIf) return "";
   if (options.whatIf->empty()) {
-    return "the script name after --what-if is empty: give a FILE, or '-' for standard input";
+    return "the script name after --what-if is empty: give the CHANGE script, or '-' for standard "
+           "input";
   }
   if (options.shm || options.attach || options.unlink) {
     return "--what-if reports what CHANGE would move and keeps nothing: give it no --shm, "
