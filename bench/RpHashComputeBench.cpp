@@ -89,10 +89,13 @@ void BM_Baseline_HashMapHit(benchmark::State& state) {
 }
 BENCHMARK(BM_Baseline_HashMapHit);
 
-void BM_RpHashCompute_ComputedFromBothSources(benchmark::State& state) {
+// Answers for groups that have no table entry, computed from both sources; with an embedded-RP
+// status attached and off, as the pipeline wires it, when `embeddedRpOff`.
+void runComputedFromBothSources(benchmark::State& state, bool embeddedRpOff) {
   Sources sources;
   auto status = rpHashComputeStatusFactory(sources.staticStatus, sources.bsrStatus, sources.table,
                                            modePimNone, sources.config);
+  if (embeddedRpOff) status->embeddedRpStatusIs(Kel::Ptr<EmbeddedRpStatus>(new EmbeddedRpStatus));
   std::vector<Ipkit::IpGenAddr> groups;
   for (std::uint32_t g : sources.staticWork.groups) groups.push_back(Ipkit::IpGenAddr::ip4(g));
   const Ipkit::IpGenAddr join;
@@ -102,7 +105,16 @@ void BM_RpHashCompute_ComputedFromBothSources(benchmark::State& state) {
   }
   state.SetItemsProcessed(state.iterations());
 }
+
+void BM_RpHashCompute_ComputedFromBothSources(benchmark::State& state) {
+  runComputedFromBothSources(state, false);
+}
 BENCHMARK(BM_RpHashCompute_ComputedFromBothSources);
+
+void BM_RpHashCompute_ComputedEmbeddedRpOff(benchmark::State& state) {
+  runComputedFromBothSources(state, true);
+}
+BENCHMARK(BM_RpHashCompute_ComputedEmbeddedRpOff);
 
 // Baseline for the miss: the plain selector run over both sources, bootstrap preferred.
 void BM_Baseline_PlainSelectBothSources(benchmark::State& state) {

@@ -2,16 +2,13 @@
 
 #include "framework/Kel/System.h"
 #include "framework/Kel/Trace.h"
-#include "framework/Mirra/CorruptionDetectedException.h"
+#include "framework/Mirra/TolerantRead.h"
 
 namespace Routing {
 namespace Pim {
 namespace {
 
-const Kel::TraceFile& trace() {
-  static const Kel::TraceFile& file = Kel::TraceFile::named("PimGroupFilterSm");
-  return file;
-}
+KEL_TRACE_FILE(trace, "PimGroupFilterSm")
 
 }  // namespace
 
@@ -59,20 +56,11 @@ void GroupFilterSm::handleInitialized() {
   doWakeUpAt(Kel::System::currentTime());
 }
 
-RpHash GroupFilterSm::doLookup(const RpHashStatus& table, const Ipkit::IpGenPrefix& prefix) const {
-  try {
-    return table.rpHash(prefix);
-  } catch (const Mirra::CorruptionDetectedException& corruption) {
-    table.corruptionDetected(corruption.what());
-    return RpHash();
-  }
-}
-
 void GroupFilterSm::handleRpHash(const Ipkit::IpGenPrefix& prefix) {
   const auto table = rpHashStatus();
   const auto& trie = status_ ? status_->trie() : nullptr;
   if (!table || !trie || prefix.af() != trie->af()) return;
-  if (doLookup(*table, prefix) == RpHash()) {
+  if (Mirra::tolerantLookup(table->rpHash(), prefix) == RpHash()) {
     KEL_TRACE(trace(), 4, "handleRpHash(" << prefix << ") deleted");
     trie->routeDel(prefix);
   } else {
@@ -88,16 +76,16 @@ void GroupFilterSm::doReview() {
   const double start = Kel::System::currentTime();
   const double quantum = reviewQuantum();
   const auto table = rpHashStatus();
-  try {
-    if (table && doReviewSlice(*table, start + quantum)) return;
-  } catch (const Mirra::CorruptionDetectedException& damage) {
+  bool suspended = false;
+  if (table &&
+      !Mirra::tolerantRead(*table, [&] { suspended = doReviewSlice(*table, start + quantum); })) {
     // The walk cannot pass a damaged part of the table; the writer's next write repairs it.
     // Retrying at once would spin the event thread until then, so wait one quantum.
-    table->corruptionDetected(damage.what());
     KEL_TRACE(trace(), 3, "doReview(), Damaged table, retrying review");
     doWakeUpAt(Kel::System::currentTime() + quantum);
     return;
   }
+  if (suspended) return;
   KEL_TRACE(trace(), 3, "doReview(), Finished review");
   reviewBookmarkIs(Ipkit::IpGenPrefix());
 }

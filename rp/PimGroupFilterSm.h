@@ -73,8 +73,6 @@ class GroupFilterSm : public Kel::ReactorOwner {
   void doReview();
 
  private:
-  // The table's entry for `prefix`, or the default entry when absent or unreadable.
-  RpHash doLookup(const RpHashStatus& table, const Ipkit::IpGenPrefix& prefix) const;
   // One slice from the bookmark on, until `deadline` has passed after an entry; returns whether
   // it suspended with entries left.
   bool doReviewSlice(const RpHashStatus& table, double deadline);

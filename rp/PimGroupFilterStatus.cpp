@@ -1,5 +1,7 @@
 #include "rp/PimGroupFilterStatus.h"
 
+#include <ios>
+
 #include "framework/Kel/Assert.h"
 #include "framework/Kel/Trace.h"
 
@@ -7,10 +9,7 @@ namespace Routing {
 namespace Pim {
 namespace {
 
-const Kel::TraceFile& trace() {
-  static const Kel::TraceFile& file = Kel::TraceFile::named("PimGroupFilter");
-  return file;
-}
+KEL_TRACE_FILE(trace, "PimGroupFilter")
 
 }  // namespace
 
@@ -34,8 +33,8 @@ void GroupFilterStatus::handleInitialized() {
 bool GroupFilterStatus::permitGroup(const Ipkit::IpGenPrefix& group) const {
   const bool found = trie() && !trie()->longestMatch(group).isNull();
   KEL_TRACE(trace(), 8,
-            "permitGroup(" << group << "), Mode: " << pimMode()
-                           << ", Found: " << (found ? "true" : "false"));
+            "permitGroup(" << group << "), Mode: " << pimMode() << ", Found: " << std::boolalpha
+                           << found);
   return (pimMode() == modePimSm()) != found;
 }
 

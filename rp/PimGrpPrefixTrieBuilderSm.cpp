@@ -9,6 +9,15 @@ namespace {
 
 KEL_TRACE_FILE(trace, "PimCrpGrpTrieBuilderSm")
 
+// The signatures that open the entry traces, spelled as the messages give them whatever the
+// compiler would print.
+const char kHandleInitialized[] = "void Routing::Pim::GrpPrefixTrieBuilderSm::handleInitialized()";
+const char kHandleCRpSet[] =
+    "void Routing::Pim::GrpPrefixTrieBuilderSm::handleCRpSet(const Ipkit::IpGenPrefix&)";
+const char kHandleCRpSetRebuild[] =
+    "void Routing::Pim::GrpPrefixTrieBuilderSm::handleCRpSetRebuild()";
+const char kHandleCRpSetAll[] = "void Routing::Pim::GrpPrefixTrieBuilderSm::handleCRpSet()";
+
 }  // namespace
 
 GrpPrefixTrieBuilderSm::KelCrpStatus::KelCrpStatus(GrpPrefixTrieBuilderSm* owner,
@@ -45,7 +54,7 @@ void GrpPrefixTrieBuilderSm::crpStatusIs(const Kel::PtrConst<RpCandidateStatus>&
 void GrpPrefixTrieBuilderSm::crpStatusDel() { kelCrpStatus_.del(); }
 
 void GrpPrefixTrieBuilderSm::handleInitialized() {
-  KEL_TRACE(trace(), 8, __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 8, kHandleInitialized);
   KEL_ASSERT(trace(), crpStatus() && crpCompute());
   initialized_ = true;
   handleCRpSet();
@@ -57,7 +66,7 @@ bool GrpPrefixTrieBuilderSm::doEnsureTrie(const Ipkit::IpGenPrefix& prefix) {
 }
 
 void GrpPrefixTrieBuilderSm::handleCRpSet(const Ipkit::IpGenPrefix& prefix) {
-  KEL_TRACE(trace(), 8, __PRETTY_FUNCTION__ << "( " << prefix << " )");
+  KEL_TRACE(trace(), 8, kHandleCRpSet << "( " << prefix << " )");
   if (!initialized_) return;
   const auto status = crpStatus();
   if (!status || !doEnsureTrie(prefix)) return;
@@ -75,7 +84,7 @@ void GrpPrefixTrieBuilderSm::handleCRpSet(const Ipkit::IpGenPrefix& prefix) {
 }
 
 void GrpPrefixTrieBuilderSm::handleCRpSetRebuild() {
-  KEL_TRACE(trace(), 8, __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 8, kHandleCRpSetRebuild);
   if (!initialized_) return;
   crpCompute_->grpTrieDel();
   trie_ = nullptr;
@@ -83,7 +92,7 @@ void GrpPrefixTrieBuilderSm::handleCRpSetRebuild() {
 }
 
 void GrpPrefixTrieBuilderSm::handleCRpSet() {
-  KEL_TRACE(trace(), 8, __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 8, kHandleCRpSetAll);
   if (!initialized_) return;
   const auto status = crpStatus();
   if (!status) return;

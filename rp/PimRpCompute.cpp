@@ -12,6 +12,35 @@ namespace {
 
 KEL_TRACE_FILE(trace, "PimRpCompute")
 
+// The signatures that open the entry traces, spelled as the messages give them whatever the
+// compiler would print.
+const char kDoComputeRpFromPrefix[] =
+    "Routing::Pim::RpCandidateInfo Routing::Pim::RpCompute::doComputeRpFromPrefix(const "
+    "Ipkit::IpGenPrefix&)";
+const char kDoLongestPrefixGroupMatch[] =
+    "Kel::PtrConst<Routing::Pim::RpCandidateSet> "
+    "Routing::Pim::RpCompute::doLongestPrefixGroupMatch(const Ipkit::IpGenPrefix&)";
+const char kDoSelectCrp[] =
+    "Routing::Pim::RpCandidateInfo "
+    "Routing::Pim::RpCompute::doSelectCrp(Kel::PtrConst<Routing::Pim::CrpSet>&, const "
+    "Ipkit::IpGenPrefix&)";
+const char kDoComputeRpModulo[] =
+    "Kel::PtrConst<Routing::Pim::RpCandidate> Routing::Pim::RpCompute::doComputeRpModulo(const "
+    "Ipkit::IpGenAddr&, Kel::PtrConst<Routing::Pim::CrpSet>&) const";
+const char kDoHighestPriorityRpMatch[] =
+    "Kel::PtrConst<Routing::Pim::RpPrioritySet> "
+    "Routing::Pim::RpCompute::doHighestPriorityRpMatch(Kel::PtrConst<Routing::Pim::CrpSet>&)";
+const char kDoHighestHashMaskRpMatch[] =
+    "Kel::PtrConst<Routing::Pim::RpHashMaskSet> "
+    "Routing::Pim::RpCompute::doHighestHashMaskRpMatch(const Ipkit::IpGenAddr&, "
+    "Kel::PtrConst<Routing::Pim::RpPrioritySet>&)";
+const char kDoComputeHashMask[] =
+    "U32 Routing::Pim::RpCompute::doComputeHashMask(Routing::Pim::Mode, const Ipkit::IpGenAddr&, "
+    "Routing::Pim::RpHashMaskLen, const Ipkit::IpGenAddr&)";
+const char kDoHighestIpRpMatch[] =
+    "Ipkit::IpGenAddr "
+    "Routing::Pim::RpCompute::doHighestIpRpMatch(Kel::PtrConst<Routing::Pim::RpHashMaskSet>&)";
+
 constexpr U32 kHashMultiplier = 1103515245u;
 constexpr U32 kHashIncrement = 12345u;
 
@@ -93,7 +122,7 @@ RpCandidateInfo RpCompute::doComputeRp(const Ipkit::IpGenAddr& groupAddr) {
 
 RpCandidateInfo RpCompute::doComputeRpFromPrefix(const Ipkit::IpGenPrefix& groupPrefix) {
   RpCandidateInfo result;
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__ << "( " << groupPrefix << " )");
+  KEL_TRACE(trace(), 9, kDoComputeRpFromPrefix << "( " << groupPrefix << " )");
   if (crp_->crpSet().empty()) return result;
   const Kel::PtrConst<RpCandidateSet> candidates = doLongestPrefixGroupMatch(groupPrefix);
   if (recorder_ && candidates) recorder_->range = candidates->prefix();
@@ -164,24 +193,24 @@ void RpCompute::doRecordHash(const Ipkit::IpGenAddr& rpAddr, RpHashMaskLen hashM
 
 Kel::PtrConst<RpCandidateSet> RpCompute::doLongestPrefixGroupMatch(
     const Ipkit::IpGenPrefix& groupPrefix) {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, kDoLongestPrefixGroupMatch);
   // Initialised, not assigned: the trie's answer is built in place, and the set lookup below
   // reads it straight from the stores that built it.
   const Ipkit::IpGenPrefix match =
       grpTrie_ ? grpTrie_->longestMatch(groupPrefix) : Ipkit::IpGenPrefix();
   if (match.isNull()) {
     KEL_TRACE(trace(), 5,
-              __PRETTY_FUNCTION__ << " LPM for " << groupPrefix << " returned NULL prefix");
+              kDoLongestPrefixGroupMatch << " LPM for " << groupPrefix << " returned NULL prefix");
     return nullptr;
   }
   KEL_TRACE(trace(), 5,
-            __PRETTY_FUNCTION__ << " LPM for " << groupPrefix << " is prefix " << match);
+            kDoLongestPrefixGroupMatch << " LPM for " << groupPrefix << " is prefix " << match);
   return crp_->crpSet(match);
 }
 
 RpCandidateInfo RpCompute::doSelectCrp(const Kel::PtrConst<CrpSet>& crpSet,
                                        const Ipkit::IpGenPrefix& groupPrefix) {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__ << "( " << groupPrefix << " )");
+  KEL_TRACE(trace(), 9, kDoSelectCrp << "( " << groupPrefix << " )");
   RpCandidateInfo result;
   const Ipkit::IpGenAddr& groupAddr = groupPrefix.address();
   {
@@ -227,7 +256,7 @@ RpCandidateInfo RpCompute::doSelectCrp(const Kel::PtrConst<CrpSet>& crpSet,
 
 Kel::PtrConst<RpCandidate> RpCompute::doComputeRpModulo(const Ipkit::IpGenAddr& groupAddr,
                                                         const Kel::PtrConst<CrpSet>& rpSet) const {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__ << "( " << groupAddr << " ) ");
+  KEL_TRACE(trace(), 9, kDoComputeRpModulo << "( " << groupAddr << " ) ");
   KEL_ASSERT(trace(), rpSet);
   KEL_ASSERT(trace(), rpSet->rps());
   KEL_ASSERT(trace(), groupAddr.af() != Ipkit::ipunknown());
@@ -253,13 +282,13 @@ Kel::PtrConst<RpCandidate> RpCompute::doComputeRpModulo(const Ipkit::IpGenAddr& 
 
 Kel::PtrConst<RpPrioritySet> RpCompute::doHighestPriorityRpMatch(
     const Kel::PtrConst<CrpSet>& rpSet) {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, kDoHighestPriorityRpMatch);
   KEL_ASSERT(trace(), rpSet);
   for (const auto& [address, candidate] : rpSet->rp()) {
     rpPrioritySetIs(candidate->priority())->rpIs(address, candidate);
   }
   KEL_TRACE(trace(), 5,
-            __PRETTY_FUNCTION__ << " " << rpPrioritySets() << " RP priority sets created.");
+            kDoHighestPriorityRpMatch << " " << rpPrioritySets() << " RP priority sets created.");
   KEL_ASSERT(trace(), rpPrioritySets());
   // Ascending order puts the numerically lowest, that is the most preferred, priority first.
   const auto [priority, winner] = *rpPrioritySet_.begin();
@@ -269,14 +298,14 @@ Kel::PtrConst<RpPrioritySet> RpCompute::doHighestPriorityRpMatch(
 
 Kel::PtrConst<RpHashMaskSet> RpCompute::doHighestHashMaskRpMatch(
     const Ipkit::IpGenAddr& groupAddr, const Kel::PtrConst<RpPrioritySet>& prioritySet) {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__ << "( " << groupAddr << " )");
+  KEL_TRACE(trace(), 9, kDoHighestHashMaskRpMatch << "( " << groupAddr << " )");
   for (const auto& [address, candidate] : prioritySet->rp()) {
     const U32 hash =
         doComputeHashMask(candidate->pimMode(), groupAddr, candidate->hashMaskLen(), address);
     rpHashMaskSetIs(hash)->rpIs(address, candidate);
   }
   KEL_TRACE(trace(), 5,
-            __PRETTY_FUNCTION__ << " " << rpHashMaskSets() << " hash mask sets created.");
+            kDoHighestHashMaskRpMatch << " " << rpHashMaskSets() << " hash mask sets created.");
   U32 highest = 0;
   for (const auto& [hash, set] : rpHashMaskSet_) highest = std::max(highest, hash);
   KEL_TRACE(trace(), 5, "Highest HashMask is " << highest);
@@ -287,8 +316,8 @@ Kel::PtrConst<RpHashMaskSet> RpCompute::doHighestHashMaskRpMatch(
 U32 RpCompute::doComputeHashMask(Mode mode, const Ipkit::IpGenAddr& groupAddr,
                                  RpHashMaskLen hashMaskLen, const Ipkit::IpGenAddr& rpAddr) {
   KEL_TRACE(trace(), 9,
-            __PRETTY_FUNCTION__ << "( " << mode << ", " << groupAddr << ", " << hashMaskLen << ", "
-                                << rpAddr << " )");
+            kDoComputeHashMask << "( " << mode << ", " << groupAddr << ", " << hashMaskLen << ", "
+                               << rpAddr << " )");
   KEL_ASSERT(trace(), groupAddr.af() != Ipkit::ipunknown());
   const U32 c = rpHashWord(rpAddr);
   U64 gm;
@@ -320,13 +349,13 @@ U32 RpCompute::doComputeHashMask(Mode mode, const Ipkit::IpGenAddr& groupAddr,
 }
 
 Ipkit::IpGenAddr RpCompute::doHighestIpRpMatch(const Kel::PtrConst<RpHashMaskSet>& hashMaskSet) {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, kDoHighestIpRpMatch);
   Ipkit::IpGenAddr rp;
   for (const auto& [address, candidate] : hashMaskSet->rp()) {
     if (rp < address) rp = address;
   }
   KEL_ASSERT(trace(), rp.af() != Ipkit::ipunknown());
-  KEL_TRACE(trace(), 5, __PRETTY_FUNCTION__ << "Highest IP is " << rp);
+  KEL_TRACE(trace(), 5, kDoHighestIpRpMatch << "Highest IP is " << rp);
   return rp;
 }
 

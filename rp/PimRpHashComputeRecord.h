@@ -10,8 +10,11 @@
 //     (rpSourceReason) over them; staticSetAsideByMode is set when the rule took the static RP but
 //     its mode is not the one served; bsrSetAsideByMode when the bootstrap RP was next in line and
 //     its mode is not the one served.
-//  3. answer is what rpHashCompute returned and source where it came from: the table, a source,
-//     the caller's join address as the last resort, or none (no RP and no join address).
+//  3. answer is what rpHashCompute returned and source where it came from: the table, the group's
+//     embedded RP, a source, the caller's join address as the last resort, or none (no RP and no
+//     join address).
+//  4. embeddedSetAsideByMode is set when, with no entry, the group's embedded RP would have
+//     answered but the mode served is not sparse; the sources were asked then.
 
 #include "framework/Ipkit/IpGenAddr.h"
 #include "model/Pim/RpCandidateInfo.h"
@@ -21,7 +24,7 @@
 namespace Routing {
 namespace Pim {
 
-enum class RpAnswerSource { table, staticRp, bootstrap, join, none };
+enum class RpAnswerSource { table, staticRp, bootstrap, join, none, embedded };
 
 struct RpHashComputeRecord {
   RpHash tableEntry;
@@ -31,6 +34,7 @@ struct RpHashComputeRecord {
   RpSourceReason reason = RpSourceReason::noRp;
   bool staticSetAsideByMode = false;
   bool bsrSetAsideByMode = false;
+  bool embeddedSetAsideByMode = false;
   RpAnswerSource source = RpAnswerSource::none;
   Ipkit::IpGenAddr answer;
 };

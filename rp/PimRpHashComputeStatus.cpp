@@ -9,7 +9,11 @@ namespace {
 
 KEL_TRACE_FILE(trace, "PimRpCompute")
 
-// The signature the entry trace names, for both public forms alike.
+// The signatures that open the entry traces, spelled as the messages give them whatever the
+// compiler would print.
+const char kHandleStaticCompute[] = "void Routing::Pim::RpHashComputeStatus::handleStaticCompute()";
+const char kHandleBsrCompute[] = "void Routing::Pim::RpHashComputeStatus::handleBsrCompute()";
+// Both public forms of the answer trace this one signature.
 const char kRpHashCompute[] =
     "Ipkit::IpGenAddr Routing::Pim::RpHashComputeStatus::rpHashCompute(const Ipkit::IpGenAddr&, "
     "const Ipkit::IpGenAddr&) const";
@@ -43,14 +47,14 @@ RpHashComputeStatus::RpHashComputeStatus(const Kel::PtrConst<RpCandidateStatus>&
 }
 
 void RpHashComputeStatus::handleStaticCompute() {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, kHandleStaticCompute);
   if (!staticRpSet_) return;
   KEL_ASSERT(trace(), rpConfig());
   staticTrieBuilderIs(staticRpSet_, staticComputeIs(staticRpSet_, rpConfig_));
 }
 
 void RpHashComputeStatus::handleBsrCompute() {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, kHandleBsrCompute);
   if (!bsrRpSet_) return;
   KEL_ASSERT(trace(), rpConfig());
   bsrTrieBuilderIs(bsrRpSet_, bsrComputeIs(bsrRpSet_, rpConfig_));
@@ -74,9 +78,29 @@ inline Ipkit::IpGenAddr RpHashComputeStatus::doRpHashCompute(const Ipkit::IpGenA
       return entry.address();
     }
   }
+  if (embeddedRpStatus_) {
+    const Ipkit::IpGenAddr embedded = doEmbeddedAnswer(groupAddr, record);
+    if (hasAddress(embedded)) return embedded;
+  }
   const Ipkit::IpGenAddr answer = doComputeFromSources(groupAddr, record);
   if (hasAddress(answer)) return answer;
   return doJoinAnswer(rpFromJoin, record);
+}
+
+Ipkit::IpGenAddr RpHashComputeStatus::doEmbeddedAnswer(const Ipkit::IpGenAddr& groupAddr,
+                                                       RpHashComputeRecord* record) const {
+  if (!embeddedRpStatus_->enabled()) return Ipkit::IpGenAddr();
+  const EmbeddedRpAdmission admission = embeddedRpStatus_->admission(groupAddr);
+  if (!admission.servesGroup()) return Ipkit::IpGenAddr();
+  // Embedded RP is a sparse-mode mechanism.
+  if (!modeServed(pimMode_, modePimSm)) {
+    if (record) record->embeddedSetAsideByMode = true;
+    return Ipkit::IpGenAddr();
+  }
+  const Ipkit::IpGenAddr& rp = admission.embedded.rp();
+  KEL_TRACE(trace(), 5, "Embedded RP " << rp << " for group " << groupAddr);
+  recordAnswer(record, RpAnswerSource::embedded, rp);
+  return rp;
 }
 
 Ipkit::IpGenAddr RpHashComputeStatus::rpHashCompute(const Ipkit::IpGenAddr& groupAddr,

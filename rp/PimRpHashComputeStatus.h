@@ -7,12 +7,19 @@
 // result of another mode than the one this status serves is never returned. With no answer the
 // caller's RP from the join comes back unchanged.
 //
+// With an embedded-RP status set (embeddedRpStatusIs), a group that has no entry and whose
+// address names an RP it may use (EmbeddedRpStatus::admission: in use, or a place free) gets that
+// RP before the sources are asked, in sparse mode or any; a status serving another mode sets it
+// aside and asks the sources. A known group that uses it finds it in the final sparse table.
+//
 // Invariants:
 //  1. Each present candidate status has its own RpCompute and trie builder, created at
 //     construction and kept as long as this status; the builders keep the tries current.
 //  2. An absent source (no status) computes the empty result.
 //  3. rpHashCompute keeps no state. rpHashComputeRecorded answers and traces exactly as
 //     rpHashCompute does, and also writes down how the answer came about.
+//  4. Without an embedded-RP status, or with one not enabled, the answers and traces are those of
+//     the two sources alone.
 // Traces go to the trace file "PimRpCompute".
 
 #include "framework/Ipkit/IpGenAddr.h"
@@ -22,6 +29,7 @@
 #include "model/Pim/RpCandidateStatus.h"
 #include "model/Pim/RpConfig.h"
 #include "model/Pim/RpHashStatus.h"
+#include "rp/PimEmbeddedRpStatus.h"
 #include "rp/PimGrpPrefixTrieBuilderSm.h"
 #include "rp/PimRpCompute.h"
 #include "rp/PimRpHashComputeRecord.h"
@@ -61,6 +69,8 @@ class RpHashComputeStatus : public Kel::Entity {
   KEL_OWNED(staticTrieBuilder, grpPrefixTrieBuilderSmFactory, Kel::Ptr<GrpPrefixTrieBuilderSm>)
   KEL_OWNED(bsrCompute, rpComputeFactory, Kel::Ptr<RpCompute>)
   KEL_OWNED(bsrTrieBuilder, grpPrefixTrieBuilderSmFactory, Kel::Ptr<GrpPrefixTrieBuilderSm>)
+  // The embedded-RP status asked before the sources: embeddedRpStatus(), embeddedRpStatusIs(s).
+  KEL_OWNED_SCALAR(embeddedRpStatus, nullptr, Kel::PtrConst<EmbeddedRpStatus>)
 
  private:
   // Both public forms; `record` is null unless the caller asked for one. Inlined into each, so
@@ -71,6 +81,9 @@ class RpHashComputeStatus : public Kel::Entity {
   // The computation from both sources, when the table has no entry for the group.
   Ipkit::IpGenAddr doComputeFromSources(const Ipkit::IpGenAddr& groupAddr,
                                         RpHashComputeRecord* record) const;
+  // The group's embedded RP when it may use it and the mode served takes it; else no address.
+  Ipkit::IpGenAddr doEmbeddedAnswer(const Ipkit::IpGenAddr& groupAddr,
+                                    RpHashComputeRecord* record) const;
   // The caller's own RP, traced as the last resort.
   Ipkit::IpGenAddr doJoinAnswer(const Ipkit::IpGenAddr& rpFromJoin,
                                 RpHashComputeRecord* record) const;

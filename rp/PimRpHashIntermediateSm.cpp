@@ -2,22 +2,43 @@
 
 #include "rp/PimRpHashIntermediateSm.h"
 
+#include <ios>
 #include <sstream>
 #include <string>
 
 #include "framework/Kel/Assert.h"
 #include "framework/Kel/Exception.h"
-#include "framework/Mirra/CorruptionDetectedException.h"
+#include "framework/Kel/Trace.h"
+#include "framework/Mirra/TolerantRead.h"
 
 namespace Routing {
 namespace Pim {
 namespace {
 
+// The signatures that open the entry traces, spelled as the messages give them whatever the
+// compiler would print.
+const char kHandleInitialized[] = "void Routing::Pim::RpHashIntermediateSm::handleInitialized()";
+const char kDoProcessCrpSets[] = "void Routing::Pim::RpHashIntermediateSm::doProcessCrpSets()";
+const char kCrpSetHandleInitialized[] =
+    "void Routing::Pim::RpHashIntermediateSm::KelCrpSet::handleInitialized()";
+const char kCrpSetHandleDel[] = "void Routing::Pim::RpHashIntermediateSm::KelCrpSet::handleDel()";
+const char kCrpHandleInitialized[] =
+    "void Routing::Pim::RpHashIntermediateSm::KelCrpSet::KelCrp::handleInitialized()";
+const char kCrpHandlePriority[] =
+    "void Routing::Pim::RpHashIntermediateSm::KelCrpSet::KelCrp::handlePriority()";
+const char kCrpHandleHashMask[] =
+    "void Routing::Pim::RpHashIntermediateSm::KelCrpSet::KelCrp::handleHashMask()";
+const char kCrpHandleOverride[] =
+    "void Routing::Pim::RpHashIntermediateSm::KelCrpSet::KelCrp::handleOverride()";
+const char kCrpHandleMode[] =
+    "void Routing::Pim::RpHashIntermediateSm::KelCrpSet::KelCrp::handleMode()";
+const char kCrpHandleDel[] =
+    "void Routing::Pim::RpHashIntermediateSm::KelCrpSet::KelCrp::handleDel()";
+const char kCrpDoUpdateRpHash[] =
+    "void Routing::Pim::RpHashIntermediateSm::KelCrpSet::KelCrp::doUpdateRpHash(bool)";
+
 const char kClassName[] = "Routing::Pim::RpHashIntermediateSm";
 const char kCrpSetClassName[] = "Routing::Pim::RpHashIntermediateSm::KelCrpSet";
-
-const char* trueOrFalse(bool value) { return value ? "true" : "false"; }
-const char* pythonBool(bool value) { return value ? "True" : "False"; }
 
 template <class Value>
 std::string textOf(const char* label, const Value& value) {
@@ -58,10 +79,7 @@ void forEachOverlappingKey(const Kel::TraceFile& trace, const RpHashStatus& tabl
 
 }  // namespace
 
-const Kel::TraceFile& RpHashIntermediateSm::trace() {
-  static const Kel::TraceFile& file = Kel::TraceFile::named("PimRpHashSm");
-  return file;
-}
+KEL_TRACE_FILE(RpHashIntermediateSm::trace, "PimRpHashSm")
 
 // ---- the four reactors on the inputs -----------------------------------------------------------
 
@@ -141,7 +159,7 @@ Kel::Ptr<RpCompute> RpHashIntermediateSm::crpComputeIs(
 }
 
 void RpHashIntermediateSm::handleInitialized() {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, kHandleInitialized);
   if (initialized_) return;
   crpComputeIs(crpStatus(), rpConfig());
   KEL_ASSERT(trace(), groupMrt() && crpStatus() && crpCompute() && rpHashStatus() && rpConfig());
@@ -172,7 +190,7 @@ Kel::Ptr<RpHashIntermediateSm::KelCrpSet> RpHashIntermediateSm::crpSetIs(
 }
 
 void RpHashIntermediateSm::doProcessCrpSets() {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, kDoProcessCrpSets);
   for (const auto& [prefix, reactor] : crpSet()) {
     doAddRpHashGuts(prefix, rpPrefixHashStatus_, crpCompute_, pimMode_);
   }
@@ -213,7 +231,7 @@ void RpHashIntermediateSm::KelCrpSet::onRp(const Ipkit::IpGenAddr& address) {
 }
 
 void RpHashIntermediateSm::KelCrpSet::handleInitialized() {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, kCrpSetHandleInitialized);
   if (initialized_) return;
   owner()->trie()->routeIs(prefix_, true);
   KEL_TRACE(trace(), 8, "Added " << prefix_ << " to trie");
@@ -221,7 +239,7 @@ void RpHashIntermediateSm::KelCrpSet::handleInitialized() {
 }
 
 void RpHashIntermediateSm::KelCrpSet::handleDel() {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, kCrpSetHandleDel);
   for (const auto& [address, reactor] : crp()) reactor->handleDel();
   owner()->rpPrefixHashStatus()->rpHashDel(prefix_);
 }
@@ -235,20 +253,20 @@ RpHashIntermediateSm::KelCrpSet::KelCrp::KelCrp(KelCrpSet* crpSet,
 }
 
 void RpHashIntermediateSm::KelCrpSet::KelCrp::handleInitialized() {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, kCrpHandleInitialized);
   if (initialized_) return;
   const auto candidate = notifier();
   if (!candidate) return;
   KEL_TRACE(trace(), 8,
-            __PRETTY_FUNCTION__ << " Prefix=" << owner()->prefix() << ", RP=" << address_
-                                << ", Priority=" << candidate->priority()
-                                << ", HashMaskLen=" << candidate->hashMaskLen()
-                                << ", pimMode=" << candidate->pimMode());
+            kCrpHandleInitialized << " Prefix=" << owner()->prefix() << ", RP=" << address_
+                                  << ", Priority=" << candidate->priority()
+                                  << ", HashMaskLen=" << candidate->hashMaskLen()
+                                  << ", pimMode=" << candidate->pimMode());
   if (candidate->priority() == kRpPriorityNone || candidate->hashMaskLen() == kRpHashMaskLenNone ||
       candidate->pimMode() == modePimNone) {
     KEL_TRACE(trace(), 8,
-              __PRETTY_FUNCTION__ << "Not computing RP Hash since needed attributes "
-                                  << "are not set yet");
+              kCrpHandleInitialized << "Not computing RP Hash since needed attributes "
+                                    << "are not set yet");
     return;
   }
   doUpdateRpHash(true);
@@ -263,34 +281,33 @@ void RpHashIntermediateSm::KelCrpSet::KelCrp::doHandleValue(Describe describe) {
 }
 
 void RpHashIntermediateSm::KelCrpSet::KelCrp::handlePriority() {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, kCrpHandlePriority);
   doHandleValue([](const RpCandidate& c) { return textOf(" to have priority ", c.priority()); });
 }
 
 void RpHashIntermediateSm::KelCrpSet::KelCrp::handleHashMask() {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, kCrpHandleHashMask);
   doHandleValue(
       [](const RpCandidate& c) { return textOf(" to have hashMaskLen ", c.hashMaskLen()); });
 }
 
 void RpHashIntermediateSm::KelCrpSet::KelCrp::handleOverride() {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, kCrpHandleOverride);
   doHandleValue([](const RpCandidate& c) {
-    return textOf(" to have override flag as ", pythonBool(c.override()));
+    return textOf(" to have override flag as ", boolToStrep(c.override()));
   });
 }
 
 void RpHashIntermediateSm::KelCrpSet::KelCrp::handleMode() {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, kCrpHandleMode);
   doHandleValue([](const RpCandidate& c) { return textOf(" to have mode ", c.pimMode()); });
 }
 
 void RpHashIntermediateSm::KelCrpSet::KelCrp::handleDel() {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, kCrpHandleDel);
   const Ipkit::IpGenPrefix prefix = owner()->prefix();
-  KEL_TRACE(
-      trace(), 5,
-      __PRETTY_FUNCTION__ << "Deleting RP " << address_ << " from RP Set with prefix " << prefix);
+  KEL_TRACE(trace(), 5,
+            kCrpHandleDel << "Deleting RP " << address_ << " from RP Set with prefix " << prefix);
   RpHashIntermediateSm* sm = owner()->owner();
   const auto set = sm->crpStatus()->crpSet(prefix);
   if (!set || set->rp().empty()) {
@@ -301,7 +318,7 @@ void RpHashIntermediateSm::KelCrpSet::KelCrp::handleDel() {
 }
 
 void RpHashIntermediateSm::KelCrpSet::KelCrp::doUpdateRpHash(bool add) {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__ << " ( " << trueOrFalse(add) << " )");
+  KEL_TRACE(trace(), 9, kCrpDoUpdateRpHash << " ( " << std::boolalpha << add << " )");
   // Copied first: a table write below may run a reactor that deletes this candidate or its set.
   RpHashIntermediateSm* sm = owner()->owner();
   const Ipkit::IpGenPrefix prefix = owner()->prefix();
@@ -310,14 +327,12 @@ void RpHashIntermediateSm::KelCrpSet::KelCrp::doUpdateRpHash(bool add) {
   const Kel::Ptr<RpHashStatus> table = sm->rpHashStatus();
   const Kel::Ptr<RpCompute> compute = sm->crpCompute();
   const Mode mode = sm->pimMode();
-  try {
+  // Damage in the per-group table ends the walk there; the per-prefix entry is written anyway.
+  Mirra::tolerantRead(*table, [&] {
     forEachOverlappingKey(trace(), *table, prefix, [&](const Ipkit::IpGenPrefix& key) {
       doUpdateRpHashGuts(key, add, table, compute, rp, mode, algorithm);
     });
-  } catch (const Mirra::CorruptionDetectedException& corruption) {
-    // Already reported by the table as it raised it; handing it back acknowledges the report.
-    table->corruptionDetected(corruption.what());
-  }
+  });
   doUpdateRpHashGuts(prefix, add, sm->rpPrefixHashStatus(), compute, rp, mode, algorithm);
 }
 

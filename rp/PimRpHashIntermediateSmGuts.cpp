@@ -1,5 +1,7 @@
 // The two writers of one RP hash entry, shared by the candidate path and the algorithm change.
 
+#include <ios>
+
 #include "framework/Kel/Trace.h"
 #include "rp/PimRpHashIntermediateSm.h"
 
@@ -7,20 +9,15 @@ namespace Routing {
 namespace Pim {
 namespace {
 
-const Kel::TraceFile& trace() {
-  static const Kel::TraceFile& file = Kel::TraceFile::named("PimRpHashSm");
-  return file;
-}
+KEL_TRACE_FILE(trace, "PimRpHashSm")
 
-// The parameter types are spelled as the table and compute handles are known to readers of the
-// traces, which the compiler's rendering of Kel::Ptr<...> would not give.
-const char kUpdateSignature[] =
+// The signatures that open the entry traces, spelled as the messages give them whatever the
+// compiler would print.
+// The table and compute handles are spelled as their readers know them.
+const char kDoUpdateRpHashGuts[] =
     "void Routing::Pim::doUpdateRpHashGuts(const Ipkit::IpGenPrefix&, bool, "
     "Routing::Pim::RpHashStatus::Ptr, Routing::Pim::RpCompute::Ptr, Ipkit::IpGenAddr, "
     "Routing::Pim::Mode, Routing::Pim::RpHashAlgorithm)";
-
-const char* trueOrFalse(bool value) { return value ? "true" : "false"; }
-const char* pythonBool(bool value) { return value ? "True" : "False"; }
 
 // Steps shared by both writers; `caller` names the writer in its traces.
 void doWriteEntry(const char* caller, const Ipkit::IpGenPrefix& prefix, RpHashStatus& table,
@@ -34,7 +31,7 @@ void doWriteEntry(const char* caller, const Ipkit::IpGenPrefix& prefix, RpHashSt
   KEL_TRACE(trace(), 5,
             caller << ": RP for group " << prefix << " is " << info.address() << " with priority "
                    << info.priority() << " and hashmask length " << info.hashMaskLen()
-                   << " with override flag as " << pythonBool(info.override()) << " and mode "
+                   << " with override flag as " << boolToStrep(info.override()) << " and mode "
                    << info.mode());
   const RpHash entry(prefix, info);
   KEL_TRACE(trace(), 5, caller << ": Adding " << entry);
@@ -52,8 +49,8 @@ void doUpdateRpHashGuts(const Ipkit::IpGenPrefix& prefix, bool add, Kel::Ptr<RpH
                         Kel::Ptr<RpCompute> compute, Ipkit::IpGenAddr rp, Mode mode,
                         RpHashAlgorithm algorithm) {
   KEL_TRACE(trace(), 9,
-            kUpdateSignature << " ( " << prefix << ", " << trueOrFalse(add) << ", " << rp << ", "
-                             << mode << ", " << algorithm << " )");
+            kDoUpdateRpHashGuts << " ( " << prefix << ", " << std::boolalpha << add << ", " << rp
+                                << ", " << mode << ", " << algorithm << " )");
   if (add) {
     doAddRpHashGuts(prefix, table, compute, mode);
     return;
@@ -61,7 +58,7 @@ void doUpdateRpHashGuts(const Ipkit::IpGenPrefix& prefix, bool add, Kel::Ptr<RpH
   const RpHash current = table->rpHash(prefix);
   if (current.address() != rp && algorithm != rpHashAlgorithmModulo) return;
   KEL_TRACE(trace(), 5,
-            kUpdateSignature << "Removing RP " << current.address() << " for group " << prefix);
+            kDoUpdateRpHashGuts << "Removing RP " << current.address() << " for group " << prefix);
   doWriteEntry("doUpdateRpHashGuts", prefix, *table, *compute, mode);
 }
 

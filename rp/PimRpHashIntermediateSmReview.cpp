@@ -2,14 +2,29 @@
 // slices that work it off.
 
 #include "framework/Kel/System.h"
-#include "framework/Mirra/CorruptionDetectedException.h"
+#include "framework/Mirra/TolerantRead.h"
 #include "rp/PimRpHashIntermediateSm.h"
 
 namespace Routing {
 namespace Pim {
+namespace {
+
+// The signatures that open the entry traces, spelled as the messages give them whatever the
+// compiler would print.
+const char kHandleGroup[] =
+    "void Routing::Pim::RpHashIntermediateSm::handleGroup(const Ipkit::IpGenAddr&)";
+const char kHandleGroupAll[] = "void Routing::Pim::RpHashIntermediateSm::handleGroup()";
+const char kDoKickReview[] = "void Routing::Pim::RpHashIntermediateSm::doKickReview()";
+const char kDoReview[] = "void Routing::Pim::RpHashIntermediateSm::doReview()";
+const char kHandleRpHashAlgorithm[] =
+    "void Routing::Pim::RpHashIntermediateSm::handleRpHashAlgorithm()";
+const char kDoRemoveExtraRpHashGroups[] =
+    "void Routing::Pim::RpHashIntermediateSm::doRemoveExtraRpHashGroups()";
+
+}  // namespace
 
 void RpHashIntermediateSm::handleGroup(const Ipkit::IpGenAddr& group) {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__ << "( " << group << " )");
+  KEL_TRACE(trace(), 9, kHandleGroup << "( " << group << " )");
   // A queue that is not empty already has a series of slices under way.
   if (changedGroup_.empty()) doKickReview();
   const bool present = groupMrt()->group().contains(group);
@@ -20,24 +35,21 @@ void RpHashIntermediateSm::handleGroup(const Ipkit::IpGenAddr& group) {
 }
 
 void RpHashIntermediateSm::handleGroup() {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, kHandleGroupAll);
   if (!initialized_) return;
   const auto groups = groupMrt();
-  try {
+  // Entries past damage in the table wait for the next full pass.
+  Mirra::tolerantRead(*rpHashStatus_, [&] {
     for (const RpHash& entry : rpHashStatus_->rpHash()) {
       const Ipkit::IpGenAddr& group = entry.key().address();
       if (!groups->group().contains(group)) changedGroupIs(group, false);
     }
-  } catch (const Mirra::CorruptionDetectedException& corruption) {
-    // Reported as raised; handing it back acknowledges it. Entries past the damage wait for the
-    // next full pass.
-    rpHashStatus_->corruptionDetected(corruption.what());
-  }
+  });
   doKickReviewForAllGroups();
 }
 
 void RpHashIntermediateSm::doKickReview() {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, kDoKickReview);
   // Without a timer (reviewTimerDel) nothing is scheduled until one is set again.
   if (!initialized_ || !reviewTimer_) return;
   if (!reviewTimer_->reviewPending()) reviewTimer_->doUpdateNextReview();
@@ -60,7 +72,7 @@ RpHash RpHashIntermediateSm::doReviewEntry(const Ipkit::IpGenAddr& group) {
 }
 
 void RpHashIntermediateSm::doReview() {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, kDoReview);
   const double deadline = Kel::System::currentTime() + backlogQuantum_;
   auto at = changedGroup_.begin();
   if (bookmark_ != Ipkit::IpGenAddr()) {
@@ -76,7 +88,8 @@ void RpHashIntermediateSm::doReview() {
       const RpHash entry = doReviewEntry(group);
       KEL_TRACE(trace(), 4, "doReview: Adding " << entry);
       rpHashStatus_->rpHashIs(entry);
-      // A write lost on the way to the shared table is written once more.
+      // The write notifies before it returns, and a reader woken by it may delete the entry
+      // again; reading it back and writing it once more leaves the group with its entry.
       if (rpHashStatus_->rpHash(key) == RpHash()) rpHashStatus_->rpHashIs(entry);
     } else {
       KEL_TRACE(trace(), 4, "doReview: Deleting group " << key);
@@ -102,25 +115,23 @@ void RpHashIntermediateSm::doReview() {
 }
 
 void RpHashIntermediateSm::handleRpHashAlgorithm() {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__ << " : " << rpConfig()->rpHashAlgorithm());
+  KEL_TRACE(trace(), 9, kHandleRpHashAlgorithm << " : " << rpConfig()->rpHashAlgorithm());
   doProcessCrpSets();
   doKickReviewForAllGroups();
 }
 
 void RpHashIntermediateSm::doRemoveExtraRpHashGroups() {
-  KEL_TRACE(trace(), 9, __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, kDoRemoveExtraRpHashGroups);
   const auto groups = groupMrt();
-  try {
+  // Damage in the table ends the clean-up there.
+  Mirra::tolerantRead(*rpHashStatus_, [&] {
     for (const RpHash& entry : rpHashStatus_->rpHash()) {
       const Ipkit::IpGenPrefix& key = entry.key();
       if (groups->group().contains(key.address())) continue;
       KEL_TRACE(trace(), 5, "doRemoveExtraRpHashGroups: Deleting group " << key);
       rpHashStatus_->rpHashDel(key);
     }
-  } catch (const Mirra::CorruptionDetectedException& corruption) {
-    // Already reported by the table as it raised it; handing it back acknowledges the report.
-    rpHashStatus_->corruptionDetected(corruption.what());
-  }
+  });
 }
 
 void RpHashIntermediateSm::reviewTimerIs(Kel::Clock::NotifieeConst* clock, float fillInterval,

@@ -1,7 +1,9 @@
 #include "rp/PimRpHashSm.h"
 
+#include "framework/Kel/Assert.h"
 #include "framework/Kel/Exception.h"
-#include "framework/Mirra/CorruptionDetectedException.h"
+#include "framework/Kel/Trace.h"
+#include "framework/Mirra/TolerantRead.h"
 #include "rp/PimRpSourceRule.h"
 
 namespace Routing {
@@ -10,7 +12,8 @@ namespace {
 
 const char kClassName[] = "Routing::Pim::RpHashSm";
 
-// The entry signatures as the traces print them, independent of the compiler's own spelling.
+// The signatures that open the entry traces, spelled as the messages give them whatever the
+// compiler would print.
 const char kHandleStaticHashAll[] = "void Routing::Pim::RpHashSm::handleStaticHash()";
 const char kHandleStaticHash[] =
     "void Routing::Pim::RpHashSm::handleStaticHash(const Ipkit::IpGenPrefix&)";
@@ -27,14 +30,9 @@ const char kHandleInitialized[] = "void Routing::Pim::RpHashSm::handleInitialize
 const char kDoRemoveExtraRpHashGroups[] =
     "void Routing::Pim::RpHashSm::doRemoveExtraRpHashGroups()";
 
-const char* trueFalse(bool value) { return value ? "True" : "False"; }
-
 }  // namespace
 
-const Kel::TraceFile& RpHashSm::trace() {
-  static const Kel::TraceFile& file = Kel::TraceFile::named("PimRpHashSm");
-  return file;
-}
+KEL_TRACE_FILE(RpHashSm::trace, "PimRpHashSm")
 
 // ---- KelStaticHash / KelBsrHash -----------------------------------------------------------------
 
@@ -64,7 +62,8 @@ void RpHashSm::KelBsrHash::onRpHash(const Ipkit::IpGenPrefix& prefix) {
 RpHashSm::RpHashSm(Mode pimMode, const Kel::PtrConst<RpHashStatus>& staticHash,
                    const Kel::PtrConst<RpHashStatus>& bsrHash,
                    const Kel::Ptr<RpHashStatus>& rpHashStatus,
-                   const Kel::Ptr<BitMapper::Config>& rpBitMapConfig)
+                   const Kel::Ptr<BitMapper::Config>& rpBitMapConfig,
+                   const Kel::PtrConst<EmbeddedRpStatus>& embeddedRp)
     : pimMode_(pimMode),
       staticHash_(staticHash),
       bsrHash_(bsrHash),
@@ -75,37 +74,24 @@ RpHashSm::RpHashSm(Mode pimMode, const Kel::PtrConst<RpHashStatus>& staticHash,
   Kel::requireEntity(rpHashStatus, kClassName, "rpHashStatus");
   kelStaticHash_.is(Kel::Ptr<KelStaticHash>(new KelStaticHash(this, staticHash_)));
   kelBsrHash_.is(Kel::Ptr<KelBsrHash>(new KelBsrHash(this, bsrHash_)));
+  KEL_ASSERT(trace(), !embeddedRp || pimMode != modePimBidir);
+  if (embeddedRp) kelEmbeddedRp_.is(Kel::Ptr<KelEmbeddedRp>(new KelEmbeddedRp(this, embeddedRp)));
   handleStaticHash();
   handleBsrHash();
+  handleEmbeddedRp();
   handleInitialized();
 }
-
-namespace {
-
-// Runs one positioning step of a walk over table; false, after handing the corruption to the
-// table's handler (which acknowledges the report the failed read made), when the step met damage.
-template <class Step>
-bool walkStep(const RpHashStatus& table, Step&& step) {
-  try {
-    step();
-    return true;
-  } catch (const Mirra::CorruptionDetectedException& corruption) {
-    table.corruptionDetected(corruption.what());
-    return false;
-  }
-}
-
-}  // namespace
 
 template <class Handle>
 void RpHashSm::doWalk(const RpHashStatus& table, Handle&& handle) {
   const RpHashStatus::Table& entries = table.rpHash();
   RpHashStatus::Table::Iterator at = entries.end();
-  if (!walkStep(table, [&] { at = entries.begin(); })) return;
+  // Only the steps are read tolerantly: damage ends the walk, the handler's own reads are its own.
+  if (!Mirra::tolerantRead(table, [&] { at = entries.begin(); })) return;
   // The iterator steps past the key it holds, so the handler may delete that key's entry.
   while (!at.atEnd()) {
     handle(at->key());
-    if (!walkStep(table, [&] { ++at; })) return;
+    if (!Mirra::tolerantRead(table, [&] { ++at; })) return;
   }
 }
 
@@ -116,13 +102,14 @@ void RpHashSm::handleStaticHash() {
 
 void RpHashSm::handleStaticHash(const Ipkit::IpGenPrefix& prefix) {
   KEL_TRACE(trace(), 8, kHandleStaticHash << "( " << prefix << " )");
+  if (doEmbeddedRpServes(prefix, "handleStaticHash")) return;
   const RpHash staticEntry = staticHash_->rpHash(prefix);
   const RpHash bsrEntry = bsrHash_->rpHash(prefix);
   bool override = false;
   if (rpHashPresent(staticEntry)) {
     override = staticEntry.override();
     KEL_TRACE(trace(), 5,
-              "Static RP " << staticEntry.address() << " has override " << trueFalse(override));
+              "Static RP " << staticEntry.address() << " has override " << boolToStrep(override));
   }
   if (!rpHashUsable(staticEntry)) {
     handleStaticHashDel(prefix);
@@ -136,7 +123,7 @@ void RpHashSm::handleStaticHash(const Ipkit::IpGenPrefix& prefix) {
   // The BSR entry is usable here, so it exists.
   KEL_TRACE(trace(), 5,
             "Updating RP Hash to BSR entry since BSR entry exists and override is "
-                << trueFalse(override));
+                << boolToStrep(override));
   rpHashIs(bsrEntry);
 }
 
@@ -147,6 +134,7 @@ void RpHashSm::handleBsrHash() {
 
 void RpHashSm::handleBsrHash(const Ipkit::IpGenPrefix& prefix) {
   KEL_TRACE(trace(), 9, kHandleBsrHash << " ( " << prefix << " )");
+  if (doEmbeddedRpServes(prefix, "handleBsrHash")) return;
   const RpHash staticEntry = staticHash_->rpHash(prefix);
   const RpHash bsrEntry = bsrHash_->rpHash(prefix);
   // The flag alone decides here, whether or not the static entry names an RP (invariant 5).
@@ -232,6 +220,7 @@ void RpHashSm::doRemoveExtraRpHashGroups() {
   KEL_TRACE(trace(), 9, kDoRemoveExtraRpHashGroups);
   doWalk(*rpHashStatus_, [this](const Ipkit::IpGenPrefix& key) {
     if (rpHashPresent(staticHash_->rpHash(key)) || rpHashPresent(bsrHash_->rpHash(key))) return;
+    if (embeddedRp() && rpHashPresent(embeddedRp()->entry(key))) return;
     KEL_TRACE(trace(), 5, "doRemoveExtraRpHashGroups: Deleting group " << key);
     rpHashDel(key);
   });
@@ -250,9 +239,10 @@ void RpHashSm::doDeallocRequest(const Ipkit::IpGenAddr& address) {
 Kel::Ptr<RpHashSm> rpHashSmFactory(Mode pimMode, const Kel::PtrConst<RpHashStatus>& staticHash,
                                    const Kel::PtrConst<RpHashStatus>& bsrHash,
                                    const Kel::Ptr<RpHashStatus>& rpHashStatus,
-                                   const Kel::Ptr<BitMapper::Config>& rpBitMapConfig) {
+                                   const Kel::Ptr<BitMapper::Config>& rpBitMapConfig,
+                                   const Kel::PtrConst<EmbeddedRpStatus>& embeddedRp) {
   return Kel::Ptr<RpHashSm>(
-      new RpHashSm(pimMode, staticHash, bsrHash, rpHashStatus, rpBitMapConfig));
+      new RpHashSm(pimMode, staticHash, bsrHash, rpHashStatus, rpBitMapConfig, embeddedRp));
 }
 
 }  // namespace Pim

@@ -27,11 +27,16 @@
 //     This asymmetry is deliberate.
 //  6. Falling back to the static entry when the BSR entry goes ignores the override flag: it is the
 //     only candidate left.
+//  7. With an embedded-RP status (a sparse-mode merge of per-group tables only), a group that uses
+//     its embedded RP has the status's entry in the final table, whatever the two inputs hold:
+//     their changes for that key write nothing, and when the group stops using it the rule above
+//     decides the key again. Without one, or with a status that holds no group, the merge is the
+//     two-input merge above, traces included.
 //
 // The walks over a whole table (handleStaticHash(), handleBsrHash(), doRemoveExtraRpHashGroups())
-// use the table's own iteration. A corruption that the walk meets while reading the walked table
-// is handed to that table's corruption handler and ends the walk; a corruption raised by a lookup
-// of another table propagates to the caller.
+// use the table's own iteration. A corruption that the walk's own steps meet is handed back to
+// the walked table (Mirra::tolerantRead) and ends the walk; a corruption raised by a lookup in a
+// handler propagates to the caller.
 //
 // Traces go to the trace file "PimRpHashSm": 9 entry of the passes and of the writers, request
 // bookkeeping and ignored entries; 8 entry of the per-prefix static handler; 5 decisions and
@@ -46,6 +51,7 @@
 #include "model/Pim/PimTypes.h"
 #include "model/Pim/RpHash.h"
 #include "model/Pim/RpHashStatus.h"
+#include "rp/PimEmbeddedRpStatus.h"
 
 namespace Routing {
 namespace Pim {
@@ -66,13 +72,24 @@ class RpHashSm : public Kel::ReactorOwner {
     void onRpHash(const Ipkit::IpGenPrefix& prefix) override;
   };
 
-  // Watches both inputs, then reconciles the final table with them: every static prefix, every
-  // BSR prefix, then removal of the final entries that neither input holds.
+  // Forwards every change of a group's use of its embedded RP to handleEmbeddedRp(host prefix).
+  class KelEmbeddedRp : public Kel::NestedReactor<RpHashSm, EmbeddedRpStatus::NotifieeConst> {
+   public:
+    KelEmbeddedRp(RpHashSm* owner, const Kel::PtrConst<EmbeddedRpStatus>& embeddedRp);
+    void onGroup(const Ipkit::IpGenAddr& group) override;
+  };
+
+  // Watches the inputs, then reconciles the final table with them: every static prefix, every
+  // BSR prefix, every group using its embedded RP, then removal of the final entries that no
+  // input holds.
   // REQUIRES: staticHash, bsrHash and rpHashStatus present (else the null-mutator refusal);
-  // rpBitMapConfig may be null, and then no requests are made.
+  // rpBitMapConfig may be null, and then no requests are made; embeddedRp may be null, and is
+  // given only to a merge of per-group tables whose pimMode is not modePimBidir (else the
+  // assertion "!embeddedRp || pimMode != modePimBidir").
   RpHashSm(Mode pimMode, const Kel::PtrConst<RpHashStatus>& staticHash,
            const Kel::PtrConst<RpHashStatus>& bsrHash, const Kel::Ptr<RpHashStatus>& rpHashStatus,
-           const Kel::Ptr<BitMapper::Config>& rpBitMapConfig);
+           const Kel::Ptr<BitMapper::Config>& rpBitMapConfig,
+           const Kel::PtrConst<EmbeddedRpStatus>& embeddedRp = nullptr);
   // Detaching from both inputs is the nested reactors' own; the final table stays as it is.
 
   Mode pimMode() const { return pimMode_; }
@@ -80,6 +97,7 @@ class RpHashSm : public Kel::ReactorOwner {
   const Kel::PtrConst<RpHashStatus>& bsrHash() const { return bsrHash_; }
   const Kel::Ptr<RpHashStatus>& rpHashStatus() const { return rpHashStatus_; }
   const Kel::Ptr<BitMapper::Config>& rpBitMapConfig() const { return rpBitMapConfig_; }
+  Kel::PtrConst<EmbeddedRpStatus> embeddedRp() const;
   bool initialized() const { return initialized_; }
 
   // Runs handleStaticHash(prefix) for every entry of the static table.
@@ -94,6 +112,10 @@ class RpHashSm : public Kel::ReactorOwner {
   void handleStaticHashDel(const Ipkit::IpGenPrefix& prefix);
   // The BSR entry of prefix is gone or has no RP: fall back to a usable static entry, or delete.
   void handleBsrHashDel(const Ipkit::IpGenPrefix& prefix);
+  // Runs handleEmbeddedRp(prefix) for every group using its embedded RP.
+  void handleEmbeddedRp();
+  // Writes the final entry of prefix after its group started or stopped using its embedded RP.
+  void handleEmbeddedRp(const Ipkit::IpGenPrefix& prefix);
 
   // Writes entry to the final table with its allocation requests (invariant 3); an entry of the
   // wrong mode is ignored.
@@ -108,12 +130,15 @@ class RpHashSm : public Kel::ReactorOwner {
  private:
   static const Kel::TraceFile& trace();
   // Walks every key of table in its order, calling handle(key); a corruption met by the walk's
-  // own reads of table is handed to table's corruption handler and ends the walk.
+  // own steps is handed back to table and ends the walk.
   template <class Handle>
   static void doWalk(const RpHashStatus& table, Handle&& handle);
   // One input no longer gives prefix an RP: the usable entry of `other` takes its place in the
   // final table, or the final entry goes. `handler` names the caller in the traces.
   void doFallBack(const Ipkit::IpGenPrefix& prefix, const RpHashStatus& other, const char* handler);
+  // Whether the group of prefix uses its embedded RP, which then keeps its final entry (invariant
+  // 7); `handler` names the caller in the trace.
+  bool doEmbeddedRpServes(const Ipkit::IpGenPrefix& prefix, const char* handler) const;
   // Writes the key then raises the counter of one request for address.
   void doAllocRequest(const Ipkit::IpGenAddr& address);
   void doDeallocRequest(const Ipkit::IpGenAddr& address);
@@ -127,12 +152,14 @@ class RpHashSm : public Kel::ReactorOwner {
 
   Kel::NestedReactorPtr<KelStaticHash> kelStaticHash_;
   Kel::NestedReactorPtr<KelBsrHash> kelBsrHash_;
+  Kel::NestedReactorPtr<KelEmbeddedRp> kelEmbeddedRp_;
 };
 
 Kel::Ptr<RpHashSm> rpHashSmFactory(Mode pimMode, const Kel::PtrConst<RpHashStatus>& staticHash,
                                    const Kel::PtrConst<RpHashStatus>& bsrHash,
                                    const Kel::Ptr<RpHashStatus>& rpHashStatus,
-                                   const Kel::Ptr<BitMapper::Config>& rpBitMapConfig);
+                                   const Kel::Ptr<BitMapper::Config>& rpBitMapConfig,
+                                   const Kel::PtrConst<EmbeddedRpStatus>& embeddedRp = nullptr);
 
 }  // namespace Pim
 }  // namespace Routing

@@ -5,12 +5,22 @@
 
 #include "framework/Kel/Assert.h"
 #include "framework/Kel/Exception.h"
+#include "framework/Kel/Trace.h"
 
 namespace Routing {
 namespace Pim {
 namespace {
 
 constexpr const char* kClassName = "Routing::Pim::RpLocalSm";
+
+// The signatures that open the entry traces, spelled as the messages give them whatever the
+// compiler would print.
+const char kIsLocal[] =
+    "const Ipkit::IntfId Routing::Pim::RpLocalSm::isLocal(const Ipkit::IpGenAddr&) const";
+const char kHandleInitialized[] = "void Routing::Pim::RpLocalSm::handleInitialized()";
+const char kHandleChangedRoute[] =
+    "void Routing::Pim::RpLocalSm::handleChangedRoute(const Ipkit::IpGenPrefix&)";
+const char kDoRemoveExtraLocalRpSet[] = "void Routing::Pim::RpLocalSm::doRemoveExtraLocalRpSet()";
 
 bool isHostRoute(const Ipkit::IpGenPrefix& prefix) {
   return (prefix.af() == Ipkit::ipv4() && prefix.len() == 32) ||
@@ -19,10 +29,7 @@ bool isHostRoute(const Ipkit::IpGenPrefix& prefix) {
 
 }  // namespace
 
-const Kel::TraceFile& RpLocalSm::trace() {
-  static const Kel::TraceFile& file = Kel::TraceFile::named("PimRpCompute");
-  return file;
-}
+KEL_TRACE_FILE(RpLocalSm::trace, "PimRpCompute")
 
 // The parameters are named apart from the accessors so that the assertion reads them.
 RpLocalSm::RpLocalSm(const Kel::PtrConst<RpCandidateStatus>& staticStatus,
@@ -124,9 +131,7 @@ void RpLocalSm::doTrackTrie(Ipkit::AddressFamily af) {
 // --- The decision --------------------------------------------------------------------------
 
 Ipkit::IntfId RpLocalSm::isLocal(const Ipkit::IpGenAddr& addr) const {
-  KEL_TRACE(trace(), 9,
-            "const Ipkit::IntfId Routing::Pim::RpLocalSm::isLocal(const Ipkit::IpGenAddr&) const"
-                << addr);
+  KEL_TRACE(trace(), 9, kIsLocal << addr);
   if (addr.af() != Ipkit::ipv4() && addr.af() != Ipkit::ipv6()) {
     KEL_ASSERT(trace(), 0 && "Unknown Address Family");
   }
@@ -167,17 +172,17 @@ bool RpLocalSm::doHasRoute(const Ipkit::IpGenPrefix& prefix) const {
 }
 
 void RpLocalSm::handleInitialized() {
-  KEL_TRACE(trace(), 9, "void Routing::Pim::RpLocalSm::handleInitialized()");
+  KEL_TRACE(trace(), 9, kHandleInitialized);
   if (!uribShadow_ && !urib6Shadow_) return;
   if (!localRpStatus_->localRpSet().empty()) doRemoveExtraLocalRpSet();
   initialized_ = true;
   doScanCrpSets<CrpSource::staticRp>();
   doScanCrpSets<CrpSource::bsrRp>();
+  doScanEmbeddedRps();
 }
 
 void RpLocalSm::handleChangedRoute(const Ipkit::IpGenPrefix& prefix) {
-  KEL_TRACE(trace(), 9,
-            "void Routing::Pim::RpLocalSm::handleChangedRoute(const Ipkit::IpGenPrefix&)");
+  KEL_TRACE(trace(), 9, kHandleChangedRoute);
   if (!isHostRoute(prefix)) return;
   const Ipkit::IpGenAddr& addr = prefix.address();
   if (!doHasRoute(prefix)) {
@@ -188,7 +193,8 @@ void RpLocalSm::handleChangedRoute(const Ipkit::IpGenPrefix& prefix) {
   }
   const Ipkit::IntfId intfId = isLocal(addr);
   if (!intfId.isNull()) {
-    if (rp(addr) != 0 && !localRpStatus_->localRpSet(addr)) doAddLocalRp(addr, intfId);
+    const bool candidate = rp(addr) != 0 || doIsEmbeddedRp(addr);
+    if (candidate && !localRpStatus_->localRpSet(addr)) doAddLocalRp(addr, intfId);
     return;
   }
   if (!localRpStatus_->localRpSet(addr)) return;
@@ -197,7 +203,7 @@ void RpLocalSm::handleChangedRoute(const Ipkit::IpGenPrefix& prefix) {
 }
 
 void RpLocalSm::doRemoveExtraLocalRpSet() {
-  KEL_TRACE(trace(), 9, "void Routing::Pim::RpLocalSm::doRemoveExtraLocalRpSet()");
+  KEL_TRACE(trace(), 9, kDoRemoveExtraLocalRpSet);
   // The collection's iteration moves on correctly from a member deleted under it.
   for (const auto& [addr, info] : localRpStatus_->localRpSet()) {
     const Ipkit::IntfId intfId = isLocal(addr);

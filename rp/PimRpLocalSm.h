@@ -24,6 +24,10 @@
 //  4. isLocal changes nothing; corrupt shared-table reads make an address not local.
 //  5. The static and bootstrap sides run one implementation, told apart by CrpSource; both
 //     families run one implementation over their shadow's type.
+//  6. With an embedded-RP status set (embeddedRpStatusIs), an RP that some group uses as its
+//     embedded RP is a candidate as long as the status names it, counted apart from rp(addr): it
+//     enters localRpSet when local, and leaves it when neither the status nor a candidate set names
+//     it any more. Without one, nothing of this runs (PimRpLocalSmEmbedded.cpp).
 // Traces go to the trace file "PimRpCompute".
 
 #include <cstdint>
@@ -42,6 +46,7 @@
 #include "framework/Routing/TrieGen.h"
 #include "model/Pim/RpCandidateStatus.h"
 #include "model/Pim/RpLocalStatus.h"
+#include "rp/PimEmbeddedRpStatus.h"
 
 namespace Routing {
 namespace Pim {
@@ -106,6 +111,13 @@ class RpLocalSm : public Kel::ReactorOwner {
   using KelUribTrie = KelTrie;
   using KelUrib6Trie = KelTrie;
 
+  // Watches the RPs of the embedded-RP status (invariant 6).
+  class KelEmbeddedRp : public Kel::NestedReactor<RpLocalSm, EmbeddedRpStatus::NotifieeConst> {
+   public:
+    KelEmbeddedRp(RpLocalSm* owner, const Kel::PtrConst<EmbeddedRpStatus>& status);
+    void onRp(const Ipkit::IpGenAddr& addr) override;
+  };
+
   using RpCountCollection = Kel::HashCollection<Ipkit::IpGenAddr, U32>;
 
   // REQUIRES: localRpStatus present (else the assertion "localRpStatus()"). Either candidate
@@ -136,6 +148,11 @@ class RpLocalSm : public Kel::ReactorOwner {
   Kel::PtrConst<Routing::TrieGen> uribTrie() const;
   Kel::PtrConst<Routing::TrieGen> urib6Trie() const;
 
+  // The embedded-RP status whose RPs count as candidates (invariant 6); setting one checks each RP
+  // it names, null detaches.
+  Kel::PtrConst<EmbeddedRpStatus> embeddedRpStatus() const;
+  void embeddedRpStatusIs(const Kel::PtrConst<EmbeddedRpStatus>& status);
+
   // The candidate-set reference counts (invariant 1): rp(addr) (0 when absent), rpIs, rpInc and
   // rpDec (both return the count stored; rpDec wraps below zero), rpDel, rpDelAll.
   KEL_OWNED_COUNTER_COLLECTION(rp, RpCountCollection)
@@ -148,6 +165,8 @@ class RpLocalSm : public Kel::ReactorOwner {
   void handleChangedRoute(const Ipkit::IpGenPrefix& prefix);
   // Removes entries no longer local, local on another interface, or no longer a candidate.
   void doRemoveExtraLocalRpSet();
+  // The embedded-RP status started or stopped naming addr, or changed how many groups use it.
+  void handleEmbeddedRp(const Ipkit::IpGenAddr& addr);
 
  private:
   static const Kel::TraceFile& trace();
@@ -173,6 +192,9 @@ class RpLocalSm : public Kel::ReactorOwner {
   // Re-points the trie reactor of af at the trie its shadow holds now.
   void doTrackTrie(Ipkit::AddressFamily af);
   bool doIsCandidate(const Ipkit::IpGenAddr& addr) const;
+  // Whether the embedded-RP status names addr as the RP of a group in use.
+  bool doIsEmbeddedRp(const Ipkit::IpGenAddr& addr) const;
+  void doScanEmbeddedRps();
   void doAddLocalRp(const Ipkit::IpGenAddr& addr, const Ipkit::IntfId& intfId);
 
   const Kel::Ptr<RpLocalStatus> localRpStatus_;
@@ -182,6 +204,7 @@ class RpLocalSm : public Kel::ReactorOwner {
   Kel::NestedReactorPtr<KelUrib6Shadow> urib6Shadow_;
   Kel::NestedReactorPtr<KelUribTrie> uribTrie_;
   Kel::NestedReactorPtr<KelUrib6Trie> urib6Trie_;
+  Kel::NestedReactorPtr<KelEmbeddedRp> embeddedRp_;
   bool initialized_ = false;
 
   KEL_NESTED_REACTORS(staticCrpSet, RpLocalSm, KelStaticCrpSet, Ipkit::IpGenPrefix)

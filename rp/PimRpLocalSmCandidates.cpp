@@ -12,12 +12,17 @@ constexpr const char* sourceWord(RpLocalSm::CrpSource source) {
   return source == RpLocalSm::CrpSource::staticRp ? "static" : "BSR";
 }
 
+// The signatures that open the entry traces, spelled as the messages give them whatever the
+// compiler would print.
+const char kStaticSetHandleRpCandidate[] =
+    "void Routing::Pim::RpLocalSm::KelStaticCrpSet::handleRpCandidate(const Ipkit::IpGenAddr&)";
+const char kBsrSetHandleRpCandidate[] =
+    "void Routing::Pim::RpLocalSm::KelBsrCrpSet::handleRpCandidate(const Ipkit::IpGenAddr&)";
+
+// One implementation serves both sources; its entry trace names the reactor of the source.
 constexpr const char* setSignature(RpLocalSm::CrpSource source) {
-  return source == RpLocalSm::CrpSource::staticRp
-             ? "void Routing::Pim::RpLocalSm::KelStaticCrpSet::handleRpCandidate(const "
-               "Ipkit::IpGenAddr&)"
-             : "void Routing::Pim::RpLocalSm::KelBsrCrpSet::handleRpCandidate(const "
-               "Ipkit::IpGenAddr&)";
+  return source == RpLocalSm::CrpSource::staticRp ? kStaticSetHandleRpCandidate
+                                                  : kBsrSetHandleRpCandidate;
 }
 
 }  // namespace
@@ -113,6 +118,7 @@ void RpLocalSm::KelCrpSet<source>::handleRpCandidate(const Ipkit::IpGenAddr& add
   }
   if (sm.rpDec(addr, 1) != 0) return;  // another set still names it
   sm.rpDel(addr);
+  if (sm.doIsEmbeddedRp(addr)) return;  // a group still uses it as its embedded RP
   sm.localRpStatus()->localRpSetDel(addr);
   KEL_TRACE(trace(), 5, "Deleted RP " << addr << " from local RP information table");
 }
@@ -141,7 +147,7 @@ bool RpLocalSm::doIsCandidate(const Ipkit::IpGenAddr& addr) const {
       if (set->rp(addr)) return true;
     }
   }
-  return false;
+  return doIsEmbeddedRp(addr);
 }
 
 }  // namespace Pim

@@ -3,20 +3,24 @@
 #include "framework/Kel/Assert.h"
 #include "framework/Kel/Exception.h"
 #include "framework/Kel/System.h"
+#include "framework/Kel/Trace.h"
 
 namespace Routing {
 namespace Pim {
 namespace Static {
 namespace {
 
+// The signatures that open the entry traces, spelled as the messages give them whatever the
+// compiler would print.
+const char kHandleInitialize[] = "void Routing::Pim::Static::RpCandidateSm::handleInitialize()";
+const char kDoRemoveExtraStatusEntries[] =
+    "void Routing::Pim::Static::RpCandidateSm::doRemoveExtraStatusEntries()";
+
 const char kClassName[] = "Routing::Pim::Static::RpCandidateSm";
 
 }  // namespace
 
-const Kel::TraceFile& RpCandidateSm::trace() {
-  static const Kel::TraceFile& file = Kel::TraceFile::named("PimRpCandidateStaticSm");
-  return file;
-}
+KEL_TRACE_FILE(RpCandidateSm::trace, "PimRpCandidateStaticSm")
 
 // ---- KelRpConfig ------------------------------------------------------------------------------
 
@@ -82,7 +86,7 @@ Kel::Ptr<RpCandidateSm::KelRpStaticAclSm> RpCandidateSm::rpStaticAclSmIs(
 }
 
 void RpCandidateSm::handleInitialize() {
-  KEL_TRACE(trace(), 9, vrfTag() << __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, vrfTag() << kHandleInitialize);
   if (initialize_) return;
   crpStatus_->rpSetTypeIs(rpTypeStatic);
   if (statusSurvived_) {
@@ -100,7 +104,7 @@ Kel::Ptr<RpCandidate> RpCandidateSm::doCandidate(const Ipkit::IpGenPrefix& prefi
 }
 
 void RpCandidateSm::doRemoveExtraStatusEntries() {
-  KEL_TRACE(trace(), 9, vrfTag() << __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, vrfTag() << kDoRemoveExtraStatusEntries);
   for (const auto& [prefix, readOnlySet] : crpStatus_->crpSet()) {
     const auto set = crpStatus_->crpSetMutable(prefix);
     for (const auto& [rp, candidate] : set->rp()) {
@@ -165,8 +169,9 @@ void RpCandidateSm::doCandidateRelease(const Ipkit::IpGenAddr& rp,
   KEL_TRACE(trace(), 8, vrfTag() << "PrefixCounter for prefix " << prefix << " is " << count);
   // Another source (a second list, or a list and the explicit group) still gives the prefix.
   if (counts->counter(prefix) != 0) return;
+  // Only the counter of this prefix goes, although the message speaks of the RP's refcount
+  // object: that object stays, even empty, and goes only with the owner.
   counts->counterDel(prefix);
-  // The counts object itself stays, even empty: it goes only with the owner.
   KEL_TRACE(trace(), 8, vrfTag() << "Deleted refcount object for RP " << rp);
   const auto set = crpStatus_->crpSetMutable(prefix);
   if (!set) return;

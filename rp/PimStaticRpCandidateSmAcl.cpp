@@ -9,6 +9,18 @@
 namespace Routing {
 namespace Pim {
 namespace Static {
+namespace {
+
+// The signatures that open the entry traces, spelled as the messages give them whatever the
+// compiler would print.
+const char kAclSmHandleInitialize[] =
+    "void Routing::Pim::Static::RpCandidateSm::KelRpStaticAclSm::handleInitialize()";
+const char kAclSmHandlePrefix[] =
+    "void Routing::Pim::Static::RpCandidateSm::KelRpStaticAclSm::handlePrefix(const "
+    "Ipkit::IpGenPrefix&)";
+const char kDoBuildRpStaticAcl[] = "void Routing::Pim::Static::RpCandidateSm::doBuildRpStaticAcl()";
+
+}  // namespace
 
 RpCandidateSm::KelRpStaticAclSm::KelRpStaticAclSm(RpCandidateSm* owner,
                                                   const Kel::Ptr<RpStaticAcl>& rpStaticAcl)
@@ -32,7 +44,7 @@ void RpCandidateSm::KelRpStaticAclSm::initializeIs(bool initialize) {
 }
 
 void RpCandidateSm::KelRpStaticAclSm::handleInitialize() {
-  KEL_TRACE(trace(), 9, owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
+  KEL_TRACE(trace(), 9, owner()->vrfTag() << kAclSmHandleInitialize << " " << name());
   KEL_TRACE(trace(), 8, owner()->vrfTag() << "Acl name found in static RP config ");
   const auto aclConfig = owner()->aclConfig()->acl(name_);
   if (!aclConfig) return;
@@ -53,7 +65,7 @@ void RpCandidateSm::KelRpStaticAclSm::handleInitialize() {
 
 void RpCandidateSm::KelRpStaticAclSm::handlePrefix(const Ipkit::IpGenPrefix& prefix) {
   KEL_TRACE(trace(), 9,
-            owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
+            owner()->vrfTag() << kAclSmHandlePrefix << " " << name() << " ( " << prefix << " )");
   if (rpStaticAcl_->grpPrefix().contains(prefix)) {
     KEL_TRACE(trace(), 9, owner()->vrfTag() << "Group added to RpStaticAcl Map ");
     for (const auto& [rp, used] : rpStaticAcl_->rpAddr()) {
@@ -92,7 +104,7 @@ void RpCandidateSm::KelRpStaticAclSm::doPrefixEnter(const Ipkit::IpGenPrefix& pr
 }
 
 void RpCandidateSm::doBuildRpStaticAcl() {
-  KEL_TRACE(trace(), 9, vrfTag() << __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, vrfTag() << kDoBuildRpStaticAcl);
   for (const auto& [address, entry] : rpConfig_->rpTable()) {
     for (const auto& [name, used] : entry->acl()) {
       // rpStaticAclIs traces the creation; an existing object is left as it is.

@@ -8,9 +8,20 @@
 namespace Routing {
 namespace Pim {
 namespace Static {
+namespace {
+
+// The signatures that open the entry traces, spelled as the messages give them whatever the
+// compiler would print.
+const char kHandleAclConfigAll[] = "void Routing::Pim::Static::RpCandidateSm::handleAclConfig()";
+const char kHandleAclConfig[] =
+    "void Routing::Pim::Static::RpCandidateSm::handleAclConfig(const Kel::Name&)";
+const char kAclHandleCfg[] = "void Routing::Pim::Static::RpCandidateSm::KelAcl::handleCfg()";
+const char kAclHandleRule[] = "void Routing::Pim::Static::RpCandidateSm::KelAcl::handleRule()";
+
+}  // namespace
 
 void RpCandidateSm::handleAclConfig() {
-  KEL_TRACE(trace(), 9, vrfTag() << __PRETTY_FUNCTION__);
+  KEL_TRACE(trace(), 9, vrfTag() << kHandleAclConfigAll);
   for (const auto& [name, rpStaticAcl] : rpStaticAcl_) {
     if (!aclConfig_->acl(name)) continue;
     if (const auto reactor = rpStaticAclSm(name)) reactor->initializeIs(true);
@@ -18,7 +29,7 @@ void RpCandidateSm::handleAclConfig() {
 }
 
 void RpCandidateSm::handleAclConfig(const Kel::Name& name) {
-  KEL_TRACE(trace(), 9, vrfTag() << __PRETTY_FUNCTION__ << " ( " << name << " )");
+  KEL_TRACE(trace(), 9, vrfTag() << kHandleAclConfig << " ( " << name << " )");
   const auto rpStaticAcl = rpStaticAclMutable(name);
   if (!rpStaticAcl) return;
   const auto reactor = rpStaticAclSm(name);
@@ -74,12 +85,12 @@ void RpCandidateSm::KelAcl::onCurrCfg() {
 }
 
 void RpCandidateSm::KelAcl::handleCfg() {
-  KEL_TRACE(trace(), 9, owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
+  KEL_TRACE(trace(), 9, owner()->vrfTag() << kAclHandleCfg << " " << name());
   handleRule();
 }
 
 void RpCandidateSm::KelAcl::handleRule() {
-  KEL_TRACE(trace(), 9, owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
+  KEL_TRACE(trace(), 9, owner()->vrfTag() << kAclHandleRule << " " << name());
   const auto rpStaticAcl = owner()->rpStaticAclMutable(name_);
   // Without a current sub-configuration the list keeps what it permitted: a sub-configuration
   // being replaced must not take every prefix from its RPs and give them back a moment later.

@@ -9,14 +9,49 @@ namespace Pim {
 namespace Static {
 namespace {
 
-const char* trueFalse(bool value) { return value ? "True" : "False"; }
+// The signatures that open the entry traces, spelled as the messages give them whatever the
+// compiler would print.
+const char kHandleGroupAll[] =
+    "void Routing::Pim::Static::RpCandidateSm::KelRpEntry::handleGroup()";
+const char kHandleGroup[] =
+    "void Routing::Pim::Static::RpCandidateSm::KelRpEntry::handleGroup(const Ipkit::IpGenPrefix&)";
+const char kHandleAclAll[] = "void Routing::Pim::Static::RpCandidateSm::KelRpEntry::handleAcl()";
+const char kHandleAcl[] =
+    "void Routing::Pim::Static::RpCandidateSm::KelRpEntry::handleAcl(const Kel::String&)";
+const char kDoGroupAdd[] =
+    "void Routing::Pim::Static::RpCandidateSm::KelRpEntry::doGroupAdd(const Ipkit::IpGenPrefix&)";
+const char kDoGroupRemove[] =
+    "void Routing::Pim::Static::RpCandidateSm::KelRpEntry::doGroupRemove(const "
+    "Ipkit::IpGenPrefix&)";
+const char kDoAclAdd[] =
+    "void Routing::Pim::Static::RpCandidateSm::KelRpEntry::doAclAdd(const Kel::String&)";
+const char kDoAclRemove[] =
+    "void Routing::Pim::Static::RpCandidateSm::KelRpEntry::doAclRemove(const Kel::String&)";
+const char kHandleMode[] = "void Routing::Pim::Static::RpCandidateSm::KelRpEntry::handleMode()";
+const char kHandleDel[] = "void Routing::Pim::Static::RpCandidateSm::KelRpEntry::handleDel()";
+const char kHandlePriorityGrp[] =
+    "void Routing::Pim::Static::RpCandidateSm::KelRpEntry::handlePriorityGrp(const "
+    "Ipkit::IpGenPrefix&)";
+const char kHandleHashMaskGrp[] =
+    "void Routing::Pim::Static::RpCandidateSm::KelRpEntry::handleHashMaskGrp(const "
+    "Ipkit::IpGenPrefix&)";
+const char kHandleOverrideDynGrp[] =
+    "void Routing::Pim::Static::RpCandidateSm::KelRpEntry::handleOverrideDynGrp(const "
+    "Ipkit::IpGenPrefix&)";
+const char kHandlePriorityAcl[] =
+    "void Routing::Pim::Static::RpCandidateSm::KelRpEntry::handlePriorityAcl(const Kel::String&)";
+const char kHandleHashMaskAcl[] =
+    "void Routing::Pim::Static::RpCandidateSm::KelRpEntry::handleHashMaskAcl(const Kel::String&)";
+const char kHandleOverrideDynAcl[] =
+    "void Routing::Pim::Static::RpCandidateSm::KelRpEntry::handleOverrideDynAcl(const "
+    "Kel::String&)";
 
 // A value as the status traces show it: flags as True / False, numbers as numbers.
 template <class V>
 V shown(V value) {
   return value;
 }
-const char* shown(bool value) { return trueFalse(value); }
+Kel::String shown(bool value) { return boolToStrep(value); }
 
 // One of the three values an RP configures per group prefix and per access list: where the
 // entry keeps it, its "not configured" value, how a candidate takes it, and how it is traced.
@@ -68,7 +103,7 @@ RpCandidateSm::KelRpEntry::KelRpEntry(RpCandidateSm* owner, const Kel::PtrConst<
 }
 
 void RpCandidateSm::KelRpEntry::handleGroup() {
-  KEL_TRACE(trace(), 9, owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
+  KEL_TRACE(trace(), 9, owner()->vrfTag() << kHandleGroupAll << " " << name());
   const auto config = entry();
   if (!config) return;
   for (const auto& [prefix, present] : config->group()) {
@@ -88,21 +123,20 @@ void RpCandidateSm::KelRpEntry::handleGroup() {
 
 void RpCandidateSm::KelRpEntry::handleGroup(const Ipkit::IpGenPrefix& prefix) {
   KEL_TRACE(trace(), 9,
-            owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
+            owner()->vrfTag() << kHandleGroup << " " << name() << " ( " << prefix << " )");
   doFollowKey(prefix, &RpEntry::group, &KelRpEntry::doGroupAdd, &KelRpEntry::doGroupRemove);
 }
 
 void RpCandidateSm::KelRpEntry::handleAcl() {
-  KEL_TRACE(trace(), 9, owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
+  KEL_TRACE(trace(), 9, owner()->vrfTag() << kHandleAclAll << " " << name());
   const auto config = entry();
   if (!config) return;
   for (const auto& [name, present] : config->acl()) doAclAdd(name);
 }
 
 void RpCandidateSm::KelRpEntry::handleAcl(const Kel::String& name) {
-  KEL_TRACE(
-      trace(), 9,
-      owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << this->name() << " ( " << name << " )");
+  KEL_TRACE(trace(), 9,
+            owner()->vrfTag() << kHandleAcl << " " << this->name() << " ( " << name << " )");
   doFollowKey(name, &RpEntry::acl, &KelRpEntry::doAclAdd, &KelRpEntry::doAclRemove);
 }
 
@@ -131,7 +165,7 @@ void RpCandidateSm::KelRpEntry::doWriteGroupValues(const RpEntry& config, RpCand
 
 void RpCandidateSm::KelRpEntry::doGroupAdd(const Ipkit::IpGenPrefix& prefix) {
   KEL_TRACE(trace(), 9,
-            owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
+            owner()->vrfTag() << kDoGroupAdd << " " << name() << " ( " << prefix << " )");
   const auto config = entry();
   if (!config) return;
   owner()->doRefCountIs(rpAddr_, prefix);
@@ -144,14 +178,13 @@ void RpCandidateSm::KelRpEntry::doGroupAdd(const Ipkit::IpGenPrefix& prefix) {
 
 void RpCandidateSm::KelRpEntry::doGroupRemove(const Ipkit::IpGenPrefix& prefix) {
   KEL_TRACE(trace(), 9,
-            owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << name() << " ( " << prefix << " )");
+            owner()->vrfTag() << kDoGroupRemove << " " << name() << " ( " << prefix << " )");
   owner()->doCandidateRelease(rpAddr_, prefix);
 }
 
 void RpCandidateSm::KelRpEntry::doAclAdd(const Kel::String& name) {
-  KEL_TRACE(
-      trace(), 9,
-      owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << this->name() << " ( " << name << " )");
+  KEL_TRACE(trace(), 9,
+            owner()->vrfTag() << kDoAclAdd << " " << this->name() << " ( " << name << " )");
   const auto config = entry();
   if (!config) return;
   const auto rpStaticAcl = owner()->rpStaticAclIs(name);
@@ -177,9 +210,8 @@ void RpCandidateSm::KelRpEntry::doAclAdd(const Kel::String& name) {
 }
 
 void RpCandidateSm::KelRpEntry::doAclRemove(const Kel::String& name) {
-  KEL_TRACE(
-      trace(), 9,
-      owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << this->name() << " ( " << name << " )");
+  KEL_TRACE(trace(), 9,
+            owner()->vrfTag() << kDoAclRemove << " " << this->name() << " ( " << name << " )");
   const auto rpStaticAcl = owner()->rpStaticAclMutable(name);
   // Not counted for this RP, so there is nothing of the list's to give back.
   if (!rpStaticAcl || !rpStaticAcl->rpAddr().contains(rpAddr_)) return;
@@ -236,19 +268,28 @@ void RpCandidateSm::KelRpEntry::doAclValue(const Kind& kind, const char* signatu
   }
 }
 
-// The six value handlers are entry points only (their signatures name them in the traces).
-#define PIMRP_VALUE_HANDLER(handler, work, kind, Key) \
-  void RpCandidateSm::KelRpEntry::handler(const Key& key) { work(kind, __PRETTY_FUNCTION__, key); }
-PIMRP_VALUE_HANDLER(handlePriorityGrp, doGrpValue, kPriority, Ipkit::IpGenPrefix)
-PIMRP_VALUE_HANDLER(handleHashMaskGrp, doGrpValue, kHashMask, Ipkit::IpGenPrefix)
-PIMRP_VALUE_HANDLER(handleOverrideDynGrp, doGrpValue, kOverride, Ipkit::IpGenPrefix)
-PIMRP_VALUE_HANDLER(handlePriorityAcl, doAclValue, kPriority, Kel::String)
-PIMRP_VALUE_HANDLER(handleHashMaskAcl, doAclValue, kHashMask, Kel::String)
-PIMRP_VALUE_HANDLER(handleOverrideDynAcl, doAclValue, kOverride, Kel::String)
-#undef PIMRP_VALUE_HANDLER
+// The six value handlers are entry points only: their signatures name them in the traces.
+void RpCandidateSm::KelRpEntry::handlePriorityGrp(const Ipkit::IpGenPrefix& prefix) {
+  doGrpValue(kPriority, kHandlePriorityGrp, prefix);
+}
+void RpCandidateSm::KelRpEntry::handleHashMaskGrp(const Ipkit::IpGenPrefix& prefix) {
+  doGrpValue(kHashMask, kHandleHashMaskGrp, prefix);
+}
+void RpCandidateSm::KelRpEntry::handleOverrideDynGrp(const Ipkit::IpGenPrefix& prefix) {
+  doGrpValue(kOverride, kHandleOverrideDynGrp, prefix);
+}
+void RpCandidateSm::KelRpEntry::handlePriorityAcl(const Kel::String& name) {
+  doAclValue(kPriority, kHandlePriorityAcl, name);
+}
+void RpCandidateSm::KelRpEntry::handleHashMaskAcl(const Kel::String& name) {
+  doAclValue(kHashMask, kHandleHashMaskAcl, name);
+}
+void RpCandidateSm::KelRpEntry::handleOverrideDynAcl(const Kel::String& name) {
+  doAclValue(kOverride, kHandleOverrideDynAcl, name);
+}
 
 void RpCandidateSm::KelRpEntry::handleMode() {
-  KEL_TRACE(trace(), 9, owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
+  KEL_TRACE(trace(), 9, owner()->vrfTag() << kHandleMode << " " << name());
   const auto config = entry();
   if (!config) return;
   const Mode mode = config->mode();
@@ -261,7 +302,7 @@ void RpCandidateSm::KelRpEntry::handleMode() {
 }
 
 void RpCandidateSm::KelRpEntry::handleDel() {
-  KEL_TRACE(trace(), 9, owner()->vrfTag() << __PRETTY_FUNCTION__ << " " << name());
+  KEL_TRACE(trace(), 9, owner()->vrfTag() << kHandleDel << " " << name());
   const auto config = entry();
   KEL_ASSERT(trace(), config);
   for (const auto& [prefix, present] : config->group()) doGroupRemove(prefix);

@@ -34,9 +34,11 @@ for expected in \
   '\./usr/include/pimrp/framework/Kel/Ptr\.h' \
   '\./usr/include/pimrp/model/Pim/RpCandidateStatus\.h' \
   '\./usr/include/pimrp/rp/PimRpCompute\.h' \
+  '\./usr/include/pimrp/pipeline/VrfPipeline\.h' \
   '\./usr/lib/(.+/)?libpimrp_framework\.a' \
   '\./usr/lib/(.+/)?libpimrp_model\.a' \
   '\./usr/lib/(.+/)?libpimrp_rp\.a' \
+  '\./usr/lib/(.+/)?libpimrp_pipeline\.a' \
   '\./usr/lib/(.+/)?cmake/pimrp/pimrpConfig\.cmake' \
   '\./usr/lib/(.+/)?cmake/pimrp/pimrpConfigVersion\.cmake' \
   '\./usr/lib/(.+/)?cmake/pimrp/pimrpTargets\.cmake'; do
@@ -63,6 +65,11 @@ found=$(sed -n 's/^pimrp_DIR:PATH=//p' "$scratch/consumer/CMakeCache.txt")
 [[ $found == "$scratch/root/usr/"* ]] || fail "find_package(pimrp) found '$found', not the unpacked package"
 cmake --build "$scratch/consumer" >/dev/null
 "$scratch/consumer/pimrp_consumer" || fail "the consumer built against the package gave a wrong answer"
+for mode in settles agent-and-reader; do
+  tests/examples/run_examples.sh "$mode" "$scratch/consumer/examples/rp_agent" \
+    "$scratch/consumer/examples/rp_reader" "$scratch/root/usr/bin/pimrp" examples ||
+    fail "the examples built against the package ($mode) did not answer as expected"
+done
 
 if ((failures > 0)); then
   echo "package-check: FAILED ($failures)" >&2

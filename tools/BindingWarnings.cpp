@@ -36,8 +36,8 @@ std::string candidateValues(const RpCandidate& candidate) {
          ", " + (candidate.override() ? "override" : "no override");
 }
 
-std::vector<std::string> listsGiving(const FamilyWiring& ipv4, const Ipkit::IpGenAddr& rp,
-                                     const Ipkit::IpGenPrefix& range) {
+std::vector<std::string> listsGiving(const PimrpPipeline::FamilyWiring& ipv4,
+                                     const Ipkit::IpGenAddr& rp, const Ipkit::IpGenPrefix& range) {
   std::vector<std::string> lists;
   const auto entry = ipv4.staticConfig()->rpTable(rp);
   if (!entry) return lists;

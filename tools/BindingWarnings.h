@@ -26,20 +26,20 @@
 #include "framework/Ipkit/IpGenAddr.h"
 #include "framework/Ipkit/IpGenPrefix.h"
 #include "model/Pim/RpCandidate.h"
-#include "tools/FamilyWiring.h"
+#include "pipeline/FamilyWiring.h"
 #include "tools/Statement.h"
 
 namespace PimrpTool {
 
 // The access lists of IPv4 RP `rp` that give it `range`, in name order.
-std::vector<std::string> listsGiving(const FamilyWiring& ipv4, const Ipkit::IpGenAddr& rp,
-                                     const Ipkit::IpGenPrefix& range);
+std::vector<std::string> listsGiving(const PimrpPipeline::FamilyWiring& ipv4,
+                                     const Ipkit::IpGenAddr& rp, const Ipkit::IpGenPrefix& range);
 // A candidate's values as a warning names them: "priority 5, hash mask 30, no override".
 std::string candidateValues(const Routing::Pim::RpCandidate& candidate);
 
 class BindingWarnings {
  public:
-  explicit BindingWarnings(const FamilyWiring& ipv4) : ipv4_(ipv4) {}
+  explicit BindingWarnings(const PimrpPipeline::FamilyWiring& ipv4) : ipv4_(ipv4) {}
 
   // REQUIRES: the statement reaches the library at once (not collected in a run of rules).
   void before(const Statement& statement);
@@ -62,7 +62,7 @@ class BindingWarnings {
   void addLeftUnset(const std::string& removed, const Ipkit::IpGenAddr& rp,
                     const Ipkit::IpGenPrefix& range, std::vector<std::string>& warnings) const;
 
-  const FamilyWiring& ipv4_;
+  const PimrpPipeline::FamilyWiring& ipv4_;
   // What before() saw that after() compares with.
   std::set<Binding> boundTwice_;
   std::vector<Ipkit::IpGenPrefix> listRanges_;

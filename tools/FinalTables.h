@@ -1,7 +1,6 @@
 #pragma once
-// PimrpTool::FinalTables: a session's final tables as the what-if and the RP load summary read
-// them, one view per VRF, family and mode. finalTablesOf is the one place that knows how a
-// session holds its VRFs (today one, the session's own).
+// PimrpTool::FinalTables: the final tables of VRF pipelines as the what-if and the RP load summary
+// read them, one view per VRF, family and mode.
 
 #include <optional>
 #include <string>
@@ -12,7 +11,7 @@
 #include "model/Pim/GroupStatus.h"
 #include "model/Pim/PimTypes.h"
 #include "model/Pim/RpHashStatus.h"
-#include "tools/Session.h"
+#include "pipeline/VrfPipeline.h"
 
 namespace PimrpTool {
 
@@ -25,9 +24,13 @@ struct FinalTables {
   Kel::PtrConst<Routing::Pim::GroupStatus> knownGroups;
 };
 
-// The session's final tables by VRF, family (IPv4 first) and mode (sparse first); those of `af`
-// alone when it is given.
-std::vector<FinalTables> finalTablesOf(Session& session,
+// The final tables of `vrfs`, in their order, then by family (IPv4 first) and mode (sparse
+// first); those of `af` alone when it is given.
+std::vector<FinalTables> finalTablesOf(const std::vector<const PimrpPipeline::VrfPipeline*>& vrfs,
                                        std::optional<Ipkit::AddressFamily> af = std::nullopt);
+
+// Whether VRF `a` is listed before VRF `b`: "default" first, then the others by name, the order in
+// which the tool lists the VRFs in use.
+bool vrfListedBefore(const std::string& a, const std::string& b);
 
 }  // namespace PimrpTool

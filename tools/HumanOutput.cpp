@@ -1,6 +1,7 @@
 #include <string>
 #include <variant>
 
+#include "tools/EmbeddedRpOutput.h"
 #include "tools/Output.h"
 #include "tools/RpHashSummaryOutput.h"
 #include "tools/TextTable.h"
@@ -56,6 +57,8 @@ std::string modeAnswerWords(const ModeAnswer& answer) {
       return addressWord(answer.rp) + " (computed, bsr)";
     case RpAnswerSource::join:
       return addressWord(answer.rp) + " (join address)";
+    case RpAnswerSource::embedded:
+      return addressWord(answer.rp) + " (computed, embedded)";
     case RpAnswerSource::none:
       break;
   }
@@ -91,6 +94,7 @@ class HumanOutput : public Output {
       out_ << "  note: " << answer.scope->range << " holds " << scopeKindWord(answer.scope->kind)
            << " groups: " << scopeKindMeaning(answer.scope->kind) << '\n';
     }
+    if (answer.embedded) printEmbeddedRpAnswer(out_, *answer.embedded);
     if (answer.staticDetail) print("static", *answer.staticDetail);
     if (answer.bsrDetail) print("bsr", *answer.bsrDetail);
     if (answer.answerDetail) print(*answer.answerDetail, answer.queryMode);
@@ -147,8 +151,13 @@ class HumanOutput : public Output {
                                                       : "the final table's entry ")
            << record.tableEntry.key();
       if (record.source != RpAnswerSource::table) out_ << " names no RP";
+    } else if (record.source == RpAnswerSource::embedded) {
+      out_ << "computed, the embedded RP the group address names";
     } else if (record.computed) {
       out_ << "computed, " << Routing::Pim::rpSourceReasonWord(record.reason);
+      if (record.embeddedSetAsideByMode) {
+        out_ << "; embedded RP is sparse, not " << modeWord(queryMode) << ": set aside";
+      }
       if (record.staticSetAsideByMode) printSetAside("static", record.staticResult, queryMode);
       if (record.bsrSetAsideByMode) printSetAside("bsr", record.bsrResult, queryMode);
     } else {
@@ -300,6 +309,8 @@ class HumanOutput : public Output {
     }
     table.print(out_, "  ");
   }
+
+  void print(const EmbeddedRpListing& listing) { printEmbeddedRpListing(out_, listing); }
 
   // The statements as they run; headings and notes as comments, so that the whole runs as is.
   void print(const ConfigListing& listing) {

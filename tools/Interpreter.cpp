@@ -157,13 +157,16 @@ void Interpreter::doWarn(const std::string& name, std::size_t line,
   }
 }
 
-bool Interpreter::doApply(const std::string& name, std::size_t line, const Statement& statement,
-                          Commit commit) {
+bool Interpreter::doGuarded(const std::string& name, std::size_t line,
+                            const std::function<void()>& change) {
   try {
-    const auto answer = session_.apply(statement, commit);
-    if (answer) output_.show(*answer);
+    change();
   } catch (const Mirra::CorruptionDetectedException& damage) {
     doReport(name, line, damagedTableMessage(damage));
+    failure_ = kExitBadScript;
+    return false;
+  } catch (const TablesUnavailable& refusal) {
+    doReport(name, line, refusal.what());
     failure_ = kExitBadScript;
     return false;
   } catch (const Kel::Exception& refusal) {
@@ -171,24 +174,23 @@ bool Interpreter::doApply(const std::string& name, std::size_t line, const State
     failure_ = kExitInternal;
     return false;
   }
-  doWarn(name, line, statementWarnings(statement));
   return true;
 }
 
+bool Interpreter::doApply(const std::string& name, std::size_t line, const Statement& statement,
+                          Commit commit) {
+  const bool applied = doGuarded(name, line, [&] {
+    const auto answer = session_.apply(statement, commit);
+    if (answer) output_.show(*answer);
+  });
+  if (applied) doWarn(name, line, statementWarnings(statement));
+  return applied;
+}
+
 bool Interpreter::doCommit(const std::string& name, std::size_t line) {
-  try {
-    session_.commit();
-  } catch (const Mirra::CorruptionDetectedException& damage) {
-    doReport(name, line, damagedTableMessage(damage));
-    failure_ = kExitBadScript;
-    return false;
-  } catch (const Kel::Exception& refusal) {
-    doReport(name, line, std::string("internal error: ") + refusal.what());
-    failure_ = kExitInternal;
-    return false;
-  }
-  doWarn(name, line, {});
-  return true;
+  const bool committed = doGuarded(name, line, [&] { session_.commit(); });
+  if (committed) doWarn(name, line, {});
+  return committed;
 }
 
 int Interpreter::runScript(const std::string& name, const std::string& text) {

@@ -24,13 +24,13 @@
 // lines read alone; those about the library's state are not printed, since nothing was applied.
 //
 // Invariants:
-//  1. One Validator judges everything this interpreter runs, so rules about order (vrf before
-//     the first rp-address) and the count of known groups hold across scripts and streams run
-//     one after the other.
+//  1. One Validator judges everything this interpreter runs, so what it records (the VRFs opened,
+//     the section a statement stands in, the count of known groups) holds across scripts and
+//     streams run one after the other.
 //  2. A refusal by the library while applying an accepted statement means the checks missed
 //     something: it is reported as an internal error and running stops (kExitInternal). A shared
-//     table found damaged is bad input instead: reported naming the table, and running stops
-//     (kExitBadScript).
+//     table found damaged, or a VRF's shared tables that cannot be attached, is bad input
+//     instead: reported naming the tables, and running stops (kExitBadScript).
 
 #include <cstddef>
 #include <cstdint>
@@ -92,10 +92,7 @@ class Interpreter {
       : session_(session),
         output_(output),
         diagnostics_(diagnostics),
-        validator_(session.tableHome().kind == TableHome::Kind::sharedReader
-                       ? session.tableHome().name
-                       : "",
-                   maxGroups) {}
+        validator_(Validator::forTables(session.tableHome(), maxGroups)) {}
 
   int runScript(const std::string& name, const std::string& text);
   int runScript(const std::string& name, const LineSource& nextLine);
@@ -115,12 +112,14 @@ class Interpreter {
   void doReport(const std::string& name, std::size_t line, const std::string& message);
   // Prints the warnings the session found since they were last taken, and `more`.
   void doWarn(const std::string& name, std::size_t line, const std::vector<std::string>& more);
-  // False when the library refused the statement or found a table damaged (reported; failure_
-  // then holds the exit status).
+  // Runs a change of the session; false when the library refused it, found a table damaged or
+  // could not attach a VRF's tables (reported at `line`; failure_ then holds the exit status).
+  bool doGuarded(const std::string& name, std::size_t line, const std::function<void()>& change);
+  // False when the statement could not be applied (doGuarded).
   bool doApply(const std::string& name, std::size_t line, const Statement& statement,
                Commit commit);
-  // Commits the run of rules that a script's last statements collected; false when the library
-  // refused it or found a table damaged, as doApply. Reported, with the run's warnings, at
+  // Commits the run of rules that a script's last statements collected; false when it could not
+  // be committed, as doApply. Reported, with the run's warnings, at
   // `line`, the run's last rule.
   bool doCommit(const std::string& name, std::size_t line);
 

@@ -1,6 +1,7 @@
 #include <nlohmann/json.hpp>
 #include <variant>
 
+#include "tools/EmbeddedRpOutput.h"
 #include "tools/JsonValues.h"
 #include "tools/Output.h"
 #include "tools/RpHashSummaryOutput.h"
@@ -53,6 +54,7 @@ class JsonOutput : public Output {
           Json{{"sparse", answer.byMode->sparseServed}, {"bidir", answer.byMode->bidirServed}};
     }
     json["scope"] = answer.scope ? scopeJson(*answer.scope) : Json(nullptr);
+    if (answer.embedded) json["embedded"] = embeddedRpAnswerJson(*answer.embedded);
     return json;
   }
 
@@ -95,6 +97,8 @@ class JsonOutput : public Output {
         return "bsr";
       case Routing::Pim::RpAnswerSource::join:
         return "join";
+      case Routing::Pim::RpAnswerSource::embedded:
+        return "embedded";
       case Routing::Pim::RpAnswerSource::none:
         break;
     }
@@ -112,6 +116,7 @@ class JsonOutput : public Output {
       Json setAside = Json::array();
       if (record.staticSetAsideByMode) setAside.push_back("static");
       if (record.bsrSetAsideByMode) setAside.push_back("bsr");
+      if (record.embeddedSetAsideByMode) setAside.push_back("embedded");
       computed = Json{{"reason", Routing::Pim::rpSourceReasonWord(record.reason)},
                       {"setAsideByMode", std::move(setAside)}};
     }
@@ -237,6 +242,8 @@ class JsonOutput : public Output {
     }
     return Json{{"reviews", std::move(reviews)}};
   }
+
+  static Json toJson(const EmbeddedRpListing& listing) { return embeddedRpListingJson(listing); }
 
   static Json toJson(const ConfigListing& listing) {
     Json statements = Json::array();

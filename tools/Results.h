@@ -20,6 +20,7 @@
 #include "rp/PimRpHashComputeRecord.h"
 #include "rp/PimRpSelectionRecord.h"
 #include "rp/PimRpSourceRule.h"
+#include "tools/EmbeddedRpResults.h"
 #include "tools/GroupScope.h"
 #include "tools/RpHashSummary.h"
 #include "tools/Statement.h"
@@ -59,6 +60,8 @@ struct RpAnswer {
   std::optional<ModeAnswers> byMode;
   // The range of groups served without an RP, or never routed, that holds the group.
   std::optional<ScopeRange> scope;
+  // With embedded RP on for the group's family: what the group's address names.
+  std::optional<EmbeddedRpAnswer> embedded;
 };
 
 // One candidate set: its prefix and its candidates in ascending address order, each as the five
@@ -180,7 +183,7 @@ struct VrfMapping {
   std::vector<MappingRange> ranges;
 };
 
-// show rp mapping: per VRF (the session's one today), every range.
+// show rp mapping: per VRF (every VRF in use, or the one named), every range.
 struct RpMapping {
   std::optional<Ipkit::AddressFamily> af;  // absent: both families
   std::vector<VrfMapping> vrfs;
@@ -201,8 +204,9 @@ struct ConfigListing {
   std::vector<ConfigLine> lines;
 };
 
-using ShowResult = std::variant<RpAnswer, CandidateListing, AclListing, RpHashListing,
-                                LocalRpListing, GroupFilterAnswer, AllocRequestTally, ReviewListing,
-                                RpMapping, ConfigListing, RpHashSummary, WhatIfReport>;
+using ShowResult =
+    std::variant<RpAnswer, CandidateListing, AclListing, RpHashListing, LocalRpListing,
+                 GroupFilterAnswer, AllocRequestTally, ReviewListing, RpMapping, ConfigListing,
+                 EmbeddedRpListing, RpHashSummary, WhatIfReport>;
 
 }  // namespace PimrpTool

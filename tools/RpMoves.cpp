@@ -95,7 +95,8 @@ void tablesCompared(const FinalTablesCopy* copy, const FinalTables* tables,
 }
 
 bool movesInOrder(const RpMove& a, const RpMove& b) {
-  return std::tie(a.vrf, a.af, a.mode, a.from, a.to) < std::tie(b.vrf, b.af, b.mode, b.from, b.to);
+  if (a.vrf != b.vrf) return vrfListedBefore(a.vrf, b.vrf);
+  return std::tie(a.af, a.mode, a.from, a.to) < std::tie(b.af, b.mode, b.from, b.to);
 }
 
 }  // namespace

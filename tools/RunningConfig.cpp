@@ -100,13 +100,15 @@ bool sameValues(const RpCandidate& a, const RpCandidate& b) {
 
 class ConfigWriter {
  public:
-  explicit ConfigWriter(Session& session) : session_(session) {}
+  explicit ConfigWriter(const Session& session) : session_(session) {}
 
-  ConfigListing written() {
-    knownGroups();
-    vrfSection();
-    bootstrapCandidates();
-    routes();
+  ConfigListing written(const std::vector<const VrfPipeline*>& vrfs, bool everyVrf) {
+    for (const VrfPipeline* vrf : vrfs) {
+      vrf_ = vrf;
+      staticLines_.clear();
+      vrfSection(vrfs.size() > 1);
+    }
+    if (everyVrf) currentSection();
     hostState();
     return std::move(listing_);
   }
@@ -128,27 +130,47 @@ class ConfigWriter {
     listing_.lines.push_back({ConfigLine::Kind::note, std::move(text)});
   }
 
+  const FamilyWiring& family(AddressFamily af) const { return vrf_->family(af); }
+
+  // Everything one VRF configures. Its vrf statement comes first, so that its known groups land
+  // in it too; the default VRF needs none, being first, unless nothing else would open it.
+  void vrfSection(bool amongOthers) {
+    const std::size_t before = listing_.lines.size();
+    if (vrf_->vrf() != L3::VrfName()) openVrf();
+    knownGroups();
+    rpConfiguration();
+    bootstrapCandidates();
+    embeddedRp();
+    routes();
+    heading_.clear();
+    if (amongOthers && listing_.lines.size() == before) openVrf();
+  }
+
+  void openVrf() {
+    section("VRF " + vrf_->vrf().string());
+    statement("vrf " + vrf_->vrf().string());
+  }
+
   void knownGroups() {
     section("known groups");
     for (const AddressFamily af : kFamilies) {
-      for (const auto& range : groupRanges(*session_.family(af).groups(), af, kMaxGroupBits)) {
+      for (const auto& range : groupRanges(*family(af).groups(), af, kMaxGroupBits)) {
         statement("group " + (range.len() == addressBits(af) ? range.address().valueToStrep()
                                                              : range.valueToStrep()));
       }
     }
   }
 
-  // What one VRF configures: its name, the selection rule and its static RPs.
-  void vrfSection() {
+  // What the VRF's RP configuration holds: the selection rule and its static RPs.
+  void rpConfiguration() {
     section("RP configuration");
-    if (session_.vrf() != L3::VrfName()) statement("vrf " + session_.vrf().string());
-    if (session_.rpConfig()->rpHashAlgorithm() == rpHashAlgorithmModulo) {
+    if (vrf_->rpConfig()->rpHashAlgorithm() == rpHashAlgorithmModulo) {
       statement("rp-hash-algorithm modulo");
     }
     accessLists();
     section("static RPs");
     for (const AddressFamily af : kFamilies) {
-      for (const auto& [address, entry] : session_.family(af).staticConfig()->rpTable()) {
+      for (const auto& [address, entry] : family(af).staticConfig()->rpTable()) {
         staticRp(af, *entry);
       }
     }
@@ -157,7 +179,7 @@ class ConfigWriter {
 
   void accessLists() {
     section("access lists");
-    for (const auto& [name, list] : session_.family(AddressFamily::ipv4).aclConfig()->acl()) {
+    for (const auto& [name, list] : family(AddressFamily::ipv4).aclConfig()->acl()) {
       const auto rules = list->currCfg();
       if (!rules || rules->ruleBySequence().empty()) {
         // A list configured without rules: a rule set and taken away again leaves one.
@@ -174,7 +196,7 @@ class ConfigWriter {
   // Whether the candidate of (rp, range) holds the values its group binding writes.
   bool holdsGroupValues(AddressFamily af, const Static::RpEntry& entry,
                         const Ipkit::IpGenPrefix& range) const {
-    const auto set = session_.family(af).staticStatus()->crpSet(range);
+    const auto set = family(af).staticStatus()->crpSet(range);
     const auto candidate = set ? set->rp(entry.address()) : nullptr;
     if (!candidate) return false;
     const RpPriority priority =
@@ -200,8 +222,8 @@ class ConfigWriter {
           optionWords(entry.priorityGrp().contains(range), entry.priorityGrp(range),
                       entry.hashMaskGrp().contains(range), entry.hashMaskGrp(range),
                       entry.overrideDynGrp().contains(range) && entry.overrideDynGrp(range), af);
-      const bool givenTwice = af == AddressFamily::ipv4 &&
-                              !listsGiving(session_.family(af), entry.address(), range).empty();
+      const bool givenTwice =
+          af == AddressFamily::ipv4 && !listsGiving(family(af), entry.address(), range).empty();
       (givenTwice && holdsGroupValues(af, entry, range) ? groupsLast : groupsFirst)
           .push_back(binding);
     }
@@ -218,10 +240,10 @@ class ConfigWriter {
 
   // Replays the static statements and names every candidate they would not give back.
   void staticNotes() {
-    StaticReplay replay(session_.vrf());
+    StaticReplay replay(vrf_->vrf());
     for (const auto& line : staticLines_) replay.apply(*parseStatement(line));
     for (const AddressFamily af : kFamilies) {
-      const auto held = candidatesOf(*session_.family(af).staticStatus());
+      const auto held = candidatesOf(*family(af).staticStatus());
       const auto replayed = candidatesOf(replay.status(af));
       for (const auto& [key, candidate] : held) {
         const std::string which =
@@ -246,7 +268,7 @@ class ConfigWriter {
   void bootstrapCandidates() {
     section("bootstrap candidates");
     for (const AddressFamily af : kFamilies) {
-      for (const auto& [key, candidate] : candidatesOf(*session_.family(af).bsrStatus())) {
+      for (const auto& [key, candidate] : candidatesOf(*family(af).bsrStatus())) {
         statement("bsr-rp " + key.first.valueToStrep() + ' ' + key.second.valueToStrep() +
                   " priority " + std::to_string(candidate->priority()) + " hashmask " +
                   std::to_string(candidate->hashMaskLen()) + " mode " +
@@ -255,12 +277,25 @@ class ConfigWriter {
     }
   }
 
+  // The settings that differ from the defaults, `embedded-rp enable` last, so that it applies
+  // once with every setting in place.
+  void embeddedRp() {
+    section("embedded RP");
+    const auto& config = *family(AddressFamily::ipv6).embeddedRp().config();
+    if (config.limit() != EmbeddedRpConfig::kDefaultLimit) {
+      statement("embedded-rp limit " + std::to_string(config.limit()));
+    }
+    for (const auto& [range, configured] : config.groupRange()) {
+      statement("embedded-rp group-range " + range.valueToStrep());
+    }
+    if (config.enabled()) statement("embedded-rp enable");
+  }
+
   void routes() {
     section("routes");
     for (const AddressFamily af : kFamilies) {
-      const FamilyWiring& family = session_.family(af);
       // The language gives a route no via or one.
-      for (const auto& route : family.routes()) {
+      for (const auto& route : family(af).routes()) {
         const std::string prefix = "route " + route.prefix.valueToStrep();
         if (route.vias.empty()) {
           statement(prefix + " type " + std::to_string(route.type));
@@ -274,18 +309,27 @@ class ConfigWriter {
         statement(prefix + " type " + std::to_string(route.type) + " via " +
                   via.nextHop.valueToStrep() + " interface " + via.intfId.name());
       }
-      if (!family.shadowAttached()) statement("shadow " + familyWord(af) + " detach");
+      if (!family(af).shadowAttached()) statement("shadow " + familyWord(af) + " detach");
     }
+  }
+
+  // The statements after show config stand in the section it stands in: the last section
+  // written must be that one too.
+  void currentSection() {
+    if (vrf_ == nullptr || vrf_->vrf() == session_.vrf()) return;
+    section("current VRF");
+    statement("vrf " + session_.vrf().string());
   }
 
   // What the tool keeps for every VRF: the attribute log's back-pressure and the clock.
   void hostState() {
     section("review and clock");
-    if (session_.shared().attrLog->isAttrLogOutClogged()) statement("attr-log clogged");
+    if (session_.host().attrLog->isAttrLogOutClogged()) statement("attr-log clogged");
     if (!session_.clockSettles()) statement("clock manual");
   }
 
-  Session& session_;
+  const Session& session_;
+  const VrfPipeline* vrf_ = nullptr;  // the VRF of the section being written
   ConfigListing listing_;
   std::string heading_;
   std::vector<std::string> staticLines_;
@@ -293,6 +337,9 @@ class ConfigWriter {
 
 }  // namespace
 
-ConfigListing runningConfig(Session& session) { return ConfigWriter(session).written(); }
+ConfigListing runningConfig(const Session& session, const std::vector<const VrfPipeline*>& vrfs,
+                            bool everyVrf) {
+  return ConfigWriter(session).written(vrfs, everyVrf);
+}
 
 }  // namespace PimrpTool

@@ -170,17 +170,20 @@ struct ShowRpStatement {
   Address group;
   Routing::Pim::Mode mode = Routing::Pim::modePimNone;  // none: any mode
   std::optional<Address> join;
-  bool detail = false;  // also explain each source's choice
+  bool detail = false;             // also explain each source's choice
+  std::optional<std::string> vrf;  // `vrf NAME` at the end; absent: the VRF of the section
 };
 
 enum class CandidateSource { staticConfig, bootstrap };
 
 struct ShowCandidatesStatement {
   CandidateSource source = CandidateSource::staticConfig;
+  std::optional<std::string> vrf;  // `vrf NAME` at the end; absent: the VRF of the section
 };
 
 struct ShowAclStatement {
   std::string acl;
+  std::optional<std::string> vrf;  // `vrf NAME` at the end; absent: the VRF of the section
 };
 
 enum class TableSource { final, staticRp, bsr };
@@ -191,28 +194,62 @@ struct ShowRpHashStatement {
   TableKind kind = TableKind::groups;
   Routing::Pim::Mode mode = Routing::Pim::modePimSm;
   std::optional<Ipkit::AddressFamily> af;  // absent: both families
+  std::optional<std::string> vrf;          // `vrf NAME` at the end; absent: the VRF of the section
 };
 
-struct ShowLocalRpStatement {};
+struct ShowLocalRpStatement {
+  std::optional<std::string> vrf;  // `vrf NAME` at the end; absent: the VRF of the section
+};
 
 struct ShowGroupFilterStatement {
   Address group;
+  std::optional<std::string> vrf;  // `vrf NAME` at the end; absent: the VRF of the section
 };
 
-struct ShowAllocRequestsStatement {};
+struct ShowAllocRequestsStatement {
+  std::optional<std::string> vrf;  // `vrf NAME` at the end; absent: the VRF of the section
+};
 
-struct ShowReviewStatement {};
+struct ShowReviewStatement {
+  std::optional<std::string> vrf;  // `vrf NAME` at the end; absent: the VRF of the section
+};
 
 struct ShowRpMappingStatement {
   std::optional<Ipkit::AddressFamily> af;  // absent: both families
+  std::optional<std::string> vrf;          // `vrf NAME` at the end; absent: the VRF of the section
 };
 
 // The running configuration, as the statements that rebuild it.
-struct ShowConfigStatement {};
+struct ShowConfigStatement {
+  std::optional<std::string> vrf;  // `vrf NAME` at the end; absent: the VRF of the section
+};
+
+// Embedded RP, set for the VRF of the section: `embedded-rp enable|disable`,
+// `embedded-rp limit N`, `[no] embedded-rp group-range PREFIX`, and its show.
+struct EmbeddedRpEnableStatement {
+  bool enabled = true;
+};
+
+struct EmbeddedRpLimitStatement {
+  Number limit;
+};
+
+struct EmbeddedRpGroupRangeStatement {
+  Prefix range;
+};
+
+struct NoEmbeddedRpGroupRangeStatement {
+  Prefix range;
+};
+
+struct ShowEmbeddedRpStatement {
+  std::optional<std::string> vrf;  // `vrf NAME` at the end; absent: the VRF of the section
+};
 
 // How the known groups spread over the RPs of the final per-group tables.
 struct ShowRpHashSummaryStatement {
   std::optional<Ipkit::AddressFamily> af;  // absent: both families
+  std::optional<std::string> vrf;          // `vrf NAME` at the end; absent: the VRF of the section
 };
 
 using Statement = std::variant<
@@ -222,24 +259,24 @@ using Statement = std::variant<
     RouteStatement, NoRouteStatement, ShadowStatement, AttrLogStatement, RunStatement,
     ClockStatement, ShowRpStatement, ShowCandidatesStatement, ShowAclStatement, ShowRpHashStatement,
     ShowLocalRpStatement, ShowGroupFilterStatement, ShowAllocRequestsStatement, ShowReviewStatement,
-    ShowRpMappingStatement, ShowConfigStatement, ShowRpHashSummaryStatement>;
+    ShowRpMappingStatement, ShowConfigStatement, EmbeddedRpEnableStatement,
+    EmbeddedRpLimitStatement, EmbeddedRpGroupRangeStatement, NoEmbeddedRpGroupRangeStatement,
+    ShowEmbeddedRpStatement, ShowRpHashSummaryStatement>;
+
+// Whether a statement of type S only asks (a show).
+template <class S>
+constexpr bool kIsShowStatement =
+    std::is_same_v<S, ShowRpStatement> || std::is_same_v<S, ShowCandidatesStatement> ||
+    std::is_same_v<S, ShowAclStatement> || std::is_same_v<S, ShowRpHashStatement> ||
+    std::is_same_v<S, ShowLocalRpStatement> || std::is_same_v<S, ShowGroupFilterStatement> ||
+    std::is_same_v<S, ShowAllocRequestsStatement> || std::is_same_v<S, ShowReviewStatement> ||
+    std::is_same_v<S, ShowRpMappingStatement> || std::is_same_v<S, ShowConfigStatement> ||
+    std::is_same_v<S, ShowEmbeddedRpStatement> || std::is_same_v<S, ShowRpHashSummaryStatement>;
 
 // Whether the statement only asks (a show).
 inline bool isShowStatement(const Statement& statement) {
-  return std::visit(
-      [](const auto& s) {
-        using S = std::decay_t<decltype(s)>;
-        return std::is_same_v<S, ShowRpStatement> || std::is_same_v<S, ShowCandidatesStatement> ||
-               std::is_same_v<S, ShowAclStatement> || std::is_same_v<S, ShowRpHashStatement> ||
-               std::is_same_v<S, ShowLocalRpStatement> ||
-               std::is_same_v<S, ShowGroupFilterStatement> ||
-               std::is_same_v<S, ShowAllocRequestsStatement> ||
-               std::is_same_v<S, ShowReviewStatement> ||
-               std::is_same_v<S, ShowRpMappingStatement> ||
-               std::is_same_v<S, ShowConfigStatement> ||
-               std::is_same_v<S, ShowRpHashSummaryStatement>;
-      },
-      statement);
+  return std::visit([](const auto& s) { return kIsShowStatement<std::decay_t<decltype(s)>>; },
+                    statement);
 }
 
 // Whether the statement edits the rules of an access list (and so may join a run of them).

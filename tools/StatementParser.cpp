@@ -7,6 +7,7 @@
 
 #include "framework/Ipkit/IntfIdStored.h"
 #include "framework/Kel/Exception.h"
+#include "tools/EmbeddedRpStatements.h"
 #include "tools/StatementError.h"
 #include "tools/ValueWords.h"
 #include "tools/Words.h"
@@ -69,11 +70,13 @@ BindingOptions takeBindingOptions(WordCursor& cursor) {
 }
 
 Statement parseVrf(WordCursor& cursor) {
-  // The length limit belongs to the VRF name type; the Validator applies it.
-  VrfStatement vrf{takeName(cursor, "VRF name", std::string::npos)};
+  VrfStatement vrf{takeVrfName(cursor)};
   cursor.expectEnd();
   return vrf;
 }
+
+// Whether an optional word may come here: the statement goes on, and not with its VRF.
+bool moreBeforeVrf(const WordCursor& cursor) { return !cursor.atEnd() && cursor.peek() != "vrf"; }
 
 Statement parseRpAddress(WordCursor& cursor) {
   const Address rp = takeAddress(cursor, "RP address");
@@ -204,8 +207,8 @@ Ipkit::AddressFamily takeFamily(WordCursor& cursor);
 
 Statement parseShowRpMapping(WordCursor& cursor) {
   ShowRpMappingStatement query;
-  if (!cursor.atEnd()) query.af = takeFamily(cursor);
-  cursor.expectEnd();
+  if (moreBeforeVrf(cursor)) query.af = takeFamily(cursor);
+  query.vrf = takeVrfAndEnd(cursor);
   return query;
 }
 
@@ -215,8 +218,11 @@ Statement parseShowRp(WordCursor& cursor) {
   query.group = takeAddress(cursor, "group address");
   bool modeSeen = false;
   while (!cursor.atEnd()) {
-    const std::string option = takeChoice(cursor, {"mode", "join", "detail"});
-    if (option == "detail") {
+    const std::string option = takeChoice(cursor, {"mode", "join", "detail", "vrf"});
+    if (option == "vrf") {
+      requireFirst(query.vrf.has_value(), option);
+      query.vrf = takeVrfName(cursor);
+    } else if (option == "detail") {
       requireFirst(query.detail, option);
       query.detail = true;
     } else if (option == "mode") {
@@ -233,15 +239,14 @@ Statement parseShowRp(WordCursor& cursor) {
 
 Statement parseShowCandidates(WordCursor& cursor) {
   const std::string source = takeChoice(cursor, {"static", "bsr"});
-  cursor.expectEnd();
-  return ShowCandidatesStatement{source == "bsr" ? CandidateSource::bootstrap
-                                                 : CandidateSource::staticConfig};
+  return ShowCandidatesStatement{
+      source == "bsr" ? CandidateSource::bootstrap : CandidateSource::staticConfig,
+      takeVrfAndEnd(cursor)};
 }
 
 Statement parseShowAcl(WordCursor& cursor) {
-  ShowAclStatement query{takeAclName(cursor)};
-  cursor.expectEnd();
-  return query;
+  // A braced list is read left to right: the name, then the VRF.
+  return ShowAclStatement{takeAclName(cursor), takeVrfAndEnd(cursor)};
 }
 
 Statement parseGroup(WordCursor& cursor) {
@@ -324,8 +329,8 @@ Statement parseShowRpHash(WordCursor& cursor) {
   const std::string source = takeChoice(cursor, {"final", "static", "bsr", "summary"});
   if (source == "summary") {
     ShowRpHashSummaryStatement summary;
-    if (!cursor.atEnd()) summary.af = takeFamily(cursor);
-    cursor.expectEnd();
+    if (moreBeforeVrf(cursor)) summary.af = takeFamily(cursor);
+    summary.vrf = takeVrfAndEnd(cursor);
     return summary;
   }
   query.source = source == "final"    ? TableSource::final
@@ -335,36 +340,26 @@ Statement parseShowRpHash(WordCursor& cursor) {
                                                                       : TableKind::prefixes;
   takeChoice(cursor, {"mode"});
   query.mode = takeMode(cursor);
-  if (!cursor.atEnd()) query.af = takeFamily(cursor);
-  cursor.expectEnd();
+  if (moreBeforeVrf(cursor)) query.af = takeFamily(cursor);
+  query.vrf = takeVrfAndEnd(cursor);
   return query;
 }
 
 Statement parseShowLocalRp(WordCursor& cursor) {
-  cursor.expectEnd();
-  return ShowLocalRpStatement{};
+  return ShowLocalRpStatement{takeVrfAndEnd(cursor)};
 }
 
 Statement parseShowGroupFilter(WordCursor& cursor) {
-  ShowGroupFilterStatement query{takeAddress(cursor, "group address")};
-  cursor.expectEnd();
-  return query;
+  return ShowGroupFilterStatement{takeAddress(cursor, "group address"), takeVrfAndEnd(cursor)};
 }
 
 Statement parseShowAllocRequests(WordCursor& cursor) {
-  cursor.expectEnd();
-  return ShowAllocRequestsStatement{};
+  return ShowAllocRequestsStatement{takeVrfAndEnd(cursor)};
 }
 
-Statement parseShowReview(WordCursor& cursor) {
-  cursor.expectEnd();
-  return ShowReviewStatement{};
-}
+Statement parseShowReview(WordCursor& cursor) { return ShowReviewStatement{takeVrfAndEnd(cursor)}; }
 
-Statement parseShowConfig(WordCursor& cursor) {
-  cursor.expectEnd();
-  return ShowConfigStatement{};
-}
+Statement parseShowConfig(WordCursor& cursor) { return ShowConfigStatement{takeVrfAndEnd(cursor)}; }
 
 struct StatementForm {
   std::vector<std::string> keywords;
@@ -398,6 +393,9 @@ const std::vector<StatementForm>& forms() {
       {{"show", "alloc-requests"}, parseShowAllocRequests},
       {{"show", "review"}, parseShowReview},
       {{"show", "config"}, parseShowConfig},
+      {{"embedded-rp"}, parseEmbeddedRp},
+      {{"no", "embedded-rp"}, parseNoEmbeddedRp},
+      {{"show", "embedded-rp"}, parseShowEmbeddedRp},
   };
   return table;
 }

@@ -2,9 +2,12 @@
 
 #include <algorithm>
 #include <string>
+#include <type_traits>
 
 #include "framework/Kel/Exception.h"
 #include "framework/L3/VrfName.h"
+#include "pipeline/TableHome.h"
+#include "tools/EmbeddedRpStatements.h"
 #include "tools/GroupSpace.h"
 #include "tools/StatementError.h"
 
@@ -160,35 +163,17 @@ void checkMulticastGroup(const Address& group) {
 
 // One overload per statement; a statement without one does not compile.
 struct StatementChecks {
-  bool& rpAddressSeen;
-
-  void operator()(const VrfStatement& s) const {
-    try {
-      L3::VrfName name(s.name);
-    } catch (const Kel::RangeException&) {
-      throw StatementError("VRF name " + quoted(s.name) + " is longer than " +
-                           std::to_string(L3::VrfName::maxLength) + " characters");
-    }
-    // The static configuration carries its VRF name from creation on; naming another VRF once
-    // RPs are configured would silently move them.
-    if (rpAddressSeen) {
-      throw StatementError("vrf " + quoted(s.name) + " must come before the first rp-address");
-    }
-  }
+  // What a VRF name may hold is the Validator's own check (checkVrf).
+  void operator()(const VrfStatement&) const {}
   void operator()(const RpGroupStatement& s) const {
     checkRpForGroup(s.rp, s.group);
     checkOptions(s.options, s.group.value.af());
-    rpAddressSeen = true;
   }
   void operator()(const RpAclStatement& s) const {
     checkRpForAcl(s.rp, s.acl);
     checkOptions(s.options, AddressFamily::ipv4);
-    rpAddressSeen = true;
   }
-  void operator()(const RpModeStatement& s) const {
-    checkRpAddress(s.rp);
-    rpAddressSeen = true;
-  }
+  void operator()(const RpModeStatement& s) const { checkRpAddress(s.rp); }
   // A removal that could never match anything is a typo, not a harmless no-op: the same checks.
   void operator()(const NoRpGroupStatement& s) const { checkRpForGroup(s.rp, s.group); }
   void operator()(const NoRpAclStatement& s) const { checkRpForAcl(s.rp, s.acl); }
@@ -238,6 +223,11 @@ struct StatementChecks {
   void operator()(const ShowCandidatesStatement&) const {}
   void operator()(const ShowAclStatement&) const {}
   void operator()(const ShowRpMappingStatement&) const {}
+  void operator()(const EmbeddedRpEnableStatement& s) const { checkEmbeddedRp(s); }
+  void operator()(const EmbeddedRpLimitStatement& s) const { checkEmbeddedRp(s); }
+  void operator()(const EmbeddedRpGroupRangeStatement& s) const { checkEmbeddedRp(s); }
+  void operator()(const NoEmbeddedRpGroupRangeStatement& s) const { checkEmbeddedRp(s); }
+  void operator()(const ShowEmbeddedRpStatement& s) const { checkEmbeddedRp(s); }
 };
 
 // The keywords that open each statement, as the statement table spells them.
@@ -273,6 +263,11 @@ struct StatementWords {
   const char* operator()(const ShowReviewStatement&) const { return "show review"; }
   const char* operator()(const ShowRpMappingStatement&) const { return "show rp mapping"; }
   const char* operator()(const ShowConfigStatement&) const { return "show config"; }
+  const char* operator()(const EmbeddedRpEnableStatement&) const { return "embedded-rp"; }
+  const char* operator()(const EmbeddedRpLimitStatement&) const { return "embedded-rp"; }
+  const char* operator()(const EmbeddedRpGroupRangeStatement&) const { return "embedded-rp"; }
+  const char* operator()(const NoEmbeddedRpGroupRangeStatement&) const { return "no embedded-rp"; }
+  const char* operator()(const ShowEmbeddedRpStatement&) const { return "show embedded-rp"; }
   const char* operator()(const ShowRpHashSummaryStatement&) const { return "show rp-hash summary"; }
 };
 
@@ -291,16 +286,66 @@ void Validator::checkReadOnly(const Statement& statement) const {
                        ": it needs the writer's own state; only 'show rp-hash' reads the tables");
 }
 
+void Validator::checkVrfName(const std::string& name) const {
+  if (name.size() > L3::VrfName::maxLength) {
+    throw StatementError("VRF name " + quoted(name) + " is longer than " +
+                         std::to_string(L3::VrfName::maxLength) + " characters");
+  }
+  // The VRF's shared tables carry its name (pipeline/TableHome.h).
+  const std::string& tables = readOnlyTables_.empty() ? writtenTables_ : readOnlyTables_;
+  if (tables.empty()) return;
+  const std::size_t length = PimrpPipeline::longestTableName(tables, L3::VrfName(name));
+  if (length <= PimrpPipeline::kMaxTableNameLength) return;
+  throw StatementError("VRF name " + quoted(name) + " is too long for the shared tables '" +
+                       tables + "': their names would have up to " + std::to_string(length) +
+                       " characters, above the limit of " +
+                       std::to_string(PimrpPipeline::kMaxTableNameLength));
+}
+
+void Validator::checkVrf(const Statement& statement) const {
+  if (const auto* s = std::get_if<VrfStatement>(&statement)) {
+    checkVrfName(s->name);
+    if (s->name == "default" || openVrfs_.count(s->name) != 0) return;
+    // The default VRF is open from the start, whether or not a vrf statement names it.
+    const std::size_t open = openVrfs_.size() + (openVrfs_.count("default") != 0 ? 0 : 1);
+    if (open < kMaxVrfs) return;
+    throw StatementError("vrf " + quoted(s->name) + " would open more than " +
+                         std::to_string(kMaxVrfs) + " VRFs");
+  }
+  std::visit(
+      [this](const auto& s) {
+        if constexpr (kIsShowStatement<std::decay_t<decltype(s)>>) {
+          if (!s.vrf) return;
+          checkVrfName(*s.vrf);
+          // An attachment reads whichever VRF's tables a show names.
+          if (!readOnlyTables_.empty() || *s.vrf == "default" || openVrfs_.count(*s.vrf) != 0) {
+            return;
+          }
+          throw StatementError("VRF " + quoted(*s.vrf) + " is not open: 'vrf " + *s.vrf +
+                               "' opens it");
+        }
+      },
+      statement);
+}
+
+std::uint64_t Validator::knownGroups(AddressFamily af) const {
+  const std::size_t family = af == AddressFamily::ipv4 ? 0 : 1;
+  std::uint64_t known = 0;
+  for (const auto& [vrf, spans] : groups_) known += spans[family].count();
+  return known;
+}
+
 void Validator::countGroups(const Statement& statement) {
   if (const auto* s = std::get_if<NoGroupStatement>(&statement)) {
-    groupsOf(s->group.value.af()).remove(s->group.value);
+    const std::size_t family = s->group.value.af() == AddressFamily::ipv4 ? 0 : 1;
+    groups_[vrf_][family].remove(s->group.value);
     return;
   }
   const auto* s = std::get_if<GroupStatement>(&statement);
   if (s == nullptr) return;
   const AddressFamily af = s->group.value.af();
-  KnownGroupSpans& groups = groupsOf(af);
-  const std::uint64_t known = groups.count() + groups.missingIn(s->group.value);
+  KnownGroupSpans& groups = groups_[vrf_][af == AddressFamily::ipv4 ? 0 : 1];
+  const std::uint64_t known = knownGroups(af) + groups.missingIn(s->group.value);
   if (known > maxGroups_) {
     throw StatementError(quoted(s->group.word) + " would bring the known " + familyName(af) +
                          " groups to " + std::to_string(known) + ", above the limit of " +
@@ -309,14 +354,22 @@ void Validator::countGroups(const Statement& statement) {
   groups.add(s->group.value);
 }
 
+Validator Validator::forTables(const PimrpPipeline::TableHome& home, std::uint64_t maxGroups) {
+  using Kind = PimrpPipeline::TableHome::Kind;
+  return Validator(home.kind == Kind::sharedReader ? home.name : "", maxGroups,
+                   home.kind == Kind::sharedWriter ? home.name : "");
+}
+
 void Validator::check(const Statement& statement) {
   if (!readOnlyTables_.empty()) checkReadOnly(statement);
-  // Work on a copy of the record so that a refused statement leaves it as it was.
-  bool rpAddressSeen = rpAddressSeen_;
-  std::visit(StatementChecks{rpAddressSeen}, statement);
+  std::visit(StatementChecks{}, statement);
+  checkVrf(statement);
   // Last: a statement refused by any other check changes no count.
   countGroups(statement);
-  rpAddressSeen_ = rpAddressSeen;
+  if (const auto* s = std::get_if<VrfStatement>(&statement)) {
+    vrf_ = s->name;
+    openVrfs_.insert(s->name);
+  }
 }
 
 }  // namespace PimrpTool

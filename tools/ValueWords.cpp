@@ -172,21 +172,40 @@ Number takeNumber(WordCursor& cursor, const std::string& what) {
   return number;
 }
 
-std::string takeName(WordCursor& cursor, const std::string& what, std::size_t maxLength) {
+std::string takeName(WordCursor& cursor, const std::string& what, std::size_t maxLength,
+                     const std::string& punctuation) {
   const std::string name = cursor.take(what);
   for (const char c : name) {
     const bool allowed = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-                         (c >= '0' && c <= '9') || c == '_' || c == '-' || c == '.';
-    if (!allowed) {
-      throw StatementError("invalid " + what + " " + quoted(name) +
-                           ": use letters, digits, '_', '-' and '.'");
+                         (c >= '0' && c <= '9') || punctuation.find(c) != std::string::npos;
+    if (allowed) continue;
+    // "'_', '-' and '.'"
+    std::string listed;
+    for (std::size_t i = 0; i < punctuation.size(); ++i) {
+      if (i != 0) listed += i + 1 == punctuation.size() ? " and " : ", ";
+      listed += std::string("'") + punctuation[i] + "'";
     }
+    throw StatementError("invalid " + what + " " + quoted(name) + ": use letters, digits, " +
+                         listed);
   }
   if (name.size() > maxLength) {
     throw StatementError(what + " " + quoted(name) + " is longer than " +
                          std::to_string(maxLength) + " characters");
   }
   return name;
+}
+
+// A VRF name is one word of its shared tables' names (pipeline/TableHome.h), which a '.' would
+// split. How long it may be is the Validator's to say: it belongs to the VRF name type.
+std::string takeVrfName(WordCursor& cursor) {
+  return takeName(cursor, "VRF name", std::string::npos, "_-");
+}
+
+std::optional<std::string> takeVrfAndEnd(WordCursor& cursor) {
+  std::optional<std::string> vrf;
+  if (cursor.takeIf("vrf")) vrf = takeVrfName(cursor);
+  cursor.expectEnd();
+  return vrf;
 }
 
 Routing::Pim::Mode takeMode(WordCursor& cursor) {

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <initializer_list>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -61,8 +62,14 @@ Prefix takeGroupAddressOrRange(WordCursor& cursor, const std::string& what);
 Seconds takeSeconds(WordCursor& cursor, const std::string& what);
 // Decimal digits only; the value saturates far above any range of the language.
 Number takeNumber(WordCursor& cursor, const std::string& what);
-// Letters, digits, '_', '-' and '.', at most maxLength of them.
-std::string takeName(WordCursor& cursor, const std::string& what, std::size_t maxLength);
+// Letters, digits and the characters of `punctuation` ('_', '-' and '.' unless told otherwise), at
+// most maxLength of them.
+std::string takeName(WordCursor& cursor, const std::string& what, std::size_t maxLength,
+                     const std::string& punctuation = "_-.");
+// A VRF name: letters, digits, '_' and '-'.
+std::string takeVrfName(WordCursor& cursor);
+// The VRF a show names at its end (`vrf NAME`), if any; then the end of the statement.
+std::optional<std::string> takeVrfAndEnd(WordCursor& cursor);
 // "sparse" or "bidir".
 Routing::Pim::Mode takeMode(WordCursor& cursor);
 

@@ -17,6 +17,21 @@ class AnswersDropped : public Output {
   void show(const ShowResult&) override {}
 };
 
+// The allocation and deallocation requests made so far, summed over the VRFs in use.
+struct RequestCounts {
+  std::uint64_t alloc = 0;
+  std::uint64_t dealloc = 0;
+};
+
+RequestCounts requestCountsOf(const Session& session) {
+  RequestCounts counts;
+  for (const VrfPipeline* vrf : session.vrfsInUse()) {
+    counts.alloc += vrf->allocRequests()->allocRequestCount();
+    counts.dealloc += vrf->allocRequests()->deallocRequestCount();
+  }
+  return counts;
+}
+
 }  // namespace
 
 int whatIfRun(Session& session, CheckedScript script, CheckedScript change, Output& output,
@@ -26,16 +41,16 @@ int whatIfRun(Session& session, CheckedScript script, CheckedScript change, Outp
   int status = interpreter.applyScript(script.name, script.text, std::move(script.checked));
   if (status != kExitOk) return status;
   session.settle();
-  const FinalTableSnapshot before(finalTablesOf(session));
-  const BitMapper::Config& requests = *session.shared().bitMapConfig;
-  const std::uint64_t allocBefore = requests.allocRequestCount();
-  const std::uint64_t deallocBefore = requests.deallocRequestCount();
+  const FinalTableSnapshot before(finalTablesOf(session.vrfsInUse()));
+  const RequestCounts requestsBefore = requestCountsOf(session);
+  session.sectionDefaultIs();
   status = interpreter.applyScript(change.name, change.text, std::move(change.checked));
   if (status != kExitOk) return status;
   session.settle();
-  WhatIfReport report = rpMovesSince(before, finalTablesOf(session));
-  report.allocRequests = requests.allocRequestCount() - allocBefore;
-  report.deallocRequests = requests.deallocRequestCount() - deallocBefore;
+  WhatIfReport report = rpMovesSince(before, finalTablesOf(session.vrfsInUse()));
+  const RequestCounts requestsAfter = requestCountsOf(session);
+  report.allocRequests = requestsAfter.alloc - requestsBefore.alloc;
+  report.deallocRequests = requestsAfter.dealloc - requestsBefore.dealloc;
   output.show(report);
   return kExitOk;
 }

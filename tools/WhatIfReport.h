@@ -31,8 +31,8 @@ struct RpMove {
   std::vector<Ipkit::IpGenAddr> examples;
 };
 
-// Moves ascend by VRF name, family (IPv4 first), mode (sparse first), from, to; no RP sorts
-// before every address. A move has at least one group or one range.
+// Moves ascend by VRF (default first, then by name, as the tool lists VRFs), family (IPv4
+// first), mode (sparse first), from, to; no RP sorts before every address. A move has at least one group or one range.
 struct WhatIfReport {
   std::uint64_t groupsChanged = 0;  // the sum of the moves' groups
   std::uint64_t rangesChanged = 0;  // the sum of the moves' ranges

@@ -12,6 +12,7 @@
 #include <fstream>
 #include <iostream>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -104,7 +105,7 @@ void defineOptions(CLI::App& app, Options& options) {
   app.set_version_flag("--version", std::string("pimrp ") + PIMRP_VERSION);
   app.footer(
       "Statements, one per line ('#' starts a comment):\n"
-      "  vrf NAME\n"
+      "  vrf NAME   (what follows configures VRF NAME; before it, VRF default)\n"
       "  rp-address ADDR group PREFIX [priority N|none] [hashmask N|none] [override]\n"
       "  rp-address ADDR acl NAME [priority N|none] [hashmask N|none] [override]\n"
       "  rp-address ADDR mode sparse|bidir\n"
@@ -132,6 +133,9 @@ void defineOptions(CLI::App& app, Options& options) {
       "  show alloc-requests\n"
       "  show review\n"
       "  show config   (the running configuration, as statements that rebuild it)\n"
+      "Every show takes a last 'vrf NAME' to answer for that VRF instead of its section's;\n"
+      "without it, show rp mapping and show config list every VRF. A VRF NAME holds letters,\n"
+      "digits, '_' and '-', at most 100.\n"
       "\n"
       "Time is virtual; with 'clock settle' (the default) each show first runs the clock until\n"
       "nothing is pending, with 'clock manual' only 'run' moves it.\n"
@@ -148,6 +152,7 @@ void defineOptions(CLI::App& app, Options& options) {
       "\n"
       "Shared tables: --shm NAME keeps the 24 tables as NAME.FAMILY.MODE.SOURCE.KIND (ipv4|ipv6,\n"
       "sparse|bidir, static|bsr|final, groups|prefixes: NAME.ipv4.sparse.final.groups, ...),\n"
+      "those of a VRF V other than default as NAME.vrf.V.FAMILY.MODE.SOURCE.KIND,\n"
       "each three files in /dev/shm: TABLE, TABLE.lock, TABLE.gN. NAME: letters, digits, '.',\n"
       "'_', '-', not first '.', at most 172 characters. A run over tables an earlier run left is\n"
       "a restart: the script's leading group statements are the groups still known; at its first\n"
@@ -158,7 +163,7 @@ void defineOptions(CLI::App& app, Options& options) {
       "clock (unless clock manual). One writer at a time, writing only tables of its own user,\n"
       "with the mode --shm-mode MODE gives (default 0644). --attach NAME reads the tables of a\n"
       "running or finished run (only show rp-hash), if root, you or --trust-owner USER owns\n"
-      "them. --shm NAME --unlink removes them.\n"
+      "them. --shm NAME --unlink removes them, those of every VRF included.\n"
       "\n"
       "Exit status: 0 all went well; 1 a statement on standard input was refused, or --unlink\n"
       "found no tables or could not remove all; 2 a bad script, option or input (nothing\n"
@@ -277,7 +282,7 @@ std::optional<std::uint64_t> maxGroupsOf(const Options& options, std::string& wh
 
 // Removes the shared tables of `name`, listing each one removed and each segment that could not be.
 int unlinkTables(const std::string& name) {
-  const std::vector<TableRemoval> removals = sharedTablesUnlink(name);
+  const std::vector<TableRemoval> removals = sharedTablesUnlinkAll(name);
   if (removals.empty()) {
     std::cerr << "pimrp: no shared tables named '" << name << "' to remove\n";
     return kExitStatementFailed;
@@ -317,6 +322,19 @@ Session* sessionFor(const TableHome& home) {
     std::cerr << cannot << damagedTableMessage(damage) << '\n';
   }
   return nullptr;
+}
+
+// Whether the shared tables of every VRF a script opens could be attached before it applies
+// anything; reports why not.
+bool vrfTablesAttached(Session& session, const std::set<std::string>& vrfs) {
+  if (session.tableHome().kind != TableHome::Kind::sharedWriter) return true;
+  try {
+    session.vrfTablesAttach(vrfs);
+  } catch (const TablesUnavailable& refusal) {
+    std::cerr << "pimrp: " << refusal.what() << '\n';
+    return false;
+  }
+  return true;
 }
 
 // The interpreter's status, after the end of the input has been given to the session (a bad
@@ -388,6 +406,7 @@ int whatIf(const std::string& changePath, const std::string& scriptPath, bool js
   auto script = scriptChecked(scriptPath, scriptChecking);
   if (!script) return kExitBadScript;
   Validator changeChecking = scriptChecking;
+  changeChecking.sectionDefaultIs();
   auto change = scriptChecked(changePath, changeChecking);
   if (!change) return kExitBadScript;
   // Held to the end of the process, as a run's session is (see run()).
@@ -419,7 +438,7 @@ int run(const Options& options) {
   // A script that cannot be read, or a bad one, creates no shared table: it is read and checked
   // whole before they are attached.
   const TableHome home = tableHomeOf(options);
-  Validator checking(home.kind == TableHome::Kind::sharedReader ? home.name : "", *maxGroups);
+  Validator checking = Validator::forTables(home, *maxGroups);
   std::optional<std::string> text;
   if (options.script && *options.script != "-") {
     text = scriptChecked(*options.script, checking);
@@ -431,6 +450,7 @@ int run(const Options& options) {
   // do at once. Held from a static, it is still reachable for leak checkers.
   static Session* const session = sessionFor(home);
   if (session == nullptr) return kExitBadScript;
+  if (text && !vrfTablesAttached(*session, checking.vrfsOpened())) return kExitBadScript;
   const auto output = options.json ? jsonOutputFactory(std::cout) : humanOutputFactory(std::cout);
   Interpreter interpreter(*session, *output, std::cerr, *maxGroups);
   if (!options.script) return finished(*session, interpreter.runScript("demo", demoScript()));

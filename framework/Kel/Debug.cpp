@@ -3,9 +3,12 @@
 #include "framework/Kel/Trace.h"
 
 namespace Kel {
+namespace {
 
-void debugMessage(const std::string& text) {
-  TraceFile::named("Debug").write(0, text, 0, "debugMessage");
-}
+KEL_TRACE_FILE(debugTrace, "Debug")
+
+}  // namespace
+
+void debugMessage(const std::string& text) { debugTrace().write(0, text, 0, "debugMessage"); }
 
 }  // namespace Kel

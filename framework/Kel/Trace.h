@@ -87,7 +87,9 @@ class TraceRing {
 }  // namespace Kel
 
 // KEL_TRACE_FILE(function, "Name"): defines `const Kel::TraceFile& function()`, the handle of
-// the trace file "Name", looked up once.
+// the trace file "Name", looked up once. Every unit names its trace file this way: a function of
+// its own in an anonymous namespace, or the definition of a class's declared
+// `static const Kel::TraceFile& trace();` (KEL_TRACE_FILE(Class::trace, "Name")).
 #define KEL_TRACE_FILE(function, name)                                            \
   const ::Kel::TraceFile& function() {                                            \
     static const ::Kel::TraceFile& kelTraceFile_ = ::Kel::TraceFile::named(name); \

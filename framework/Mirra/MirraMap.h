@@ -58,10 +58,12 @@
 //     its work: it never throws for corruption. Growth verifies every slot it copies and every
 //     index entry it leaves behind, and damage met there is repaired the same way; nothing damaged
 //     is ever copied. A writer that attaches to a shared table checks it whole and rebuilds it when
-//     it finds damage, from the slots that check out; when even the header's sizes cannot be
-//     trusted it reads the slots by the size of the memory, and when nothing can be read it starts
-//     the table afresh, reporting that its members are lost. A growth that a writer left unfinished
-//     (it died) is started afresh by the next one.
+//     it finds damage, from the slots that check out; when the memory is not the size its header
+//     gives it reads the header's slots that lie within the memory (reporting those past its end
+//     as lost), when even the header's sizes cannot be trusted it reads the slots by the size of
+//     the memory, and when nothing can be read it starts the table afresh, reporting that its
+//     members are lost. A growth that a writer left unfinished (it died) is started afresh by the
+//     next one.
 //  5. Iteration is in ascending key order. An iterator holds a copy of the member it stands on and
 //     advances to the smallest key greater than that copy's key in the table as it is then. So a
 //     writer may change the table between steps: erasing the current member, inserting behind or
@@ -89,8 +91,8 @@
 //       every read starts by loading that number with acquire and moves to the new memory.
 //     Every wait is bounded, per read (internal/WriterWait.h): a word held odd while no writer is
 //     alive is taken at once as left by a writer that died ("left half-written"); while the writer
-//     process is alive the read waits at most WriterWait::kDefaultLimit in all and then reports
-//     that the writer is stalled (or stopped), never that the slot was left half-written.
+//     process is alive the read waits at most kWriterWaitLimit (SharedTable.h) in all and then
+//     reports that the writer is stalled (or stopped), never that the slot was left half-written.
 //     Whether an attachment must allow for a writer at work is decided once, when it is made: the
 //     writer's own attachment and those that share its memory in its process (reader()) never
 //     meet a write in progress, so they check each slot where it lies, copy out only the value
@@ -225,7 +227,12 @@ class MirraMap {
   }
   std::size_t members() const {
     refresh();
-    return static_cast<std::size_t>(wordValue(HeaderWord::used));
+    const std::uint64_t used = wordValue(HeaderWord::used);
+    // The word passed its check; a count beyond the slots is a damaged header all the same.
+    if (used > layout_.slotCount) {
+      reportAndThrow(Damage{Fault::headerWord, static_cast<SlotIndex>(HeaderWord::used)});
+    }
+    return static_cast<std::size_t>(used);
   }
   // Grows with every write that changed the table; readers poll it to learn that something changed.
   std::uint64_t changeCount() const {
@@ -315,17 +322,21 @@ class MirraMap {
 
   // Reports corruption: writes "MirraMap::corruptionDetected() " + message to the debug stream
   // (for a shared table with "table <name>: " before the message), records it in this attachment
-  // and calls the corruption handler. The table's own checks call it before they throw; a caller
-  // that catches that exception and hands its message back here (as callers that treat a corrupt
-  // read as "absent" do) acknowledges the report already made, so one detection is reported once.
-  // Any other message is reported as a new detection.
+  // and calls the corruption handler. The table's own checks report this way before they throw.
   void corruptionDetected(const std::string& message) const {
-    if (unacknowledged_ && message == lastCorruption_) {
+    report(message);
+    unacknowledged_ = false;
+  }
+  // Hands back an exception a caller caught (as callers that treat a corrupt read as "absent" do,
+  // through Mirra::tolerantRead): the report this attachment made as it raised it is acknowledged,
+  // so that one detection is reported once; an exception this attachment did not raise, or one
+  // already handed back, is reported as a new detection.
+  void corruptionDetected(const CorruptionDetectedException& caught) const {
+    if (unacknowledged_ && caught.reportedBy(this)) {
       unacknowledged_ = false;
       return;
     }
-    report(message);
-    unacknowledged_ = false;
+    corruptionDetected(std::string(caught.what()));
   }
   void corruptionHandlerIs(CorruptionHandler handler) { corruptionHandler_ = std::move(handler); }
   // How many corruptions this attachment has reported, and the last one's message.
@@ -477,15 +488,21 @@ class MirraMap {
       return;
     }
     report(describe(damage));
-    const std::size_t slots = Layout::slotsIn(mapping.bytes, kSlotWords);
-    if (slots == 0 || (slots & (slots - 1)) != 0) {
+    Layout readable;
+    std::size_t slotsGiven = 0;
+    if (!internal::readableLayout(mapping, shape(), kSlotWords, &readable, &slotsGiven)) {
       report(
           "the generation's size fits no table: the table starts afresh and its members are "
           "lost");
       startFresh("attach");
       return;
     }
-    rebuild(Layout::of(mapping.base, slots, kSlotWords), false, "attach");
+    if (readable.slotCount < slotsGiven) {
+      report("the generation's memory ends after slot " + std::to_string(readable.slotCount) +
+             " of its " + std::to_string(slotsGiven) +
+             ": the members of the slots past its end are lost");
+    }
+    rebuild(readable, false, "attach");
   }
   bool damagedAnywhere() const {
     if (internal::odd(header_.value(HeaderWord::changes)) ||
@@ -758,7 +775,7 @@ class MirraMap {
   [[noreturn]] void reportMessageAndThrow(const std::string& message) const {
     report(message);
     unacknowledged_ = true;
-    throw CorruptionDetectedException(message, memory_->name());
+    throw CorruptionDetectedException(message, memory_->name(), this);
   }
 
   void requireWriter(const char* operation) const {
@@ -934,8 +951,9 @@ class MirraMap {
     }
     const std::size_t scanned = headerTrusted ? filled() : old.slotCount;
     std::vector<V> members = intactMembers(old, scanned, !headerTrusted, watchKey, droppedWatchKey);
-    std::size_t size = old.slotCount;
-    while ((members.size() + 1) * 2 > size) size *= 2;
+    // A power of two at least the old slot count (which a generation cut short may not be).
+    std::size_t size = kInitialSlots;
+    while (size < old.slotCount || (members.size() + 1) * 2 > size) size *= 2;
     layoutIs(prepare(size, operation));
     rootIs(tree().build(members));
     countersAre(members.size(), members.size());
@@ -993,7 +1011,7 @@ class MirraMap {
   mutable bool unacknowledged_ = false;
   mutable internal::ReportLimiter limiter_;
   // How long a read waits for a live writer elsewhere (a test seam may shorten it).
-  std::chrono::nanoseconds writerWaitLimit_ = WriterWait::kDefaultLimit;
+  std::chrono::nanoseconds writerWaitLimit_ = kWriterWaitLimit;
   // Test seam (set through testing::MirraMapBackdoor only): runs inside every slot write, after
   // the slot is marked busy and before its contents change.
   std::function<void()> midWriteHook_;

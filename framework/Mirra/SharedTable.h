@@ -11,9 +11,17 @@
 //    name, and none that group or others may write.
 //  - Exactly one writer at a time: it holds a lock on a segment that only its user can open, so
 //    that no reader and no other user can keep a writer from starting.
+//
+// What a reader waits for (kWriterWaitLimit): a writer in another process may be in the middle of
+// a write when a read meets the words it is changing. One read (a lookup, members(), one step of a
+// walk) waits for such a writer at most kWriterWaitLimit in all, while the writer's process is
+// alive; past it the read throws CorruptionDetectedException saying that the writer, naming its
+// process, is alive but stalled (or stopped, by a signal or a debugger). A write left unfinished
+// by a writer that has gone is reported at once, without waiting.
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <vector>
@@ -21,6 +29,9 @@
 namespace Mirra {
 
 enum class AttachMode { singleWriter, reader };
+
+// The longest a read of a shared table waits, in all, for a live writer in the middle of a write.
+constexpr std::chrono::milliseconds kWriterWaitLimit{1000};
 
 struct AttachOptions {
   // The permissions a writer gives the table's segments (the lock is always 0600): the owner reads

@@ -10,17 +10,16 @@
 //  1. A new log is not clogged.
 //  2. isAttrLogOutClogged() reports the state the host last set; a derived log may report more.
 
+#include "framework/Kel/Attribute.h"
 #include "framework/Kel/Ptr.h"
 
 namespace Oru {
 
 class AttrLogSm : public Kel::PtrInterface {
  public:
-  virtual bool isAttrLogOutClogged() const { return attrLogOutClogged_; }
-  void attrLogOutCloggedIs(bool clogged) { attrLogOutClogged_ = clogged; }
-
- private:
-  bool attrLogOutClogged_ = false;
+  // attrLogOutClogged(), attrLogOutCloggedIs(clogged): the state the host last set.
+  KEL_OWNED_SCALAR(attrLogOutClogged, false, bool)
+  virtual bool isAttrLogOutClogged() const { return attrLogOutClogged(); }
 };
 
 }  // namespace Oru

@@ -20,6 +20,7 @@
 
 #include <cstdint>
 
+#include "framework/Kel/Attribute.h"
 #include "framework/Kel/Clock.h"
 #include "framework/Kel/Ptr.h"
 
@@ -54,9 +55,9 @@ class ReviewTimer : public Kel::PtrInterface {
   // Schedules the clock reactor's next wake-up by the pacing rule above.
   void doUpdateNextReview();
 
-  // Seconds; 0 until the owner records a finished review.
-  double lastReviewTime() const { return lastReviewTime_; }
-  void lastReviewTimeIs(double seconds) { lastReviewTime_ = seconds; }
+  // lastReviewTime(), lastReviewTimeIs(seconds): when the owner recorded its last finished
+  // review; 0 until it records one.
+  KEL_OWNED_SCALAR(lastReviewTime, 0.0, double)
 
  private:
   struct Refill {
@@ -76,7 +77,6 @@ class ReviewTimer : public Kel::PtrInterface {
   double countingFrom_ = 0.0;
   bool armed_ = false;
   std::uint64_t deliveriesWhenArmed_ = 0;
-  double lastReviewTime_ = 0.0;
 };
 
 }  // namespace Oru

@@ -10,7 +10,8 @@
 //  3. Every add, replace (by a different value) and removal notifies onRpHash(prefix); storing
 //     the value already held notifies nothing.
 //  4. A read that finds the table corrupted raises Mirra::CorruptionDetectedException after
-//     reporting it (lastCorruption(), corruptions()); nothing here catches it. The writer's
+//     reporting it (lastCorruption(), corruptions()); nothing here catches it. A reader that
+//     reads on past damage does so through Mirra::tolerantRead. The writer's
 //     rpHashIs/rpHashDel never throw for corruption: they report and drop damaged entries, then
 //     write (see Mirra::MirraMap, invariant 4).
 //  5. rpHash() iterates in ascending prefix order (IPv4 before IPv6, then by address, then by
@@ -28,6 +29,7 @@
 
 #include "framework/Ipkit/IpGenPrefix.h"
 #include "framework/Kel/Entity.h"
+#include "framework/Mirra/CorruptionDetectedException.h"
 #include "framework/Mirra/MirraMap.h"
 #include "model/Pim/RpHash.h"
 
@@ -79,9 +81,11 @@ class RpHashStatus : public Kel::Entity {
   // Corruption found by this table's writer attachment (which in-process readers share).
   const std::string& lastCorruption() const { return rpHash_.lastCorruption(); }
   std::size_t corruptions() const { return rpHash_.corruptions(); }
-  // For a caller that caught Mirra::CorruptionDetectedException: see
-  // Mirra::MirraMap::corruptionDetected.
-  void corruptionDetected(const std::string& message) const { rpHash_.corruptionDetected(message); }
+  // Hands back a Mirra::CorruptionDetectedException a reader caught (Mirra::tolerantRead does it):
+  // see Mirra::MirraMap::corruptionDetected.
+  void corruptionDetected(const Mirra::CorruptionDetectedException& caught) const {
+    rpHash_.corruptionDetected(caught);
+  }
 
  private:
   Table rpHash_;

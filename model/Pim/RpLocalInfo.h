@@ -17,14 +17,8 @@ class RpLocalInfo : public Kel::Entity {
     KEL_ON(IntfId)
   };
 
-  explicit RpLocalInfo(const Ipkit::IpGenAddr& address) : address_(address) {}
-
-  const Ipkit::IpGenAddr& address() const { return address_; }
-
+  KEL_KEY(RpLocalInfo, address, Ipkit::IpGenAddr)
   KEL_SCALAR(intfId, IntfId, Ipkit::IntfId(), Ipkit::IntfId)
-
- private:
-  const Ipkit::IpGenAddr address_;
 };
 
 }  // namespace Pim

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs a built pimrp tree into a scratch prefix inside that build tree, then configures, builds
-# and runs the consumer project beside this script against the prefix, through find_package(pimrp)
-# only. The scratch folder is removed on exit, pass or fail.
+# and runs the consumer project beside this script (and the examples it builds) against the
+# prefix, through find_package(pimrp) only. The scratch folder is removed on exit, pass or fail.
 #
 # usage: run_consumer_test.sh CMAKE BUILD_DIR CXX_COMPILER BUILD_TYPE CXX_FLAGS LINKER_FLAGS
 #   CXX_FLAGS and LINKER_FLAGS are the build's own (warnings, sanitizers), so that the consumer
@@ -52,3 +52,8 @@ case "$found" in
 esac
 "$cmake" --build "$scratch/build" >/dev/null
 "$scratch/build/pimrp_consumer"
+# The examples, built against the installed tree, run as ctest runs them in the build tree.
+for mode in settles agent-and-reader; do
+  "$consumer_source/../examples/run_examples.sh" "$mode" "$scratch/build/examples/rp_agent" \
+    "$scratch/build/examples/rp_reader" "$prefix/bin/pimrp" "$consumer_source/../../examples"
+done

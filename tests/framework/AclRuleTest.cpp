@@ -22,18 +22,6 @@ namespace {
 const std::string kTniRefusal = "IpFilterBase::tni < 0 or > 16777215 not allowed";
 const std::string kVniRefusal = "IpFilterBase::vni < 0 or > 16777215 not allowed";
 
-// Runs `action`, which must throw Kel::RangeException, and returns its message.
-template <class Action>
-std::string rangeRefusal(Action action) {
-  try {
-    action();
-  } catch (const Kel::RangeException& e) {
-    return e.what();
-  }
-  ADD_FAILURE() << "no Kel::RangeException";
-  return "";
-}
-
 Ipkit::IpGenPrefix prefix(const char* text) { return Ipkit::IpGenPrefix(Kel::String(text)); }
 
 TEST(UniqueId, Compare_FollowsValue) {
@@ -79,7 +67,8 @@ TEST(IpFilterBase, SetTniOutOfRange_RefusedWithExactTextAndUnchanged) {
   base.tniIs(5);
   for (std::int32_t bad : {-1, 16777216, std::numeric_limits<std::int32_t>::min(),
                            std::numeric_limits<std::int32_t>::max()}) {
-    EXPECT_EQ(rangeRefusal([&] { base.tniIs(bad); }), kTniRefusal) << bad;
+    EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { base.tniIs(bad); }), kTniRefusal)
+        << bad;
     EXPECT_EQ(base.tni(), 5);
   }
 }
@@ -89,7 +78,8 @@ TEST(IpFilterBase, SetVniOutOfRange_RefusedWithExactTextAndUnchanged) {
   base.vniIs(6);
   for (std::int32_t bad : {-1, 16777216, std::numeric_limits<std::int32_t>::min(),
                            std::numeric_limits<std::int32_t>::max()}) {
-    EXPECT_EQ(rangeRefusal([&] { base.vniIs(bad); }), kVniRefusal) << bad;
+    EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { base.vniIs(bad); }), kVniRefusal)
+        << bad;
     EXPECT_EQ(base.vni(), 6);
   }
 }
@@ -102,12 +92,14 @@ TEST(IpFilterBase, RawConstructor_KeepsValuesUnchecked) {
 
 TEST(IpFilterBase, CopyOfBadTni_RefusedWithExactText) {
   const Acl::IpFilterBase raw(-1, 0);
-  EXPECT_EQ(rangeRefusal([&] { Acl::IpFilterBase copy(raw); }), kTniRefusal);
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { Acl::IpFilterBase copy(raw); }),
+            kTniRefusal);
 }
 
 TEST(IpFilterBase, CopyOfBadVni_RefusedWithExactText) {
   const Acl::IpFilterBase raw(0, 16777216);
-  EXPECT_EQ(rangeRefusal([&] { Acl::IpFilterBase copy(raw); }), kVniRefusal);
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { Acl::IpFilterBase copy(raw); }),
+            kVniRefusal);
 }
 
 TEST(IpFilterBase, CopyOfGoodValue_Equal) {
@@ -121,7 +113,7 @@ TEST(IpFilterBase, AssignBadTni_RefusedWithExactTextAndTargetUnchanged) {
   target.tniIs(11);
   target.vniIs(12);
   const Acl::IpFilterBase raw(16777216, 1);
-  EXPECT_EQ(rangeRefusal([&] { target = raw; }), kTniRefusal);
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { target = raw; }), kTniRefusal);
   EXPECT_EQ(target.tni(), 11);
   EXPECT_EQ(target.vni(), 12);
 }
@@ -132,7 +124,7 @@ TEST(IpFilterBase, AssignBadVniWithGoodTni_RefusedWithExactTextAndTargetUnchange
   target.tniIs(11);
   target.vniIs(12);
   const Acl::IpFilterBase raw(99, -1);
-  EXPECT_EQ(rangeRefusal([&] { target = raw; }), kVniRefusal);
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { target = raw; }), kVniRefusal);
   EXPECT_EQ(target.tni(), 11);
   EXPECT_EQ(target.vni(), 12);
 }
@@ -182,8 +174,9 @@ TEST(IpFilter, CopyOfBadIdentifiers_RefusedThroughBaseAndTargetUnchanged) {
   Acl::IpFilter target(prefix("232.0.0.0/8"));
   target.tniIs(1);
   const Acl::IpFilter raw(prefix("233.0.0.0/8"), 0, 16777216);
-  EXPECT_EQ(rangeRefusal([&] { Acl::IpFilter copy(raw); }), kVniRefusal);
-  EXPECT_EQ(rangeRefusal([&] { target = raw; }), kVniRefusal);
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { Acl::IpFilter copy(raw); }),
+            kVniRefusal);
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { target = raw; }), kVniRefusal);
   EXPECT_EQ(target, [] {
     Acl::IpFilter expected(prefix("232.0.0.0/8"));
     expected.tniIs(1);
@@ -193,7 +186,8 @@ TEST(IpFilter, CopyOfBadIdentifiers_RefusedThroughBaseAndTargetUnchanged) {
 
 TEST(IpRuleConfig, ConstructFromBadFilter_RefusedWithExactText) {
   const Acl::IpFilter raw(prefix("233.0.0.0/8"), -1, 0);
-  EXPECT_EQ(rangeRefusal([&] { Acl::IpRuleConfig rule(Acl::AclAction::permit, raw); }),
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>(
+                [&] { Acl::IpRuleConfig rule(Acl::AclAction::permit, raw); }),
             kTniRefusal);
 }
 

@@ -7,6 +7,7 @@
 #include "framework/Kel/Clock.h"
 #include "framework/Kel/Exception.h"
 #include "framework/Kel/System.h"
+#include "tests/support/Refusal.h"
 
 namespace {
 
@@ -313,12 +314,9 @@ TEST(SystemTime, SteppingTime_EachReadAdvancesByStep) {
 
 TEST(SystemTime, SteppingTime_NegativeStep_RefusedAndTimeUnchanged) {
   Kel::System::virtualTimeIs(7.0);
-  try {
-    Kel::System::steppingTimeIs(1.0, -0.25);
-    ADD_FAILURE() << "no Kel::RangeException";
-  } catch (const Kel::RangeException& e) {
-    EXPECT_EQ(std::string(e.what()), "time step -0.250000 refused: must not be negative");
-  }
+  EXPECT_EQ(
+      TestSupport::refusalOf<Kel::RangeException>([&] { Kel::System::steppingTimeIs(1.0, -0.25); }),
+      "time step -0.250000 refused: must not be negative");
   EXPECT_DOUBLE_EQ(Kel::System::currentTime(), 7.0);
   EXPECT_DOUBLE_EQ(Kel::System::timeStep(), 0.0);
   Kel::System::realTimeIs();

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "tests/framework/KelTestEntities.h"
+#include "tests/support/Refusal.h"
 
 namespace {
 
@@ -167,12 +168,8 @@ TEST(Entity, Reactor_HoldsItsNotifier_EntityLivesWhileWatched) {
 
 TEST(Entity, Mutator_NullEntity_RefusedWithExactText) {
   Kel::Ptr<Garage> garage(new Garage);
-  try {
-    garage->carIs("x", nullptr);
-    FAIL() << "a null car was accepted";
-  } catch (const Kel::RangeException& e) {
-    EXPECT_STREQ(e.what(), "null _car parameter to mutator for KelTest::Garage::car not allowed");
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { garage->carIs("x", nullptr); }),
+            "null _car parameter to mutator for KelTest::Garage::car not allowed");
   EXPECT_TRUE(garage->car().empty());
 }
 

@@ -10,6 +10,7 @@
 #include "framework/Ipkit/IpGenPrefix.h"
 #include "framework/Ipkit/IpGenPrefixSet.h"
 #include "framework/Kel/Exception.h"
+#include "tests/support/Refusal.h"
 
 namespace {
 
@@ -18,21 +19,13 @@ using Ipkit::IpGenPrefix;
 
 // The parse must fail with exactly this message.
 void expectRefused(const std::string& text, const std::string& message) {
-  try {
-    IpGenPrefix prefix(text);
-    ADD_FAILURE() << "'" << text << "' parsed as " << prefix;
-  } catch (const Kel::ParseException& e) {
-    EXPECT_EQ(std::string(e.what()), message);
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::ParseException>([&] { IpGenPrefix prefix(text); }),
+            message);
 }
 
 void expectRangeRefused(const IpGenAddr& addr, unsigned len, const std::string& message) {
-  try {
-    IpGenPrefix prefix(addr, len);
-    ADD_FAILURE() << "accepted " << prefix;
-  } catch (const Kel::RangeException& e) {
-    EXPECT_EQ(std::string(e.what()), message);
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { IpGenPrefix prefix(addr, len); }),
+            message);
 }
 
 TEST(IpGenPrefixTest, IpGenPrefix_Layout_FixedSizeAndTriviallyCopyable) {

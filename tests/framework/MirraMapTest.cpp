@@ -15,6 +15,9 @@
 #include "framework/Mirra/CorruptionDetectedException.h"
 #include "framework/Mirra/MirraMap.h"
 #include "framework/Mirra/testing/MirraMapBackdoor.h"
+#include "tests/framework/MirraTestEntry.h"
+#include "tests/support/Refusal.h"
+#include "tests/support/TraceCapture.h"
 
 namespace {
 
@@ -22,15 +25,8 @@ using Ipkit::IpGenAddr;
 using Ipkit::IpGenPrefix;
 using Mirra::testing::MirraMapBackdoor;
 
-struct Entry {
-  IpGenPrefix key;
-  std::uint32_t payload = 0;
-  bool operator==(const Entry& other) const { return key == other.key && payload == other.payload; }
-};
-struct EntryKey {
-  const IpGenPrefix& operator()(const Entry& entry) const { return entry.key; }
-};
-using Table = Mirra::MirraMap<IpGenPrefix, Entry, EntryKey>;
+using MirraTest::Entry;
+using MirraTest::Table;
 
 IpGenPrefix prefix(const char* text) { return IpGenPrefix(Kel::String(text)); }
 Entry entry(const char* text, std::uint32_t payload) { return Entry{prefix(text), payload}; }
@@ -59,8 +55,6 @@ std::vector<IpGenPrefix> keysOf(const std::map<IpGenPrefix, std::uint32_t>& orac
   for (const auto& [key, payload] : oracle) keys.push_back(key);
   return keys;
 }
-
-std::vector<std::string> debugLines() { return Kel::TraceRing::instance().lines("Debug"); }
 
 TEST(MirraMap, RandomInsertsAndErases_IterateInKeyOrderLikeOrderedMap) {
   std::mt19937 rng(4242u);
@@ -259,7 +253,7 @@ class MirraMapCorruption : public ::testing::Test {
       table.insert(Entry{IpGenPrefix(IpGenAddr::ip4(0xef000000u + 256 * i), 24), i});
     }
     table.corruptionHandlerIs([this](const std::string& message) { handled.push_back(message); });
-    Kel::TraceRing::instance().clear();
+    debug.clear();
   }
   static IpGenPrefix key(std::uint32_t i) {
     return IpGenPrefix(IpGenAddr::ip4(0xef000000u + 256 * i), 24);
@@ -268,15 +262,12 @@ class MirraMapCorruption : public ::testing::Test {
     return "slot " + std::to_string(MirraMapBackdoor::slotOf(table, damaged)) + " of " +
            std::to_string(MirraMapBackdoor::slots(table)) + " fails its checksum";
   }
-  std::string lookupFailure(const Table& attachment, const IpGenPrefix& wanted) {
-    try {
-      attachment.lookup(wanted);
-    } catch (const Mirra::CorruptionDetectedException& e) {
-      return e.what();
-    }
-    return "no exception";
+  static std::string lookupFailure(const Table& attachment, const IpGenPrefix& wanted) {
+    return TestSupport::refusalOf<Mirra::CorruptionDetectedException>(
+        [&] { attachment.lookup(wanted); });
   }
 
+  TestSupport::TraceCapture debug{"Debug"};
   Table table;
   std::vector<std::string> handled;
 };
@@ -286,7 +277,7 @@ TEST_F(MirraMapCorruption, DamagedValue_LookupReportsOnceThenThrows) {
   ASSERT_TRUE(MirraMapBackdoor::damageValue(table, key(3)));
   EXPECT_EQ(lookupFailure(table, key(3)), message);
   EXPECT_EQ(handled, std::vector<std::string>{message});
-  EXPECT_EQ(debugLines(), std::vector<std::string>{"MirraMap::corruptionDetected() " + message});
+  EXPECT_EQ(debug.lines(), std::vector<std::string>{"MirraMap::corruptionDetected() " + message});
   EXPECT_EQ(table.corruptions(), 1u);
   EXPECT_EQ(table.lastCorruption(), message);
   EXPECT_EQ(table.lookup(key(4)).payload, 4u);
@@ -375,12 +366,11 @@ TEST_F(MirraMapCorruption, Growth_SkipsDamagedSlotAndReportsIt) {
 TEST_F(MirraMapCorruption, IterationMeetsDamage_ThrowsAfterHandlerAndRestartsOnceRepaired) {
   for (std::uint32_t i = 0; i < 8; ++i) MirraMapBackdoor::damageValue(table, key(i));
   std::vector<std::uint32_t> seen;
-  try {
+  const auto e = TestSupport::thrownBy<Mirra::CorruptionDetectedException>([&] {
     for (const Entry& member : table) seen.push_back(member.payload);
-    FAIL() << "the walk met no damage";
-  } catch (const Mirra::CorruptionDetectedException& e) {
-    EXPECT_EQ(handled, std::vector<std::string>{e.what()});
-  }
+  });
+  ASSERT_TRUE(e);
+  EXPECT_EQ(handled, std::vector<std::string>{e->what()});
   EXPECT_TRUE(seen.empty());
   table.insert(Entry{key(0), 100});  // the writer's next write drops every damaged slot
   EXPECT_EQ(handled.size(), 9u);
@@ -456,20 +446,46 @@ TEST_F(MirraMapCorruption, ReaderAndWriterAttachments_EachRecordTheirOwnDetectio
   EXPECT_EQ(reader.corruptions(), 1u);
 }
 
-TEST_F(MirraMapCorruption, CallerHandsCaughtMessageBack_OneReportPerDetection) {
+TEST_F(MirraMapCorruption, CaughtExceptionHandedBack_OneReportPerDetection) {
+  MirraMapBackdoor::damageValue(table, key(0));
+  const auto caught =
+      TestSupport::thrownBy<Mirra::CorruptionDetectedException>([&] { table.lookup(key(0)); });
+  ASSERT_TRUE(caught);
+  table.corruptionDetected(*caught);
+  EXPECT_EQ(handled, std::vector<std::string>{caught->what()});
+  EXPECT_EQ(debug.lines(), std::vector<std::string>{"MirraMap::corruptionDetected() " +
+                                                    std::string(caught->what())});
+  EXPECT_EQ(table.corruptions(), 1u);
+  // Handed back twice, it is a second detection.
+  table.corruptionDetected(*caught);
+  EXPECT_EQ(table.corruptions(), 2u);
+}
+
+TEST_F(MirraMapCorruption, CallersOwnDetection_ReportedEvenWithTheLastReportsText) {
   MirraMapBackdoor::damageValue(table, key(0));
   const std::string message = lookupFailure(table, key(0));
   table.corruptionDetected(message);
-  EXPECT_EQ(handled.size(), 1u);
-  EXPECT_EQ(debugLines().size(), 1u);
   table.corruptionDetected("route 10.0.0.0/8 names a missing record");
-  EXPECT_EQ(handled,
-            (std::vector<std::string>{message, "route 10.0.0.0/8 names a missing record"}));
-  EXPECT_EQ(debugLines(),
-            (std::vector<std::string>{
-                "MirraMap::corruptionDetected() " + message,
-                "MirraMap::corruptionDetected() route 10.0.0.0/8 names a missing record"}));
-  EXPECT_EQ(table.corruptions(), 2u);
+  EXPECT_EQ(handled, (std::vector<std::string>{message, message,
+                                               "route 10.0.0.0/8 names a missing record"}));
+  EXPECT_EQ(
+      debug.lines(),
+      (std::vector<std::string>{
+          "MirraMap::corruptionDetected() " + message, "MirraMap::corruptionDetected() " + message,
+          "MirraMap::corruptionDetected() route 10.0.0.0/8 names a missing record"}));
+  EXPECT_EQ(table.corruptions(), 3u);
+}
+
+TEST_F(MirraMapCorruption, ReadersExceptionHandedToWriter_ReportedByBoth) {
+  const Table reader = table.reader();
+  MirraMapBackdoor::damageValue(table, key(2));
+  const auto caught =
+      TestSupport::thrownBy<Mirra::CorruptionDetectedException>([&] { reader.lookup(key(2)); });
+  ASSERT_TRUE(caught);
+  table.corruptionDetected(*caught);
+  EXPECT_EQ(reader.corruptions(), 1u);
+  EXPECT_EQ(table.corruptions(), 1u);
+  EXPECT_EQ(handled, std::vector<std::string>{caught->what()});
 }
 
 // Growth spread over writes: a table whose next generation is being filled, a few slots per
@@ -645,12 +661,9 @@ TEST(MirraMap, ReaderAttachment_RefusesWrites) {
   Table table;
   Table reader = table.reader();
   EXPECT_THROW(reader.insert(entry("239.0.0.0/8", 1)), Kel::RangeException);
-  try {
-    reader.erase(prefix("239.0.0.0/8"));
-    FAIL() << "a reader erased";
-  } catch (const Kel::RangeException& e) {
-    EXPECT_STREQ(e.what(), "MirraMap::erase() on a reader attachment not allowed");
-  }
+  EXPECT_EQ(
+      TestSupport::refusalOf<Kel::RangeException>([&] { reader.erase(prefix("239.0.0.0/8")); }),
+      "MirraMap::erase() on a reader attachment not allowed");
 }
 
 }  // namespace

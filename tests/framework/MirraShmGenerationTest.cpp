@@ -17,6 +17,7 @@
 #include "framework/Mirra/MirraMap.h"
 #include "framework/Mirra/testing/MirraMapBackdoor.h"
 #include "tests/framework/MirraShmTestSupport.h"
+#include "tests/support/TraceCapture.h"
 
 namespace {
 
@@ -27,8 +28,6 @@ using MirraShmTest::recordFor;
 using MirraShmTest::segmentExists;
 using MirraShmTest::SegmentGuard;
 using MirraShmTest::Table;
-
-std::vector<std::string> debugLines() { return Kel::TraceRing::instance().lines("Debug"); }
 
 // The keys a fresh reader finds, in order, or what stopped it.
 std::string keysSeen(const std::string& name) {
@@ -57,7 +56,7 @@ bool segmentMade(const std::string& segment) {
 
 class MirraShmGeneration : public ::testing::Test {
  protected:
-  void SetUp() override { Kel::TraceRing::instance().clear(); }
+  TestSupport::TraceCapture debug{"Debug"};
   SegmentGuard segment{::testing::UnitTest::GetInstance()->current_test_info()->name()};
   std::string generation(int number) const {
     return segment.name() + ".g" + std::to_string(number);
@@ -68,7 +67,7 @@ class MirraShmGeneration : public ::testing::Test {
 constexpr std::uint64_t kKeysToPublishSecond = 11;
 
 TEST_F(MirraShmGeneration, KilledBetweenPublishAndUnlink_NextWriterRemovesTheOldOne) {
-  const pid_t child = MirraShmTest::forkChild([&] {
+  MirraShmTest::ChildProcess child = MirraShmTest::ChildProcess::run([&] {
     Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
     MirraMapBackdoor::publishedHookIs(writer, [] { raise(SIGKILL); });
     for (std::uint64_t key = 0; key < kKeysToPublishSecond; ++key) {
@@ -76,7 +75,7 @@ TEST_F(MirraShmGeneration, KilledBetweenPublishAndUnlink_NextWriterRemovesTheOld
     }
     return 0;
   });
-  ASSERT_EQ(MirraShmTest::waitFor(child), -SIGKILL);
+  ASSERT_EQ(child.wait(), -SIGKILL);
   EXPECT_TRUE(segmentExists(generation(1)));
   EXPECT_TRUE(segmentExists(generation(2)));
   EXPECT_EQ(keysSeen(segment.name()), keysUpTo(kKeysToPublishSecond - 1));
@@ -90,13 +89,13 @@ TEST_F(MirraShmGeneration, KilledBetweenPublishAndUnlink_NextWriterRemovesTheOld
 }
 
 TEST_F(MirraShmGeneration, KilledWhileFillingNext_NextWriterRemovesIt) {
-  const pid_t child = MirraShmTest::forkChild([&] {
+  MirraShmTest::ChildProcess child = MirraShmTest::ChildProcess::run([&] {
     const Table writer = MirraShmTest::filledWriter(segment.name(), 9, 1);
     if (!MirraMapBackdoor::growing(writer)) return 1;
     raise(SIGKILL);
     return 0;
   });
-  ASSERT_EQ(MirraShmTest::waitFor(child), -SIGKILL);
+  ASSERT_EQ(child.wait(), -SIGKILL);
   EXPECT_TRUE(segmentExists(generation(2)));
   { const Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter); }
   EXPECT_TRUE(segmentExists(generation(1)));
@@ -105,13 +104,13 @@ TEST_F(MirraShmGeneration, KilledWhileFillingNext_NextWriterRemovesIt) {
 }
 
 TEST_F(MirraShmGeneration, WriterExitsWhileFillingNext_NothingUnpublishedLeft) {
-  const pid_t child = MirraShmTest::forkChild([&] {
+  MirraShmTest::ChildProcess child = MirraShmTest::ChildProcess::run([&] {
     // Held past the end of the process, as a program that leaves its tables to the exit does.
     static Table* const writer = new Table(MirraShmTest::filledWriter(segment.name(), 9, 1));
     if (!MirraMapBackdoor::growing(*writer)) return 1;
     std::exit(0);
   });
-  ASSERT_EQ(MirraShmTest::waitFor(child), 0);
+  ASSERT_EQ(child.wait(), 0);
   EXPECT_TRUE(segmentExists(generation(1)));
   EXPECT_FALSE(segmentExists(generation(2)));
   EXPECT_EQ(keysSeen(segment.name()), keysUpTo(9));
@@ -132,13 +131,13 @@ TEST_F(MirraShmGeneration, NamesTakenBySomeoneElse_GrowthTakesTheNextFreeName) {
 TEST_F(MirraShmGeneration, NoNameLeft_GrowthReportsItNamingTheOperation_WritesGoOn) {
   Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
   for (int number = 2; number < 2 + 64; ++number) ASSERT_TRUE(segmentMade(generation(number)));
-  Kel::TraceRing::instance().clear();
+  debug.clear();
   for (std::uint64_t key = 0; key < 12; ++key) writer.insert(recordFor(key, 1));
   EXPECT_EQ(MirraMapBackdoor::slots(writer), 16u);
   const std::string failure = "MirraMap::grow() table " + segment.name() +
                               " cannot create a new generation: the 64 names from " +
                               generation(2) + " on are all taken";
-  EXPECT_EQ(debugLines(), std::vector<std::string>{failure});
+  EXPECT_EQ(debug.lines(), std::vector<std::string>{failure});
   EXPECT_EQ(keysSeen(segment.name()), keysUpTo(12));
 }
 
@@ -147,13 +146,13 @@ TEST_F(MirraShmGeneration, PublishedGenerationMissing_ReaderSaysSo_WriterStartsA
   ASSERT_EQ(shm_unlink(("/" + generation(1)).c_str()), 0);
   const std::string missing = "its published generation " + generation(1) + " is missing";
   EXPECT_EQ(keysSeen(segment.name()), "threw: " + missing);
-  Kel::TraceRing::instance().clear();
+  debug.clear();
   {
     const Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
     EXPECT_EQ(writer.lastCorruption(),
               missing + ": the table starts afresh and its members are lost");
   }
-  EXPECT_EQ(debugLines(),
+  EXPECT_EQ(debug.lines(),
             (std::vector<std::string>{
                 "MirraMap::corruptionDetected() table " + segment.name() + ": " + missing +
                     ": the table starts afresh and its members are lost",

@@ -17,6 +17,8 @@
 #include "framework/Mirra/CorruptionDetectedException.h"
 #include "framework/Mirra/MirraMap.h"
 #include "tests/framework/MirraShmTestSupport.h"
+#include "tests/support/Refusal.h"
+#include "tests/support/TraceCapture.h"
 
 namespace {
 
@@ -33,12 +35,9 @@ using MirraShmTest::Table;
 // What attaching says: "attached", or the refusal's text.
 std::string attachOutcome(const std::string& name, AttachMode mode,
                           const AttachOptions& options = AttachOptions()) {
-  try {
-    Table::attachShared(name, mode, options);
-  } catch (const Kel::Exception& refusal) {
-    return refusal.what();
-  }
-  return "attached";
+  const auto refusal =
+      TestSupport::thrownBy<Kel::Exception>([&] { Table::attachShared(name, mode, options); });
+  return refusal ? refusal->what() : "attached";
 }
 
 std::string ownerAndMode(const std::string& segment) {
@@ -54,14 +53,24 @@ std::string asOtherUser(const std::function<std::string()>& body) {
   return answerFromChild(body, true);
 }
 
-class MirraShmOwnership : public ::testing::Test {
+// Tests of who may write and read that need no other user.
+class MirraShmPermissions : public ::testing::Test {
+ protected:
+  TestSupport::TraceCapture debug{"Debug"};
+  SegmentGuard segment{::testing::UnitTest::GetInstance()->current_test_info()->name()};
+  // The owner and mode of a segment this test process made.
+  std::string ownedWithMode(const char* mode) const {
+    return std::to_string(geteuid()) + " " + mode;
+  }
+};
+
+// Tests that act as another user (nobody) too: they run as root, and skip, saying why, otherwise.
+class MirraShmOwnership : public MirraShmPermissions {
  protected:
   void SetUp() override {
-    Kel::TraceRing::instance().clear();
     const std::string why = MirraShmTest::otherUserUnavailable();
     if (!why.empty()) GTEST_SKIP() << why;
   }
-  SegmentGuard segment{::testing::UnitTest::GetInstance()->current_test_info()->name()};
   const std::string root = "root (uid 0)";
   const std::string nobody = "nobody (uid 65534)";
 };
@@ -103,7 +112,7 @@ TEST_F(MirraShmOwnership, ControlMadeByHandByOtherUser_WriterRefusesNamingIt) {
   EXPECT_EQ(status.st_size, 0);  // written nothing
 }
 
-TEST_F(MirraShmOwnership, WorldWritableControl_WriterAndReaderRefuse) {
+TEST_F(MirraShmPermissions, WorldWritableControl_WriterAndReaderRefuse) {
   { Table writer = MirraShmTest::filledWriter(segment.name(), 3, 1); }
   ASSERT_EQ(chmod(segmentFile(segment.name()).c_str(), 0666), 0);
   EXPECT_EQ(attachOutcome(segment.name(), AttachMode::singleWriter),
@@ -112,6 +121,40 @@ TEST_F(MirraShmOwnership, WorldWritableControl_WriterAndReaderRefuse) {
   EXPECT_EQ(attachOutcome(segment.name(), AttachMode::reader),
             "MirraMap::attach() table " + segment.name() +
                 " is writable by group or others (mode 0666): a reader does not trust it");
+}
+
+// Anyone who can open the lock segment can hold a lock on it that keeps the writer out.
+TEST_F(MirraShmPermissions, LockSegmentOthersCanOpen_WriterRefusesNamingIt_ReadersStillRead) {
+  { Table writer = MirraShmTest::filledWriter(segment.name(), 3, 1); }
+  const std::string lock = segment.name() + ".lock";
+  ASSERT_EQ(chmod(segmentFile(lock).c_str(), 0604), 0);
+  EXPECT_EQ(attachOutcome(segment.name(), AttachMode::singleWriter),
+            "MirraMap::attach() table " + segment.name() + " cannot be written: segment " + lock +
+                " can be opened by group or others (mode 0604)");
+  EXPECT_EQ(ownerAndMode(lock), ownedWithMode("0604"));
+  const Table reader = Table::attachShared(segment.name(), AttachMode::reader);
+  EXPECT_EQ(reader.lookup(2), recordFor(2, 1));
+}
+
+TEST_F(MirraShmPermissions, GenerationWritableByOthers_ReaderReportsIt_WriterRefuses) {
+  { Table writer = MirraShmTest::filledWriter(segment.name(), 3, 1); }
+  const std::string generation = segment.name() + ".g1";
+  for (const mode_t mode : {0664, 0646}) {
+    ASSERT_EQ(chmod(segmentFile(generation).c_str(), mode), 0);
+    const std::string modeText = mode == 0664 ? "0664" : "0646";
+    try {
+      Table::attachShared(segment.name(), AttachMode::reader);
+      FAIL() << "read a generation writable by others, mode " << modeText;
+    } catch (const Mirra::CorruptionDetectedException& damage) {
+      EXPECT_EQ(std::string(damage.what()), "its published generation " + generation +
+                                                " is writable by group or others (mode " +
+                                                modeText + ")");
+    }
+    EXPECT_EQ(attachOutcome(segment.name(), AttachMode::singleWriter),
+              "MirraMap::attach() table " + segment.name() + " cannot be written: segment " +
+                  generation + " is writable by group or others (mode " + modeText + ")");
+    EXPECT_EQ(ownerAndMode(generation), ownedWithMode(modeText.c_str()));
+  }
 }
 
 TEST_F(MirraShmOwnership, Reader_TrustsRootItselfAndTheNamedOwnerOnly) {
@@ -152,25 +195,23 @@ TEST_F(MirraShmOwnership, GenerationReplacedByOtherUser_ReaderReportsIt) {
   ASSERT_EQ(made, "made");
   const std::string expected = "its published generation " + generation + " belongs to " + nobody +
                                ", not to the table's owner " + root;
-  Kel::TraceRing::instance().clear();
-  try {
-    Table::attachShared(segment.name(), AttachMode::reader);
-    FAIL() << "attached to another user's generation";
-  } catch (const Mirra::CorruptionDetectedException& damage) {
-    EXPECT_EQ(std::string(damage.what()), expected);
-    EXPECT_EQ(damage.table(), segment.name());
-  }
-  EXPECT_EQ(Kel::TraceRing::instance().lines("Debug"),
-            std::vector<std::string>{"MirraMap::corruptionDetected() table " + segment.name() +
-                                     ": " + expected});
+  debug.clear();
+  const auto damage = TestSupport::thrownBy<Mirra::CorruptionDetectedException>(
+      [&] { Table::attachShared(segment.name(), AttachMode::reader); });
+  ASSERT_TRUE(damage);
+  EXPECT_EQ(std::string(damage->what()), expected);
+  EXPECT_EQ(damage->table(), segment.name());
+  EXPECT_EQ(debug.lines(), std::vector<std::string>{"MirraMap::corruptionDetected() table " +
+                                                    segment.name() + ": " + expected});
 }
 
-// A process that holds a read lock on the control segment, as any user who can read it could.
-pid_t readLockHolder(const std::string& name, bool asOtherUser) {
+// A process that holds a read lock on the control segment, as any user who can read it could;
+// started() is false when it could not take the lock.
+MirraShmTest::ChildProcess readLockHolder(const std::string& name, bool asOtherUser) {
   int ready[2];
-  if (pipe(ready) != 0) return -1;
-  const pid_t child = fork();
-  if (child == 0) {
+  if (pipe(ready) != 0) return MirraShmTest::ChildProcess();
+  MirraShmTest::ChildProcess holder(fork());
+  if (holder.pid() == 0) {
     close(ready[0]);
     if (asOtherUser && !MirraShmTest::becomeOtherUser()) _exit(1);
     const int fd = shm_open(("/" + name).c_str(), O_RDONLY, 0);
@@ -191,27 +232,29 @@ pid_t readLockHolder(const std::string& name, bool asOtherUser) {
   char answer = 0;
   const bool told = read(ready[0], &answer, 1) == 1;
   close(ready[0]);
-  if (!told || answer != 'y') {
-    kill(child, SIGKILL);
-    MirraShmTest::waitFor(child);
-    return -1;
-  }
-  return child;
+  if (!told || answer != 'y') return MirraShmTest::ChildProcess();
+  return holder;
 }
 
-TEST_F(MirraShmOwnership, ReadLocksOnControlByOtherProcesses_WriterStillStarts) {
-  { Table writer = MirraShmTest::filledWriter(segment.name(), 2, 1); }
-  for (const bool otherUser : {true, false}) {
-    const pid_t holder = readLockHolder(segment.name(), otherUser);
-    ASSERT_GT(holder, 0) << (otherUser ? "nobody" : "root");
-    Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
-    EXPECT_TRUE(writer.insert(recordFor(3, otherUser ? 1 : 2)));
-    kill(holder, SIGKILL);
-    EXPECT_EQ(MirraShmTest::waitFor(holder), -SIGKILL);
-  }
+// The writer of a table whose control segment another process holds a read lock on.
+std::string writerBesideReadLock(const std::string& name, bool asOtherUser) {
+  { const Table writer = MirraShmTest::filledWriter(name, 2, 1); }
+  MirraShmTest::ChildProcess holder = readLockHolder(name, asOtherUser);
+  if (!holder.started()) return "no read lock taken";
+  Table writer = Table::attachShared(name, AttachMode::singleWriter);
+  return writer.insert(recordFor(3, 1)) && writer.lookup(3) == recordFor(3, 1) ? "written"
+                                                                               : "not written";
 }
 
-TEST_F(MirraShmOwnership, ModeOption_NewSegmentsHaveExactlyThatModeWhateverTheUmask) {
+TEST_F(MirraShmOwnership, ReadLockOnControlByAnotherUser_WriterStillStarts) {
+  EXPECT_EQ(writerBesideReadLock(segment.name(), true), "written");
+}
+
+TEST_F(MirraShmPermissions, ReadLockOnControlByTheSameUser_WriterStillStarts) {
+  EXPECT_EQ(writerBesideReadLock(segment.name(), false), "written");
+}
+
+TEST_F(MirraShmPermissions, ModeOption_NewSegmentsHaveExactlyThatModeWhateverTheUmask) {
   const mode_t before = umask(077);
   AttachOptions options;
   options.mode = 0640;
@@ -221,24 +264,24 @@ TEST_F(MirraShmOwnership, ModeOption_NewSegmentsHaveExactlyThatModeWhateverTheUm
     for (std::uint64_t key = 0; key < 12; ++key) writer.insert(recordFor(key, 1));
   }
   umask(before);
-  EXPECT_EQ(ownerAndMode(segment.name()), "0 0640");
-  EXPECT_EQ(ownerAndMode(segment.name() + ".lock"), "0 0600");
+  EXPECT_EQ(ownerAndMode(segment.name()), ownedWithMode("0640"));
+  EXPECT_EQ(ownerAndMode(segment.name() + ".lock"), ownedWithMode("0600"));
   EXPECT_EQ(ownerAndMode(segment.name() + ".g1"), "missing");
-  EXPECT_EQ(ownerAndMode(segment.name() + ".g2"), "0 0640");
+  EXPECT_EQ(ownerAndMode(segment.name() + ".g2"), ownedWithMode("0640"));
 }
 
-TEST_F(MirraShmOwnership, ModeOption_NextWriterGivesTheSegmentsItTakesUpItsMode) {
+TEST_F(MirraShmPermissions, ModeOption_NextWriterGivesTheSegmentsItTakesUpItsMode) {
   { const Table writer = MirraShmTest::filledWriter(segment.name(), 3, 1); }
-  EXPECT_EQ(ownerAndMode(segment.name() + ".g1"), "0 0644");
+  EXPECT_EQ(ownerAndMode(segment.name() + ".g1"), ownedWithMode("0644"));
   AttachOptions ownerOnly;
   ownerOnly.mode = 0600;
   { const Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter, ownerOnly); }
-  EXPECT_EQ(ownerAndMode(segment.name()), "0 0600");
-  EXPECT_EQ(ownerAndMode(segment.name() + ".g1"), "0 0600");
-  EXPECT_EQ(ownerAndMode(segment.name() + ".lock"), "0 0600");
+  EXPECT_EQ(ownerAndMode(segment.name()), ownedWithMode("0600"));
+  EXPECT_EQ(ownerAndMode(segment.name() + ".g1"), ownedWithMode("0600"));
+  EXPECT_EQ(ownerAndMode(segment.name() + ".lock"), ownedWithMode("0600"));
 }
 
-TEST_F(MirraShmOwnership, ModeOption_WritableByOthers_Refused) {
+TEST_F(MirraShmPermissions, ModeOption_WritableByOthers_Refused) {
   AttachOptions options;
   options.mode = 0664;
   EXPECT_EQ(attachOutcome(segment.name(), AttachMode::singleWriter, options),

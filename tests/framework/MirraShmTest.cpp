@@ -14,6 +14,8 @@
 #include "framework/Mirra/MirraMap.h"
 #include "framework/Mirra/testing/MirraMapBackdoor.h"
 #include "tests/framework/MirraShmTestSupport.h"
+#include "tests/support/Refusal.h"
+#include "tests/support/TraceCapture.h"
 
 namespace {
 
@@ -26,20 +28,13 @@ using MirraShmTest::segmentExists;
 using MirraShmTest::SegmentGuard;
 using MirraShmTest::Table;
 
-std::vector<std::string> debugLines() { return Kel::TraceRing::instance().lines("Debug"); }
-
 std::string attachFailure(const std::string& name, AttachMode mode) {
-  try {
-    Table::attachShared(name, mode);
-  } catch (const Kel::RangeException& error) {
-    return error.what();
-  }
-  return "attached";
+  return TestSupport::refusalOf<Kel::RangeException>([&] { Table::attachShared(name, mode); });
 }
 
 class MirraShm : public ::testing::Test {
  protected:
-  void SetUp() override { Kel::TraceRing::instance().clear(); }
+  TestSupport::TraceCapture debug{"Debug"};
   SegmentGuard segment{::testing::UnitTest::GetInstance()->current_test_info()->name()};
 };
 
@@ -90,22 +85,16 @@ TEST_F(MirraShm, WriterGone_NextWriterContinuesTable) {
 TEST_F(MirraShm, ReaderAttachment_RefusesWritesThroughTheInterface) {
   const Table writer = Table::attachShared(segment.name(), AttachMode::singleWriter);
   Table reader = Table::attachShared(segment.name(), AttachMode::reader);
-  const auto refusal = [&](const std::function<void()>& write) -> std::string {
-    try {
-      write();
-    } catch (const Kel::RangeException& error) {
-      return error.what();
-    }
-    return "written";
-  };
-  EXPECT_EQ(refusal([&] { reader.insert(recordFor(1, 1)); }),
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { reader.insert(recordFor(1, 1)); }),
             "MirraMap::insert() on a reader attachment not allowed");
-  EXPECT_EQ(refusal([&] { reader.erase(1); }),
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { reader.erase(1); }),
             "MirraMap::erase() on a reader attachment not allowed");
-  EXPECT_EQ(refusal([&] { reader.collectionReadyIs(true, true); }),
-            "MirraMap::collectionReadyIs() on a reader attachment not allowed");
-  EXPECT_EQ(refusal([&] { reader.advertiseCollectionReady(true); }),
-            "MirraMap::advertiseCollectionReady() on a reader attachment not allowed");
+  EXPECT_EQ(
+      TestSupport::refusalOf<Kel::RangeException>([&] { reader.collectionReadyIs(true, true); }),
+      "MirraMap::collectionReadyIs() on a reader attachment not allowed");
+  EXPECT_EQ(
+      TestSupport::refusalOf<Kel::RangeException>([&] { reader.advertiseCollectionReady(true); }),
+      "MirraMap::advertiseCollectionReady() on a reader attachment not allowed");
   EXPECT_EQ(writer.members(), 0u);
 }
 
@@ -114,7 +103,7 @@ TEST_F(MirraShm, ReaderMapping_IsReadOnly_AStrayWriteFaults) {
   writer.insert(recordFor(5, 1));
   constexpr int kFaulted = 11;
   constexpr int kWritten = 42;
-  const pid_t child = MirraShmTest::forkChild([&] {
+  MirraShmTest::ChildProcess child = MirraShmTest::ChildProcess::run([&] {
     const Table reader = Table::attachShared(segment.name(), AttachMode::reader);
     struct sigaction onFault {};
     onFault.sa_handler = [](int) { _exit(kFaulted); };
@@ -122,7 +111,7 @@ TEST_F(MirraShm, ReaderMapping_IsReadOnly_AStrayWriteFaults) {
     MirraMapBackdoor::damageValue(reader, std::uint64_t{5});
     return kWritten;
   });
-  EXPECT_EQ(MirraShmTest::waitFor(child), kFaulted);
+  EXPECT_EQ(child.wait(), kFaulted);
   EXPECT_EQ(writer.lookup(5), recordFor(5, 1));
 }
 
@@ -169,15 +158,11 @@ TEST_F(MirraShm, BadNameOrOtherFormat_Refused) {
     const std::uint64_t& operator()(const Small& small) const { return small.key; }
   };
   using SmallTable = Mirra::MirraMap<std::uint64_t, Small, SmallKey>;
-  try {
-    SmallTable::attachShared(segment.name(), AttachMode::reader);
-    FAIL() << "attached with another value size";
-  } catch (const Kel::RangeException& error) {
-    EXPECT_EQ(std::string(error.what()),
-              "MirraMap::attach() table " + segment.name() +
-                  " holds keys of 8 bytes, values of 48 bytes in slots of 64 bytes (format 2); "
-                  "expected 8, 8, 64 (format 2)");
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>(
+                [&] { SmallTable::attachShared(segment.name(), AttachMode::reader); }),
+            "MirraMap::attach() table " + segment.name() +
+                " holds keys of 8 bytes, values of 48 bytes in slots of 64 bytes (format 2); "
+                "expected 8, 8, 64 (format 2)");
 }
 
 // A table of the former format: a control segment of 32 bytes (magic, format 1, the sizes and an
@@ -205,7 +190,7 @@ TEST_F(MirraShm, AttachAndReadyReports_InDebugStream) {
   writer.advertiseCollectionReady(false);
   EXPECT_TRUE(reader.collectionReady());
   writer.detach();
-  EXPECT_EQ(debugLines(),
+  EXPECT_EQ(debug.lines(),
             (std::vector<std::string>{
                 "MirraMap::attach() " + segment.name() + " as writer members:0 slots:16",
                 "MirraMap::attach() " + segment.name() + " as reader members:1 slots:16",
@@ -228,7 +213,7 @@ TEST_F(MirraShm, BytesFlippedBehindWritersBack_ReaderElsewhereReportsNeverReturn
   const std::string expected = "slot " + std::to_string(slot) + " of 16 fails its checksum";
   const std::string seen = answerFromChild([&] {
     Table reader = Table::attachShared(segment.name(), AttachMode::reader);
-    Kel::TraceRing::instance().clear();
+    debug.clear();
     std::vector<std::string> handled;
     reader.corruptionHandlerIs([&](const std::string& message) { handled.push_back(message); });
     std::string answer;
@@ -242,7 +227,7 @@ TEST_F(MirraShm, BytesFlippedBehindWritersBack_ReaderElsewhereReportsNeverReturn
       if (key != 4 && !(reader.lookup(key) == recordFor(key, 1)))
         answer += " lost " + std::to_string(key);
     }
-    answer += " handled:" + std::to_string(handled.size()) + " debug:" + debugLines().at(0);
+    answer += " handled:" + std::to_string(handled.size()) + " debug:" + debug.lines().at(0);
     return answer;
   });
   EXPECT_EQ(seen, "detected: " + expected +

@@ -1,16 +1,14 @@
 #pragma once
 // Shared-table test support: a record that carries its own check, a table name unique to the test
 // process whose segments are removed when the test ends however it ends, child processes that
-// report through their exit code or a pipe (as another user, when the tests run as root), and
-// the segments' files.
+// report through a pipe (as another user, when the tests run as root; TestProcesses.h), and the
+// segments' files.
 
 #include <fcntl.h>
-#include <grp.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/types.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -20,6 +18,7 @@
 #include <string>
 
 #include "framework/Mirra/MirraMap.h"
+#include "tests/framework/TestProcesses.h"
 
 namespace MirraShmTest {
 
@@ -92,44 +91,10 @@ class SegmentGuard {
   std::string name_;
 };
 
-// Runs body in a child process, which ends with body's result as its exit code (and 99 when body
-// threw). Returns the child's pid.
-inline pid_t forkChild(const std::function<int()>& body) {
-  const pid_t child = fork();
-  if (child != 0) return child;
-  int code = 99;
-  try {
-    code = body();
-  } catch (...) {
-  }
-  _exit(code);
-}
-
-// The exit code of a child that ended normally, or -(signal) for one a signal ended.
-inline int waitFor(pid_t child) {
-  int status = 0;
-  if (waitpid(child, &status, 0) != child) return -1000;
-  if (WIFEXITED(status)) return WEXITSTATUS(status);
-  if (WIFSIGNALED(status)) return -WTERMSIG(status);
-  return -1000;
-}
-
-// The user that tests act as when they need another user than the one they run as: nobody.
-constexpr uid_t kOtherUser = 65534;
-constexpr gid_t kOtherGroup = 65534;
-
-// Why this process cannot act as another user ("" when it can: it runs as root).
-inline std::string otherUserUnavailable() {
-  return geteuid() == 0 ? ""
-                        : "acting as another user needs root, and this test runs as uid " +
-                              std::to_string(geteuid());
-}
-
-// In a child: gives up root for kOtherUser for good; false when that fails.
-inline bool becomeOtherUser() {
-  return setgroups(0, nullptr) == 0 && setresgid(kOtherGroup, kOtherGroup, kOtherGroup) == 0 &&
-         setresuid(kOtherUser, kOtherUser, kOtherUser) == 0;
-}
+using TestProcesses::becomeOtherUser;
+using TestProcesses::ChildProcess;
+using TestProcesses::kOtherUser;
+using TestProcesses::otherUserUnavailable;
 
 // Runs body in a child process and returns what it returned, or "threw: <what>"; the child's
 // answer comes back through a pipe, so the parent compares it whole. With asOtherUser the child
@@ -138,8 +103,8 @@ inline std::string answerFromChild(const std::function<std::string()>& body,
                                    bool asOtherUser = false) {
   int ends[2];
   if (pipe(ends) != 0) return "no pipe";
-  const pid_t child = fork();
-  if (child == 0) {
+  ChildProcess child(fork());
+  if (child.pid() == 0) {
     close(ends[0]);
     std::string answer;
     try {
@@ -162,7 +127,7 @@ inline std::string answerFromChild(const std::function<std::string()>& body,
   char buffer[4096];
   for (ssize_t got; (got = read(ends[0], buffer, sizeof(buffer))) > 0;) answer.append(buffer, got);
   close(ends[0]);
-  const int code = waitFor(child);
+  const int code = child.wait();
   if (code != 0) answer += " [child ended with " + std::to_string(code) + "]";
   return answer;
 }

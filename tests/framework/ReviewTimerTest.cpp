@@ -7,6 +7,7 @@
 #include "framework/Kel/Exception.h"
 #include "framework/Kel/System.h"
 #include "framework/Oru/ReviewTimer.h"
+#include "tests/support/Refusal.h"
 
 namespace {
 
@@ -137,21 +138,12 @@ TEST_F(ReviewTimerTest, ReviewTimer_LastReviewTime_IsAnAttribute) {
   EXPECT_EQ(timer_.lastReviewTime(), 123.25);
 }
 
-std::string refusal(void (*action)(Oru::ReviewTimer&), Oru::ReviewTimer& timer) {
-  try {
-    action(timer);
-  } catch (const Kel::RangeException& e) {
-    return e.what();
-  }
-  return "no Kel::RangeException";
-}
-
 TEST_F(ReviewTimerTest, ReviewTimer_BadParameters_RefusedAndStateKept) {
-  EXPECT_EQ(refusal([](Oru::ReviewTimer& t) { t.fillIntervalIs(0.0f); }, timer_),
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { timer_.fillIntervalIs(0.0f); }),
             "review timer fillInterval 0.000000 refused: must be positive");
-  EXPECT_EQ(refusal([](Oru::ReviewTimer& t) { t.minDelayIs(-1.0f); }, timer_),
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { timer_.minDelayIs(-1.0f); }),
             "review timer minDelay -1.000000 refused: must not be negative");
-  EXPECT_EQ(refusal([](Oru::ReviewTimer& t) { t.maxDelayIs(-0.5f); }, timer_),
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { timer_.maxDelayIs(-0.5f); }),
             "review timer maxDelay -0.500000 refused: must not be negative");
   EXPECT_EQ(timer_.fillInterval(), kFillInterval);
   EXPECT_EQ(timer_.minDelay(), kMinDelay);
@@ -159,13 +151,10 @@ TEST_F(ReviewTimerTest, ReviewTimer_BadParameters_RefusedAndStateKept) {
 }
 
 TEST(ReviewTimerConstruction, ReviewTimer_NullClockReactor_Refused) {
-  try {
-    Oru::ReviewTimer timer(nullptr, kFillInterval, kMaxCredits, kMinDelay, kMaxDelay);
-    ADD_FAILURE() << "no Kel::RangeException";
-  } catch (const Kel::RangeException& e) {
-    EXPECT_EQ(std::string(e.what()),
-              "null _clock parameter to mutator for Oru::ReviewTimer::clock not allowed");
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] {
+              Oru::ReviewTimer timer(nullptr, kFillInterval, kMaxCredits, kMinDelay, kMaxDelay);
+            }),
+            "null _clock parameter to mutator for Oru::ReviewTimer::clock not allowed");
 }
 
 }  // namespace

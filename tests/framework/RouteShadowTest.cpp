@@ -16,6 +16,7 @@
 #include "framework/Mirra/testing/MirraMapBackdoor.h"
 #include "framework/Routing/Shadow/ShadowStatus.h"
 #include "framework/Routing/TrieGen.h"
+#include "tests/support/Refusal.h"
 
 namespace {
 
@@ -166,48 +167,37 @@ TYPED_TEST(RouteShadowTest, RouteShadow_MaxVias_StoredInOrder) {
 
 TYPED_TEST(RouteShadowTest, RouteShadow_TooManyVias_RefusedNothingWritten) {
   std::vector<ViaEntry> vias(kMaxVias + 1, this->via("Ethernet1"));
-  try {
-    this->shadow->routeIs(this->host(), 1, vias);
-    FAIL() << "513 vias accepted";
-  } catch (const Kel::RangeException& refusal) {
-    EXPECT_STREQ(refusal.what(), "FEC 1 given 513 vias, at most 512 allowed");
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>(
+                [&] { this->shadow->routeIs(this->host(), 1, vias); }),
+            "FEC 1 given 513 vias, at most 512 allowed");
   EXPECT_EQ(this->shadow->routeTable().members(), 0u);
   EXPECT_EQ(this->shadow->fecTable().vias().members(), 0u);
   EXPECT_EQ(this->shadow->trie()->routes(), 0u);
 }
 
 TYPED_TEST(RouteShadowTest, RouteShadow_OtherFamilyPrefix_Refused) {
-  try {
-    this->shadow->routeIs(IpGenPrefix(TypeParam::otherHost), 1, {this->via("Ethernet1")});
-    FAIL() << "prefix of the other family accepted";
-  } catch (const Kel::RangeException& refusal) {
-    EXPECT_EQ(std::string(refusal.what()), std::string("prefix '") + TypeParam::otherHost +
-                                               "' is not of family " + TypeParam::family);
-  }
+  EXPECT_EQ(
+      TestSupport::refusalOf<Kel::RangeException>([&] {
+        this->shadow->routeIs(IpGenPrefix(TypeParam::otherHost), 1, {this->via("Ethernet1")});
+      }),
+      std::string("prefix '") + TypeParam::otherHost + "' is not of family " + TypeParam::family);
   EXPECT_EQ(this->shadow->routeTable().members(), 0u);
 }
 
 TYPED_TEST(RouteShadowTest, RouteShadow_OtherFamilyNextHop_RefusedNothingWritten) {
   const ViaEntry wrong{IpGenAddr(TypeParam::otherNextHop), IntfId("Ethernet1")};
-  try {
-    this->shadow->routeIs(this->host(), 1, {this->via("Ethernet1"), wrong});
-    FAIL() << "next hop of the other family accepted";
-  } catch (const Kel::RangeException& refusal) {
-    EXPECT_EQ(std::string(refusal.what()), std::string("next hop '") + TypeParam::otherNextHop +
-                                               "' is not of family " + TypeParam::family);
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] {
+              this->shadow->routeIs(this->host(), 1, {this->via("Ethernet1"), wrong});
+            }),
+            std::string("next hop '") + TypeParam::otherNextHop + "' is not of family " +
+                TypeParam::family);
   EXPECT_EQ(this->shadow->fecTable().vias().members(), 0u);
   EXPECT_EQ(this->shadow->fecTable().fecs().members(), 0u);
 }
 
 TYPED_TEST(RouteShadowTest, RouteShadow_FecReadBeforeAttach_Refused) {
-  try {
-    this->shadow->fecTable().fec(1);
-    FAIL() << "read before attach accepted";
-  } catch (const Kel::RangeException& refusal) {
-    EXPECT_STREQ(refusal.what(), "FEC table read before it was attached");
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { this->shadow->fecTable().fec(1); }),
+            "FEC table read before it was attached");
   EXPECT_FALSE(this->shadow->fecTable().attached());
 }
 
@@ -298,13 +288,9 @@ TEST(IntfIdStored, IntfIdStored_RoundTrip_SameInterface) {
 
 TEST(IntfIdStored, IntfIdStored_NameTooLong_Refused) {
   const std::string tooLong(IntfIdStored::kMaxName + 1, 'x');
-  try {
-    IntfIdStored stored{IntfId(tooLong)};
-    FAIL() << "a name of " << tooLong.size() << " bytes accepted";
-  } catch (const Kel::RangeException& refusal) {
-    EXPECT_EQ(std::string(refusal.what()),
-              "interface name '" + tooLong + "' longer than 63 bytes cannot be stored");
-  }
+  EXPECT_EQ(
+      TestSupport::refusalOf<Kel::RangeException>([&] { IntfIdStored stored{IntfId(tooLong)}; }),
+      "interface name '" + tooLong + "' longer than 63 bytes cannot be stored");
 }
 
 TEST(IntfIdStored, IntfIdStored_EqualNames_EqualBytes) {

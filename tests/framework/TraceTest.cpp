@@ -6,6 +6,7 @@
 
 #include "framework/Kel/Assert.h"
 #include "framework/Kel/Trace.h"
+#include "tests/support/Refusal.h"
 
 namespace {
 
@@ -99,16 +100,13 @@ int checkedHalf(int value) {
 
 TEST(Assertion, Failure_CarriesExpressionTraceFileLineAndSignature) {
   EXPECT_EQ(checkedHalf(4), 2);
-  try {
-    checkedHalf(3);
-    FAIL() << "no assertion";
-  } catch (const Kel::AssertionException& e) {
-    EXPECT_STREQ(e.what(), "value % 2 == 0");
-    EXPECT_EQ(e.expression(), "value % 2 == 0");
-    EXPECT_EQ(e.traceFile(), "KelTraceTest");
-    EXPECT_EQ(e.function(), "int {anonymous}::checkedHalf(int)");
-    EXPECT_GT(e.line(), 0);
-  }
+  const auto e = TestSupport::thrownBy<Kel::AssertionException>([&] { checkedHalf(3); });
+  ASSERT_TRUE(e);
+  EXPECT_STREQ(e->what(), "value % 2 == 0");
+  EXPECT_EQ(e->expression(), "value % 2 == 0");
+  EXPECT_EQ(e->traceFile(), "KelTraceTest");
+  EXPECT_EQ(e->function(), "int {anonymous}::checkedHalf(int)");
+  EXPECT_GT(e->line(), 0);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Fails, listing each offending line, when a source under framework/, model/ or rp/ of ROOT
-# includes a folder above its own. Dependencies point down only: tools -> rp -> model -> framework.
+# Fails, listing each offending line, when a source under framework/, model/, rp/ or pipeline/ of
+# ROOT includes a folder above its own. Dependencies point down only:
+# tools -> pipeline -> rp -> model -> framework.
 #
 # usage: check_include_layers.sh ROOT
 set -euo pipefail
@@ -10,14 +11,15 @@ cd "$root"
 
 # Each folder with the folders it must not include.
 declare -A above=(
-  [framework]="model rp tools"
-  [model]="rp tools"
-  [rp]="tools"
+  [framework]="model rp pipeline tools"
+  [model]="rp pipeline tools"
+  [rp]="pipeline tools"
+  [pipeline]="tools"
 )
 
 offenders=0
 checked=0
-for folder in framework model rp; do
+for folder in framework model rp pipeline; do
   [[ -d $folder ]] || continue
   pattern=$(printf '%s|' ${above[$folder]})
   pattern="^[[:space:]]*#[[:space:]]*include[[:space:]]*[\"<](${pattern%|})/"
@@ -31,7 +33,7 @@ for folder in framework model rp; do
 done
 
 if ((offenders > 0)); then
-  echo "FAILED: $offenders include(s) of a higher folder (tools -> rp -> model -> framework)"
+  echo "FAILED: $offenders include(s) of a higher folder (tools -> pipeline -> rp -> model -> framework)"
   exit 1
 fi
 echo "OK: $checked sources include only their own folder or folders below"

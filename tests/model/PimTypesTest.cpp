@@ -4,6 +4,7 @@
 
 #include "framework/Kel/Exception.h"
 #include "model/Pim/PimTypes.h"
+#include "tests/support/Refusal.h"
 
 namespace {
 
@@ -26,12 +27,8 @@ TEST(PimTypes, Mode_PrintedAndParsedByName) {
 }
 
 TEST(PimTypes, UnknownName_ParseThrowsNamingText) {
-  try {
-    modeFromStrep("sparse");
-    FAIL();
-  } catch (const Kel::ParseException& e) {
-    EXPECT_STREQ(e.what(), "invalid mode 'sparse'");
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::ParseException>([&] { modeFromStrep("sparse"); }),
+            "invalid mode 'sparse'");
   EXPECT_THROW(rpHashAlgorithmFromStrep("hash"), Kel::ParseException);
   EXPECT_EQ(rpHashAlgorithmFromStrep("rpHashAlgorithmModulo"), rpHashAlgorithmModulo);
   EXPECT_EQ(rpTypeFromStrep("rpTypeStatic"), rpTypeStatic);
@@ -39,12 +36,9 @@ TEST(PimTypes, UnknownName_ParseThrowsNamingText) {
 
 TEST(PimTypes, Unsigned_OutOfRangeOrJunk_Throws) {
   EXPECT_EQ(unsignedFromStrep("255", 255, "priority"), 255u);
-  try {
-    unsignedFromStrep("256", 255, "priority");
-    FAIL();
-  } catch (const Kel::ParseException& e) {
-    EXPECT_STREQ(e.what(), "invalid priority '256': above 255");
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::ParseException>(
+                [&] { unsignedFromStrep("256", 255, "priority"); }),
+            "invalid priority '256': above 255");
   EXPECT_THROW(unsignedFromStrep("-1", 255, "priority"), Kel::ParseException);
   EXPECT_THROW(unsignedFromStrep("", 255, "priority"), Kel::ParseException);
   EXPECT_THROW(unsignedFromStrep("1 ", 255, "priority"), Kel::ParseException);

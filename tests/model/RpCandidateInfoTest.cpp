@@ -4,6 +4,7 @@
 
 #include "framework/Kel/Exception.h"
 #include "model/Pim/RpCandidateInfo.h"
+#include "tests/support/Refusal.h"
 
 namespace {
 
@@ -72,13 +73,8 @@ TEST(RpCandidateInfo, Parser_BadField_ThrowsNamingTextAndField) {
   const std::string text =
       "Value('Routing::Pim::RpCandidateInfo', ** {'address': 10.0.0.1, 'priority': x, "
       "'hashMaskLen': 128, 'override': False, 'mode': modePimSm})";
-  try {
-    RpCandidateInfo::fromStrep(text);
-    FAIL() << "accepted a bad priority";
-  } catch (const Kel::ParseException& e) {
-    EXPECT_EQ(std::string(e.what()),
-              "invalid RpCandidateInfo '" + text + "': invalid priority 'x': not a number");
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::ParseException>([&] { RpCandidateInfo::fromStrep(text); }),
+            "invalid RpCandidateInfo '" + text + "': invalid priority 'x': not a number");
 }
 
 TEST(RpCandidateInfo, Parser_WrongKeyOrTrailingText_Throws) {

@@ -10,6 +10,8 @@
 #include "framework/Mirra/CorruptionDetectedException.h"
 #include "framework/Mirra/testing/MirraMapBackdoor.h"
 #include "model/Pim/RpHashStatus.h"
+#include "tests/support/Refusal.h"
+#include "tests/support/TraceCapture.h"
 
 namespace {
 
@@ -121,12 +123,9 @@ TEST(RpHashStatus, Reader_SeesWriterChangesAndCannotWrite) {
   EXPECT_EQ(reader.lookup(IpGenPrefix("239.0.0.0/8")).address(), IpGenAddr("10.0.0.1"));
   EXPECT_EQ(reader.mode(), Mirra::AttachMode::reader);
   auto copy = reader;
-  try {
-    copy.insert(entryFor("232.0.0.0/8", "10.0.0.1"));
-    FAIL() << "a reader wrote";
-  } catch (const Kel::RangeException& e) {
-    EXPECT_STREQ(e.what(), "MirraMap::insert() on a reader attachment not allowed");
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>(
+                [&] { copy.insert(entryFor("232.0.0.0/8", "10.0.0.1")); }),
+            "MirraMap::insert() on a reader attachment not allowed");
 }
 
 TEST(RpHashStatus, CorruptedEntry_ReaderGetsExceptionAndHandlerRecordsMessage) {
@@ -134,17 +133,12 @@ TEST(RpHashStatus, CorruptedEntry_ReaderGetsExceptionAndHandlerRecordsMessage) {
   table->rpHashIs(entryFor("239.0.0.0/8", "10.0.0.1"));
   table->rpHashIs(entryFor("232.0.0.0/8", "10.0.0.2"));
   Mirra::testing::MirraMapBackdoor::damageValue(table->rpHash(), IpGenPrefix("239.0.0.0/8"));
-  Kel::TraceRing::instance().clear();
-  try {
-    table->rpHash(IpGenPrefix("239.0.0.0/8"));
-    FAIL() << "corruption went unnoticed";
-  } catch (const Mirra::CorruptionDetectedException& e) {
-    EXPECT_EQ(table->lastCorruption(), e.what());
-    EXPECT_NE(std::string(e.what()).find("fails its checksum"), std::string::npos);
-    const auto debug = Kel::TraceRing::instance().lines("Debug");
-    ASSERT_EQ(debug.size(), 1u);
-    EXPECT_EQ(debug[0], std::string("MirraMap::corruptionDetected() ") + e.what());
-  }
+  TestSupport::TraceCapture debug("Debug");
+  const std::string message = TestSupport::refusalOf<Mirra::CorruptionDetectedException>(
+      [&] { table->rpHash(IpGenPrefix("239.0.0.0/8")); });
+  EXPECT_EQ(table->lastCorruption(), message);
+  EXPECT_NE(message.find("fails its checksum"), std::string::npos);
+  EXPECT_EQ(debug.lines(), std::vector<std::string>{"MirraMap::corruptionDetected() " + message});
   EXPECT_THROW(table->reader().lookup(IpGenPrefix("239.0.0.0/8")),
                Mirra::CorruptionDetectedException);
   // Other entries still read.
@@ -232,26 +226,24 @@ TEST(RpHashStatus, CaughtCorruptionHandedBack_ReportedOnce) {
   Kel::Ptr<RpHashStatus> table(new RpHashStatus);
   table->rpHashIs(entryFor("239.0.0.0/8", "10.0.0.1"));
   Mirra::testing::MirraMapBackdoor::damageValue(table->rpHash(), IpGenPrefix("239.0.0.0/8"));
-  Kel::TraceRing::instance().clear();
-  try {
-    table->rpHash(IpGenPrefix("239.0.0.0/8"));
-    FAIL() << "corruption went unnoticed";
-  } catch (const Mirra::CorruptionDetectedException& e) {
-    table->corruptionDetected(e.what());
-  }
+  TestSupport::TraceCapture debug("Debug");
+  const auto caught = TestSupport::thrownBy<Mirra::CorruptionDetectedException>(
+      [&] { table->rpHash(IpGenPrefix("239.0.0.0/8")); });
+  ASSERT_TRUE(caught);
+  table->corruptionDetected(*caught);
   EXPECT_EQ(table->corruptions(), 1u);
-  EXPECT_EQ(Kel::TraceRing::instance().lines("Debug").size(), 1u);
+  EXPECT_EQ(debug.lines().size(), 1u);
 }
 
 TEST(MirraMap, ReadyAndAdvertise_DebugMessagesAsWritten) {
   RpHashStatus::Table table;
-  Kel::TraceRing::instance().clear();
+  TestSupport::TraceCapture debug("Debug");
   table.collectionReadyIs(true, false);
   table.advertiseCollectionReady(true);
   table.advertiseCollectionReady(true);
   table.advertiseCollectionReady(false);
   table.detach();
-  EXPECT_EQ(Kel::TraceRing::instance().lines("Debug"),
+  EXPECT_EQ(debug.lines(),
             (std::vector<std::string>{
                 "MirraMap::collectionReadyIs() ready:1 notifying:0",
                 "MirraMap::advertiseCollectionReady() in synchronous mode",
@@ -324,12 +316,9 @@ TEST_F(RpHashStatusShared, ReaderStatus_RefusesWrites) {
       RpHashStatus::Table::attachShared(name_, Mirra::AttachMode::singleWriter));
   Kel::Ptr<RpHashStatus> reader(
       new RpHashStatus(RpHashStatus::Table::attachShared(name_, Mirra::AttachMode::reader)));
-  try {
-    reader->rpHashIs(entryFor("239.0.0.0/8", "10.0.0.1"));
-    FAIL() << "a reader wrote";
-  } catch (const Kel::RangeException& refusal) {
-    EXPECT_STREQ(refusal.what(), "MirraMap::insert() on a reader attachment not allowed");
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>(
+                [&] { reader->rpHashIs(entryFor("239.0.0.0/8", "10.0.0.1")); }),
+            "MirraMap::insert() on a reader attachment not allowed");
   EXPECT_EQ(writer.rpHashs(), 0u);
 }
 

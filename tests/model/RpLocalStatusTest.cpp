@@ -9,6 +9,7 @@
 #include "framework/Ipkit/IpGenAddr.h"
 #include "framework/Kel/Exception.h"
 #include "model/Pim/RpLocalStatus.h"
+#include "tests/support/Refusal.h"
 
 namespace {
 
@@ -52,15 +53,10 @@ TEST(RpLocalStatus, LocalRpSet_AscendingAddressOrderBothFamilies) {
 
 TEST(RpLocalStatus, LocalRpSet_NullEntryRefused) {
   Kel::Ptr<RpLocalStatus> status(new RpLocalStatus);
-  try {
-    status->localRpSetIs(IpGenAddr("10.0.0.1"), nullptr);
-    FAIL() << "null entry adopted";
-  } catch (const Kel::RangeException& refusal) {
-    EXPECT_STREQ(
-        refusal.what(),
-        "null _localRpSet parameter to mutator for Routing::Pim::RpLocalStatus::localRpSet "
-        "not allowed");
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>(
+                [&] { status->localRpSetIs(IpGenAddr("10.0.0.1"), nullptr); }),
+            "null _localRpSet parameter to mutator for Routing::Pim::RpLocalStatus::localRpSet "
+            "not allowed");
   EXPECT_TRUE(status->localRpSet().empty());
 }
 

@@ -16,15 +16,12 @@
 #include "rp/PimGroupFilterSm.h"
 #include "rp/PimGroupFilterStatus.h"
 #include "tests/rp/GroupFilterTestSupport.h"
-#include "tests/rp/RpTestSupport.h"
+#include "tests/support/TraceCapture.h"
 
 namespace {
 
 using GroupFilterTest::FamilyCase;
 using GroupFilterTest::prefix;
-using GroupFilterTest::TraceLine;
-using GroupFilterTest::traceLines;
-using GroupFilterTest::traceLinesAt;
 using Ipkit::IpGenPrefix;
 using Routing::Pim::GroupFilterSm;
 using Routing::Pim::groupFilterSmFactory;
@@ -34,11 +31,13 @@ using Routing::Pim::modePimBidir;
 using Routing::Pim::modePimSm;
 using Routing::Pim::RpHash;
 using Routing::Pim::RpHashStatus;
+using TestSupport::TraceCapture;
+using TestSupport::TraceLine;
+using TestSupport::TraceLines;
 
 const char* const kTraceFile = "PimGroupFilterSm";
-using Lines = std::vector<TraceLine>;
 
-TraceLine line(int level, const std::string& text) { return {kTraceFile, level, text}; }
+TraceLine line(int level, const std::string& text) { return {level, text}; }
 TraceLine added(const IpGenPrefix& key) {
   return line(4, "handleRpHash(" + key.valueToStrep() + ") added");
 }
@@ -48,9 +47,9 @@ TraceLine deleted(const IpGenPrefix& key) {
 TraceLine suspendingAt(const IpGenPrefix& key) {
   return line(3, "doReview(), Suspending review at " + key.valueToStrep());
 }
-const TraceLine kHandleInitialized{kTraceFile, 8, "handleInitialized"};
-const TraceLine kDoReview{kTraceFile, 8, "doReview"};
-const TraceLine kFinished{kTraceFile, 3, "doReview(), Finished review"};
+const TraceLine kHandleInitialized{8, "handleInitialized"};
+const TraceLine kDoReview{8, "doReview"};
+const TraceLine kFinished{3, "doReview(), Finished review"};
 
 // The time source of the sliced reviews: each read moves time on by kStep, and a slice's quantum
 // is a whole number of steps, so a slice handles exactly that many entries.
@@ -92,11 +91,12 @@ class GroupFilterSmTest : public ::testing::TestWithParam<FamilyCase> {
     return sm;
   }
   // How many times each prefix was handled with the given outcome ("added" or "deleted").
-  std::map<IpGenPrefix, int> handled(const std::string& outcome) const {
+  std::map<IpGenPrefix, int> handled(const TraceCapture& capture,
+                                     const std::string& outcome) const {
     std::map<IpGenPrefix, int> counts;
     const std::string head = "handleRpHash(";
     const std::string tail = ") " + outcome;
-    for (const auto& traced : traceLinesAt(kTraceFile, 4)) {
+    for (const auto& traced : capture.levelled({4})) {
       const std::string& text = traced.text;
       if (text.size() <= head.size() + tail.size()) continue;
       if (text.compare(text.size() - tail.size(), tail.size(), tail) != 0) continue;
@@ -104,10 +104,10 @@ class GroupFilterSmTest : public ::testing::TestWithParam<FamilyCase> {
     }
     return counts;
   }
-  std::vector<IpGenPrefix> suspensions() const {
+  std::vector<IpGenPrefix> suspensions(const TraceCapture& capture) const {
     std::vector<IpGenPrefix> keys;
     const std::string head = "doReview(), Suspending review at ";
-    for (const auto& traced : traceLinesAt(kTraceFile, 3)) {
+    for (const auto& traced : capture.levelled({3})) {
       if (traced.text.compare(0, head.size(), head) == 0) {
         keys.push_back(prefix(traced.text.substr(head.size()).c_str()));
       }
@@ -142,7 +142,7 @@ class GroupFilterSmTest : public ::testing::TestWithParam<FamilyCase> {
 };
 
 TEST_P(GroupFilterSmTest, GroupFilterSm_Construction_InitializedWithReviewDueNow) {
-  RpTest::TraceCapture capture(kTraceFile);
+  TraceCapture capture(kTraceFile);
   auto sm = start(bidir);
   EXPECT_TRUE(sm->initialized());
   EXPECT_EQ(sm->reviewQuantum(), 0.1);
@@ -152,14 +152,14 @@ TEST_P(GroupFilterSmTest, GroupFilterSm_Construction_InitializedWithReviewDueNow
   EXPECT_EQ(sm->clock(), clock);
   EXPECT_EQ(clock->pendingWakeups(), 1u);
   EXPECT_EQ(clock->nextWakeup(), kStart);
-  EXPECT_EQ(traceLines(kTraceFile), (Lines{kHandleInitialized}));
+  EXPECT_EQ(capture.levelled(), (TraceLines{kHandleInitialized}));
 }
 
 TEST_P(GroupFilterSmTest, GroupFilterSm_EmptyTable_FirstReviewFinishesAtOnce) {
-  RpTest::TraceCapture capture(kTraceFile);
+  TraceCapture capture(kTraceFile);
   auto sm = start(bidir);
   EXPECT_EQ(clock->runDue(), 1u);
-  EXPECT_EQ(traceLines(kTraceFile), (Lines{kHandleInitialized, kDoReview, kFinished}));
+  EXPECT_EQ(capture.levelled(), (TraceLines{kHandleInitialized, kDoReview, kFinished}));
   EXPECT_EQ(bidir->trie()->routes(), 0u);
   EXPECT_EQ(bidir->changeCount(), 0u);
   EXPECT_TRUE(sm->reviewBookmark().isNull());
@@ -168,12 +168,12 @@ TEST_P(GroupFilterSmTest, GroupFilterSm_EmptyTable_FirstReviewFinishesAtOnce) {
 
 TEST_P(GroupFilterSmTest, GroupFilterSm_TablePresentAtStart_RangesAddedByTheReview) {
   const auto keys = fill(3, 1);
-  RpTest::TraceCapture capture(kTraceFile);
+  TraceCapture capture(kTraceFile);
   auto sm = start(bidir);
   EXPECT_EQ(bidir->trie()->routes(), 0u);
   clock->runDue();
-  EXPECT_EQ(traceLines(kTraceFile), (Lines{kHandleInitialized, kDoReview, added(keys[0]),
-                                           added(keys[1]), added(keys[2]), kFinished}));
+  EXPECT_EQ(capture.levelled(), (TraceLines{kHandleInitialized, kDoReview, added(keys[0]),
+                                            added(keys[1]), added(keys[2]), kFinished}));
   expectTrieMatchesTable(bidir);
   EXPECT_EQ(bidir->changeCount(), 3u);
   EXPECT_TRUE(bidir->permitGroup(keys[1]));
@@ -182,16 +182,16 @@ TEST_P(GroupFilterSmTest, GroupFilterSm_TablePresentAtStart_RangesAddedByTheRevi
 
 TEST_P(GroupFilterSmTest, GroupFilterSm_TableLargerThanOneQuantum_SuspendsWithIncreasingKeys) {
   const auto keys = fill(5, 1);
-  RpTest::TraceCapture capture(kTraceFile);
+  TraceCapture capture(kTraceFile);
   auto sm = startSliced(2);
   ASSERT_TRUE(clock->runNext());
   EXPECT_EQ(sm->reviewBookmark(), keys[2]);
   EXPECT_EQ(clock->pendingWakeups(), 1u);
   clock->runDue();
-  EXPECT_EQ(traceLines(kTraceFile),
-            (Lines{kHandleInitialized, kDoReview, added(keys[0]), added(keys[1]),
-                   suspendingAt(keys[2]), kDoReview, added(keys[2]), added(keys[3]),
-                   suspendingAt(keys[4]), kDoReview, added(keys[4]), kFinished}));
+  EXPECT_EQ(capture.levelled(),
+            (TraceLines{kHandleInitialized, kDoReview, added(keys[0]), added(keys[1]),
+                        suspendingAt(keys[2]), kDoReview, added(keys[2]), added(keys[3]),
+                        suspendingAt(keys[4]), kDoReview, added(keys[4]), kFinished}));
   EXPECT_TRUE(sm->reviewBookmark().isNull());
   EXPECT_EQ(clock->pendingWakeups(), 0u);
   expectTrieMatchesTable(bidir);
@@ -199,21 +199,22 @@ TEST_P(GroupFilterSmTest, GroupFilterSm_TableLargerThanOneQuantum_SuspendsWithIn
 
 TEST_P(GroupFilterSmTest, GroupFilterSm_QuantumUsedUpOnTheLastEntry_FinishesWithoutSuspending) {
   const auto keys = fill(2, 1);
-  RpTest::TraceCapture capture(kTraceFile);
+  TraceCapture capture(kTraceFile);
   auto sm = startSliced(2);
   clock->runDue();
-  EXPECT_EQ(traceLines(kTraceFile),
-            (Lines{kHandleInitialized, kDoReview, added(keys[0]), added(keys[1]), kFinished}));
+  EXPECT_EQ(capture.levelled(),
+            (TraceLines{kHandleInitialized, kDoReview, added(keys[0]), added(keys[1]), kFinished}));
 }
 
 TEST_P(GroupFilterSmTest, GroupFilterSm_QuantumShorterThanOneEntry_StillOneEntryPerStep) {
   const auto keys = fill(3, 1);
-  RpTest::TraceCapture capture(kTraceFile);
+  TraceCapture capture(kTraceFile);
   auto sm = startSliced(0);
   clock->runDue();
-  EXPECT_EQ(traceLines(kTraceFile),
-            (Lines{kHandleInitialized, kDoReview, added(keys[0]), suspendingAt(keys[1]), kDoReview,
-                   added(keys[1]), suspendingAt(keys[2]), kDoReview, added(keys[2]), kFinished}));
+  EXPECT_EQ(
+      capture.levelled(),
+      (TraceLines{kHandleInitialized, kDoReview, added(keys[0]), suspendingAt(keys[1]), kDoReview,
+                  added(keys[1]), suspendingAt(keys[2]), kDoReview, added(keys[2]), kFinished}));
 }
 
 TEST_P(GroupFilterSmTest, GroupFilterSm_EntryRemovedDuringSuspendedReview_RangeRemovedAtOnce) {
@@ -224,25 +225,25 @@ TEST_P(GroupFilterSmTest, GroupFilterSm_EntryRemovedDuringSuspendedReview_RangeR
   clock->runNext();
   ASSERT_EQ(sm->reviewBookmark(), keys[2]);
   ASSERT_TRUE(bidir->trie()->hasRoute(keys[0]));
-  RpTest::TraceCapture capture(kTraceFile);
+  TraceCapture capture(kTraceFile);
   table->rpHashDel(keys[0]);
   table->rpHashDel(keys[3]);
-  EXPECT_EQ(traceLines(kTraceFile), (Lines{deleted(keys[0]), deleted(keys[3])}));
+  EXPECT_EQ(capture.levelled(), (TraceLines{deleted(keys[0]), deleted(keys[3])}));
   EXPECT_FALSE(bidir->trie()->hasRoute(keys[0]));
   EXPECT_FALSE(bidir->permitGroup(keys[0]));
   EXPECT_EQ(sm->reviewBookmark(), keys[2]);
   capture.clear();
   clock->runDue();
-  EXPECT_EQ(traceLines(kTraceFile), (Lines{kDoReview, added(keys[2]), kFinished}));
+  EXPECT_EQ(capture.levelled(), (TraceLines{kDoReview, added(keys[2]), kFinished}));
   expectTrieMatchesTable(bidir);
 }
 
 TEST_P(GroupFilterSmTest, GroupFilterSm_EntryAdded_RangeInsertedAtOnceAndCounted) {
   auto sm = start(bidir);
   clock->runDue();
-  RpTest::TraceCapture capture(kTraceFile);
+  TraceCapture capture(kTraceFile);
   write(prefix(family().range));
-  EXPECT_EQ(traceLines(kTraceFile), (Lines{added(prefix(family().range))}));
+  EXPECT_EQ(capture.levelled(), (TraceLines{added(prefix(family().range))}));
   EXPECT_TRUE(bidir->trie()->hasRoute(prefix(family().range)));
   EXPECT_EQ(bidir->changeCount(), 1u);
   EXPECT_TRUE(bidir->permitGroup(prefix(family().inside)));
@@ -253,9 +254,9 @@ TEST_P(GroupFilterSmTest, GroupFilterSm_EntryReplaced_RangeKeptAndCountedAgain) 
   auto sm = start(bidir);
   clock->runDue();
   write(prefix(family().range));
-  RpTest::TraceCapture capture(kTraceFile);
+  TraceCapture capture(kTraceFile);
   table->rpHashIs(entryFor(prefix(family().range), ipv4() ? "10.0.0.2" : "2001:db8::2"));
-  EXPECT_EQ(traceLines(kTraceFile), (Lines{added(prefix(family().range))}));
+  EXPECT_EQ(capture.levelled(), (TraceLines{added(prefix(family().range))}));
   EXPECT_EQ(bidir->trie()->routes(), 1u);
   EXPECT_EQ(bidir->changeCount(), 2u);
 }
@@ -279,9 +280,9 @@ TEST_P(GroupFilterSmTest, GroupFilterSm_NotificationForPrefixNeverInTrieAndAbsen
   clock->runDue();
   const auto before = bidir->changeCount();
   const IpGenPrefix never = keyAt(77);
-  RpTest::TraceCapture capture(kTraceFile);
+  TraceCapture capture(kTraceFile);
   sm->handleRpHash(never);
-  EXPECT_EQ(traceLines(kTraceFile), (Lines{deleted(never)}));
+  EXPECT_EQ(capture.levelled(), (TraceLines{deleted(never)}));
   EXPECT_EQ(bidir->trie()->routes(), 1u);
   EXPECT_TRUE(bidir->trie()->hasRoute(prefix(family().range)));
   EXPECT_FALSE(bidir->trie()->hasRoute(never));
@@ -291,12 +292,12 @@ TEST_P(GroupFilterSmTest, GroupFilterSm_NotificationForPrefixNeverInTrieAndAbsen
 TEST_P(GroupFilterSmTest, GroupFilterSm_PrefixOfOtherFamily_LeftAlone) {
   auto sm = start(bidir);
   clock->runDue();
-  RpTest::TraceCapture capture(kTraceFile);
+  TraceCapture capture(kTraceFile);
   const IpGenPrefix foreign = prefix(family().otherFamilyGroup);
   table->rpHashIs(entryFor(foreign, ipv4() ? "2001:db8::1" : "10.0.0.1"));
   sm->handleInitialized();
   clock->runDue();
-  EXPECT_EQ(traceLines(kTraceFile), (Lines{kHandleInitialized, kDoReview, kFinished}));
+  EXPECT_EQ(capture.levelled(), (TraceLines{kHandleInitialized, kDoReview, kFinished}));
   EXPECT_EQ(bidir->trie()->routes(), 0u);
   EXPECT_EQ(bidir->changeCount(), 0u);
 }
@@ -305,9 +306,9 @@ TEST_P(GroupFilterSmTest, GroupFilterSm_NotInitialized_ReviewDoesNothing) {
   write(prefix(family().range));
   auto sm = start(bidir);
   sm->initializedIs(false);
-  RpTest::TraceCapture capture(kTraceFile);
+  TraceCapture capture(kTraceFile);
   clock->runDue();
-  EXPECT_EQ(traceLines(kTraceFile), (Lines{kDoReview}));
+  EXPECT_EQ(capture.levelled(), (TraceLines{kDoReview}));
   EXPECT_EQ(bidir->trie()->routes(), 0u);
 }
 
@@ -316,13 +317,13 @@ TEST_P(GroupFilterSmTest, GroupFilterSm_InitializedAgainDuringReview_ReviewsFrom
   auto sm = startSliced(2);
   clock->runNext();
   ASSERT_EQ(sm->reviewBookmark(), keys[2]);
-  RpTest::TraceCapture capture(kTraceFile);
+  TraceCapture capture(kTraceFile);
   sm->handleInitialized();
   EXPECT_TRUE(sm->reviewBookmark().isNull());
   clock->runDue();
-  EXPECT_EQ(traceLines(kTraceFile),
-            (Lines{kHandleInitialized, kDoReview, added(keys[0]), added(keys[1]),
-                   suspendingAt(keys[2]), kDoReview, added(keys[2]), added(keys[3]), kFinished}));
+  EXPECT_EQ(capture.levelled(), (TraceLines{kHandleInitialized, kDoReview, added(keys[0]),
+                                            added(keys[1]), suspendingAt(keys[2]), kDoReview,
+                                            added(keys[2]), added(keys[3]), kFinished}));
 }
 
 TEST_P(GroupFilterSmTest, GroupFilterSm_WithoutClock_NoReviewUntilAsked) {
@@ -335,11 +336,11 @@ TEST_P(GroupFilterSmTest, GroupFilterSm_WithoutClock_NoReviewUntilAsked) {
 }
 
 TEST_P(GroupFilterSmTest, GroupFilterSm_WithoutTable_ReviewFinishesEmpty) {
-  RpTest::TraceCapture capture(kTraceFile);
+  TraceCapture capture(kTraceFile);
   auto sm = groupFilterSmFactory(nullptr, bidir, clock);
   clock->runDue();
   sm->handleRpHash(prefix(family().range));
-  EXPECT_EQ(traceLines(kTraceFile), (Lines{kHandleInitialized, kDoReview, kFinished}));
+  EXPECT_EQ(capture.levelled(), (TraceLines{kHandleInitialized, kDoReview, kFinished}));
   EXPECT_EQ(bidir->changeCount(), 0u);
 }
 
@@ -378,27 +379,29 @@ TEST_P(GroupFilterSmTest, GroupFilterSm_LookupMeetsDamagedSlot_ReportedOnceAndTa
   auto sm = start(bidir);
   clock->runDue();
   const auto before = bidir->changeCount();
-  RpTest::TraceCapture capture(kTraceFile);
+  TraceCapture capture(kTraceFile);
+  TraceCapture debug("Debug");
   disrupter->armed = true;
   table->rpHashIs(entryFor(range, ipv4() ? "10.0.0.2" : "2001:db8::2"));
-  EXPECT_EQ(traceLines(kTraceFile), (Lines{deleted(range)}));
+  EXPECT_EQ(capture.levelled(), (TraceLines{deleted(range)}));
   EXPECT_FALSE(bidir->trie()->hasRoute(range));
   EXPECT_FALSE(bidir->permitGroup(prefix(family().inside)));
   EXPECT_EQ(bidir->changeCount(), before + 1);
   EXPECT_EQ(table->corruptions(), 1u);
-  EXPECT_EQ(traceLines("Debug"),
-            (Lines{{"Debug", 0, "MirraMap::corruptionDetected() " + table->lastCorruption()}}));
+  EXPECT_EQ(debug.levelled(),
+            (TraceLines{{0, "MirraMap::corruptionDetected() " + table->lastCorruption()}}));
   disrupter->notifierIs(nullptr);
 }
 
 TEST_P(GroupFilterSmTest, GroupFilterSm_ReviewMeetsDamage_RetriesAQuantumLaterAfterRepair) {
   const auto keys = fill(3, 1);
   Mirra::testing::MirraMapBackdoor::damageValue(table->rpHash(), keys[0]);
-  RpTest::TraceCapture capture(kTraceFile);
+  TraceCapture capture(kTraceFile);
   auto sm = start(bidir);
   EXPECT_EQ(clock->runDue(), 1u);
-  EXPECT_EQ(traceLines(kTraceFile), (Lines{kHandleInitialized, kDoReview,
-                                           line(3, "doReview(), Damaged table, retrying review")}));
+  EXPECT_EQ(capture.levelled(),
+            (TraceLines{kHandleInitialized, kDoReview,
+                        line(3, "doReview(), Damaged table, retrying review")}));
   EXPECT_EQ(table->corruptions(), 1u);
   EXPECT_EQ(clock->pendingWakeups(), 1u);
   EXPECT_EQ(clock->nextWakeup(), kStart + 0.1);
@@ -406,7 +409,7 @@ TEST_P(GroupFilterSmTest, GroupFilterSm_ReviewMeetsDamage_RetriesAQuantumLaterAf
   write(keys[0]);  // the writer's next write of the damaged entry repairs the table
   capture.clear();
   clock->runUntil(kStart + 0.1);
-  const auto lines = traceLines(kTraceFile);
+  const auto lines = capture.levelled();
   ASSERT_FALSE(lines.empty());
   EXPECT_EQ(lines.front(), kDoReview);
   EXPECT_EQ(lines.back(), kFinished);
@@ -435,10 +438,10 @@ TEST_P(GroupFilterSmTest, GroupFilterSm_DroppedByAFilterReaderDuringReview_Slice
   const auto keys = fill(3, 1);
   DroppingReader reader(bidir);
   reader.sm = start(bidir);
-  RpTest::TraceCapture capture(kTraceFile);
+  TraceCapture capture(kTraceFile);
   clock->runDue();
-  EXPECT_EQ(traceLines(kTraceFile),
-            (Lines{kDoReview, added(keys[0]), added(keys[1]), added(keys[2]), kFinished}));
+  EXPECT_EQ(capture.levelled(),
+            (TraceLines{kDoReview, added(keys[0]), added(keys[1]), added(keys[2]), kFinished}));
   EXPECT_EQ(table->notifiees(), 0u);
   EXPECT_EQ(clock->notifiees(), 0u);
   EXPECT_EQ(clock->pendingWakeups(), 0u);
@@ -453,7 +456,7 @@ TEST_P(GroupFilterSmTest, GroupFilterSm_DroppedByAFilterReaderDuringReview_Slice
 // the review is suspended are applied by their notifications at once.
 TEST_P(GroupFilterSmTest, GroupFilterSm_ThousandEntriesReviewedInSlices_EachEntryOnce) {
   const auto keys = fill(1000, 2);  // odd positions stay free for entries added meanwhile
-  RpTest::TraceCapture capture(kTraceFile);
+  TraceCapture capture(kTraceFile);
   auto sm = startSliced(64);
   ASSERT_TRUE(clock->runNext());
   ASSERT_EQ(sm->reviewBookmark(), keys[64]);
@@ -467,8 +470,8 @@ TEST_P(GroupFilterSmTest, GroupFilterSm_ThousandEntriesReviewedInSlices_EachEntr
   table->rpHashDel(goneBehind);
   write(newAhead);
   write(newBehind);
-  EXPECT_EQ(traceLines(kTraceFile),
-            (Lines{deleted(goneAhead), deleted(goneBehind), added(newAhead), added(newBehind)}));
+  EXPECT_EQ(capture.levelled(), (TraceLines{deleted(goneAhead), deleted(goneBehind),
+                                            added(newAhead), added(newBehind)}));
   EXPECT_FALSE(bidir->trie()->hasRoute(goneAhead));
   EXPECT_FALSE(bidir->trie()->hasRoute(goneBehind));
   EXPECT_TRUE(bidir->trie()->hasRoute(newAhead));
@@ -483,25 +486,25 @@ TEST_P(GroupFilterSmTest, GroupFilterSm_ThousandEntriesReviewedInSlices_EachEntr
   for (auto at = resumeAt + 64; at < static_cast<long>(finalKeys.size()); at += 64) {
     expectedSuspensions.push_back(finalKeys[static_cast<std::size_t>(at)]);
   }
-  EXPECT_EQ(suspensions(), expectedSuspensions);
+  EXPECT_EQ(suspensions(capture), expectedSuspensions);
   EXPECT_TRUE(std::is_sorted(expectedSuspensions.begin(), expectedSuspensions.end()));
-  EXPECT_EQ(traceLinesAt(kTraceFile, 3).back(), kFinished);
+  EXPECT_EQ(capture.levelled({3}).back(), kFinished);
 
   // After the first slice: every key from the bookmark on, once each; nothing behind it.
-  const auto reviewed = handled("added");
+  const auto reviewed = handled(capture, "added");
   std::map<IpGenPrefix, int> expected;
   for (auto at = static_cast<std::size_t>(resumeAt); at < finalKeys.size(); ++at) {
     expected[finalKeys[at]] = 1;
   }
   EXPECT_EQ(reviewed, expected);
-  EXPECT_TRUE(handled("deleted").empty());
+  EXPECT_TRUE(handled(capture, "deleted").empty());
   expectTrieMatchesTable(bidir);
   EXPECT_EQ(bidir->changeCount(), 64u + 4u + (finalKeys.size() - resumeAt));
 }
 
 TEST_P(GroupFilterSmTest, GroupFilterSm_BookmarkKeyDeletedWhileSuspended_ResumesAtNextKey) {
   const auto keys = fill(1000, 1);
-  RpTest::TraceCapture capture(kTraceFile);
+  TraceCapture capture(kTraceFile);
   auto sm = startSliced(64);
   ASSERT_TRUE(clock->runNext());
   ASSERT_EQ(sm->reviewBookmark(), keys[64]);
@@ -509,7 +512,7 @@ TEST_P(GroupFilterSmTest, GroupFilterSm_BookmarkKeyDeletedWhileSuspended_Resumes
   EXPECT_EQ(sm->reviewBookmark(), keys[64]);
   capture.clear();
   ASSERT_TRUE(clock->runNext());
-  const auto firstResumed = traceLines(kTraceFile);
+  const auto firstResumed = capture.levelled();
   ASSERT_GE(firstResumed.size(), 2u);
   EXPECT_EQ(firstResumed[0], kDoReview);
   EXPECT_EQ(firstResumed[1], added(keys[65]));
@@ -518,8 +521,8 @@ TEST_P(GroupFilterSmTest, GroupFilterSm_BookmarkKeyDeletedWhileSuspended_Resumes
 
   std::map<IpGenPrefix, int> expected;
   for (std::size_t at = 65; at < keys.size(); ++at) expected[keys[at]] = 1;
-  EXPECT_EQ(handled("added"), expected);
-  EXPECT_EQ(traceLinesAt(kTraceFile, 3).back(), kFinished);
+  EXPECT_EQ(handled(capture, "added"), expected);
+  EXPECT_EQ(capture.levelled({3}).back(), kFinished);
   expectTrieMatchesTable(bidir);
 }
 

@@ -7,23 +7,23 @@
 #include "framework/Kel/Exception.h"
 #include "rp/PimGroupFilterStatus.h"
 #include "tests/rp/GroupFilterTestSupport.h"
-#include "tests/rp/RpTestSupport.h"
+#include "tests/support/Refusal.h"
+#include "tests/support/TraceCapture.h"
 
 namespace {
 
 using GroupFilterTest::FamilyCase;
 using GroupFilterTest::prefix;
-using GroupFilterTest::TraceLine;
-using GroupFilterTest::traceLines;
 using Routing::Pim::GroupFilterStatus;
 using Routing::Pim::groupFilterStatusFactory;
 using Routing::Pim::Mode;
 using Routing::Pim::modePimBidir;
 using Routing::Pim::modePimNone;
 using Routing::Pim::modePimSm;
+using TestSupport::TraceCapture;
+using TestSupport::TraceLines;
 
 const char* const kTraceFile = "PimGroupFilter";
-using Lines = std::vector<TraceLine>;
 
 // Counts what the status announces to its readers.
 class StatusReader : public GroupFilterStatus::NotifieeConst {
@@ -50,7 +50,7 @@ class GroupFilterStatusTest : public ::testing::TestWithParam<FamilyCase> {
 };
 
 TEST_P(GroupFilterStatusTest, GroupFilterStatus_Construction_EmptyGroupFilterTrieOfTheFamily) {
-  RpTest::TraceCapture capture(kTraceFile);
+  TraceCapture capture(kTraceFile);
   auto status = groupFilterStatusFactory(family().af, modePimSm);
   ASSERT_TRUE(status->trie());
   EXPECT_EQ(status->trie()->name(), "GroupFilter");
@@ -60,8 +60,7 @@ TEST_P(GroupFilterStatusTest, GroupFilterStatus_Construction_EmptyGroupFilterTri
   EXPECT_EQ(status->pimMode(), modePimSm);
   EXPECT_EQ(status->changeCount(), 0u);
   EXPECT_FALSE(status->initialized());
-  EXPECT_EQ(traceLines(kTraceFile),
-            (Lines{{kTraceFile, 8, "handleInitialized(" + afText() + ")"}}));
+  EXPECT_EQ(capture.levelled(), (TraceLines{{8, "handleInitialized(" + afText() + ")"}}));
 }
 
 TEST_P(GroupFilterStatusTest, GroupFilterStatus_EmptyTrieSparseMode_PermitsEveryGroup) {
@@ -91,27 +90,27 @@ TEST_P(GroupFilterStatusTest, GroupFilterStatus_RangeInTrieSparseMode_RefusesCov
 TEST_P(GroupFilterStatusTest, GroupFilterStatus_PermitGroup_TracesGroupModeAndFound) {
   auto bidir = filterWithRange(modePimBidir);
   auto sparse = filterWithRange(modePimSm);
-  RpTest::TraceCapture capture(kTraceFile);
+  TraceCapture capture(kTraceFile);
   bidir->permitGroup(prefix(family().inside));
   bidir->permitGroup(prefix(family().outside));
   sparse->permitGroup(prefix(family().inside));
   sparse->permitGroup(prefix(family().outside));
   const std::string inside = family().inside;
   const std::string outside = family().outside;
-  EXPECT_EQ(traceLines(kTraceFile),
-            (Lines{
-                {kTraceFile, 8, "permitGroup(" + inside + "), Mode: modePimBidir, Found: true"},
-                {kTraceFile, 8, "permitGroup(" + outside + "), Mode: modePimBidir, Found: false"},
-                {kTraceFile, 8, "permitGroup(" + inside + "), Mode: modePimSm, Found: true"},
-                {kTraceFile, 8, "permitGroup(" + outside + "), Mode: modePimSm, Found: false"},
+  EXPECT_EQ(capture.levelled(),
+            (TraceLines{
+                {8, "permitGroup(" + inside + "), Mode: modePimBidir, Found: true"},
+                {8, "permitGroup(" + outside + "), Mode: modePimBidir, Found: false"},
+                {8, "permitGroup(" + inside + "), Mode: modePimSm, Found: true"},
+                {8, "permitGroup(" + outside + "), Mode: modePimSm, Found: false"},
             }));
 }
 
 TEST_P(GroupFilterStatusTest, GroupFilterStatus_PermitGroupTraceOff_NothingWritten) {
   auto status = filterWithRange(modePimBidir);
-  RpTest::TraceCapture capture(kTraceFile, 7);
+  TraceCapture capture(kTraceFile, 7);
   EXPECT_TRUE(status->permitGroup(prefix(family().inside)));
-  EXPECT_TRUE(traceLines(kTraceFile).empty());
+  EXPECT_TRUE(capture.levelled().empty());
 }
 
 TEST_P(GroupFilterStatusTest, GroupFilterStatus_GroupOfOtherFamily_CoveredByNoRange) {
@@ -125,18 +124,15 @@ TEST_P(GroupFilterStatusTest, GroupFilterStatus_GroupOfOtherFamily_CoveredByNoRa
 
 TEST_P(GroupFilterStatusTest, GroupFilterStatus_UnsupportedMode_RaisesModeAssertion) {
   for (const Mode mode : {modePimNone, static_cast<Mode>(3)}) {
-    RpTest::TraceCapture capture(kTraceFile);
-    try {
-      groupFilterStatusFactory(family().af, mode);
-      ADD_FAILURE() << "mode " << mode << " accepted";
-    } catch (const Kel::AssertionException& refusal) {
-      EXPECT_STREQ(refusal.what(), "pimMode() == modePimSm() || pimMode() == modePimBidir()");
-      EXPECT_EQ(refusal.expression(), "pimMode() == modePimSm() || pimMode() == modePimBidir()");
-      EXPECT_EQ(refusal.traceFile(), kTraceFile);
-      EXPECT_EQ(refusal.function(), "void Routing::Pim::GroupFilterStatus::handleInitialized()");
-    }
-    EXPECT_EQ(traceLines(kTraceFile),
-              (Lines{{kTraceFile, 8, "handleInitialized(" + afText() + ")"}}));
+    TraceCapture capture(kTraceFile);
+    const auto refusal = TestSupport::thrownBy<Kel::AssertionException>(
+        [&] { groupFilterStatusFactory(family().af, mode); });
+    ASSERT_TRUE(refusal);
+    EXPECT_STREQ(refusal->what(), "pimMode() == modePimSm() || pimMode() == modePimBidir()");
+    EXPECT_EQ(refusal->expression(), "pimMode() == modePimSm() || pimMode() == modePimBidir()");
+    EXPECT_EQ(refusal->traceFile(), kTraceFile);
+    EXPECT_EQ(refusal->function(), "void Routing::Pim::GroupFilterStatus::handleInitialized()");
+    EXPECT_EQ(capture.levelled(), (TraceLines{{8, "handleInitialized(" + afText() + ")"}}));
   }
 }
 
@@ -183,12 +179,9 @@ INSTANTIATE_TEST_SUITE_P(Families, GroupFilterStatusTest,
                          [](const auto& info) { return std::string(info.param.name); });
 
 TEST(GroupFilterStatusFamilyTest, GroupFilterStatus_UnknownFamily_RefusedByTheTrie) {
-  try {
-    groupFilterStatusFactory(Ipkit::ipunknown(), modePimSm);
-    ADD_FAILURE() << "family ipunknown accepted";
-  } catch (const Kel::RangeException& refusal) {
-    EXPECT_STREQ(refusal.what(), "trie 'GroupFilter' needs family ipv4 or ipv6, got ipunknown");
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>(
+                [&] { groupFilterStatusFactory(Ipkit::ipunknown(), modePimSm); }),
+            "trie 'GroupFilter' needs family ipv4 or ipv6, got ipunknown");
 }
 
 }  // namespace

@@ -8,6 +8,8 @@
 #include "framework/Kel/Assert.h"
 #include "rp/PimGrpPrefixTrieBuilderSm.h"
 #include "tests/rp/RpTestSupport.h"
+#include "tests/support/Refusal.h"
+#include "tests/support/TraceCapture.h"
 
 namespace {
 
@@ -97,7 +99,7 @@ TEST_F(GrpPrefixTrieBuilderTest, ReAddingExistingPrefix_TrieUnchangedButCounted)
 
 TEST_F(GrpPrefixTrieBuilderTest, Traces_IncrementalAddAndDelete_ExactLines) {
   auto builder = build();
-  RpTest::TraceCapture capture("PimCrpGrpTrieBuilderSm");
+  TestSupport::TraceCapture capture("PimCrpGrpTrieBuilderSm");
   status_->crpSetIs(IpGenPrefix("239.0.0.0/8"));
   status_->crpSetIs(IpGenPrefix("239.1.0.0/16"));
   status_->crpSetDel(IpGenPrefix("239.0.0.0/8"));
@@ -118,7 +120,7 @@ TEST_F(GrpPrefixTrieBuilderTest, Traces_IncrementalAddAndDelete_ExactLines) {
 
 TEST_F(GrpPrefixTrieBuilderTest, Traces_FullRebuild_TwoSpaceVariantOnTrieCreation) {
   status_->crpSetIs(IpGenPrefix("239.0.0.0/8"));
-  RpTest::TraceCapture capture("PimCrpGrpTrieBuilderSm");
+  TestSupport::TraceCapture capture("PimCrpGrpTrieBuilderSm");
   auto builder = build();
   EXPECT_EQ(capture.lines(), (Lines{
                                  "void Routing::Pim::GrpPrefixTrieBuilderSm::handleInitialized()",
@@ -130,14 +132,13 @@ TEST_F(GrpPrefixTrieBuilderTest, Traces_FullRebuild_TwoSpaceVariantOnTrieCreatio
 
 TEST_F(GrpPrefixTrieBuilderTest, MissingStatusOrCompute_AssertionText) {
   for (int missing = 0; missing < 2; ++missing) {
-    try {
+    const auto e = TestSupport::thrownBy<Kel::AssertionException>([&] {
       grpPrefixTrieBuilderSmFactory(missing == 0 ? nullptr : status_,
                                     missing == 1 ? nullptr : compute_);
-      FAIL() << "built without an input";
-    } catch (const Kel::AssertionException& e) {
-      EXPECT_EQ(e.expression(), "crpStatus() && crpCompute()");
-      EXPECT_EQ(e.traceFile(), "PimCrpGrpTrieBuilderSm");
-    }
+    });
+    ASSERT_TRUE(e);
+    EXPECT_EQ(e->expression(), "crpStatus() && crpCompute()");
+    EXPECT_EQ(e->traceFile(), "PimCrpGrpTrieBuilderSm");
   }
 }
 

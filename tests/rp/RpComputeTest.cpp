@@ -6,6 +6,8 @@
 #include "framework/Kel/Assert.h"
 #include "rp/PimRpCompute.h"
 #include "tests/rp/RpComputeTestSupport.h"
+#include "tests/support/Refusal.h"
+#include "tests/support/TraceCapture.h"
 
 namespace {
 
@@ -104,14 +106,14 @@ TEST_F(RpComputeTest, TwoSparseEqualHashValue_HigherAddressWins) {
   EXPECT_EQ(
       compute_->doComputeHashMask(modePimSm, IpGenAddr("239.1.1.1"), 30, IpGenAddr("10.0.0.1")),
       compute_->doComputeHashMask(modePimSm, IpGenAddr("239.1.1.1"), 30, IpGenAddr("138.0.0.1")));
-  RpTest::TraceCapture capture("PimRpCompute", 5);
+  TestSupport::TraceCapture capture("PimRpCompute", 5);
   EXPECT_EQ(select("239.1.1.1").address(), IpGenAddr("138.0.0.1"));
   EXPECT_TRUE(capture.wrote("2 in highest hash mask set"));
   EXPECT_TRUE(capture.wrote("Mapping group 239.1.1.1/32 to rp 138.0.0.1"));
 }
 
 TEST_F(RpComputeTest, HashMaskLenZero_ValueDependsOnRpAlone) {
-  RpTest::TraceCapture capture("PimRpCompute", 8);
+  TestSupport::TraceCapture capture("PimRpCompute", 8);
   const IpGenAddr rp("10.0.0.1");
   const U32 value = compute_->doComputeHashMask(modePimSm, IpGenAddr("239.1.1.1"), 0, rp);
   EXPECT_EQ(value, compute_->doComputeHashMask(modePimSm, IpGenAddr("224.0.0.1"), 0, rp));
@@ -185,7 +187,7 @@ TEST_F(RpComputeTest, ModuloIp6_UsesLastGroupWord) {
 TEST_F(RpComputeTest, SingleCandidate_NoPriorityHashOrModuloEvaluated) {
   config_->rpHashAlgorithmIs(rpHashAlgorithmModulo);
   add({"239.0.0.0/8", "10.0.0.7", 3, 30, modePimSm, true});
-  RpTest::TraceCapture capture("PimRpCompute");
+  TestSupport::TraceCapture capture("PimRpCompute");
   EXPECT_EQ(select("239.1.1.1"), RpCandidateInfo(IpGenAddr("10.0.0.7"), 3, 30, true, modePimSm));
   EXPECT_FALSE(capture.wrote("doHighestPriorityRpMatch"));
   EXPECT_FALSE(capture.wrote("doComputeHashMask"));
@@ -235,7 +237,7 @@ TEST_F(RpComputeTest, Traces_TwoCandidateSparseSelection_ExactLines) {
   const U32 h1 = referenceHash4(g, 30, 167772161u), h2 = referenceHash4(g, 30, 167772162u);
   ASSERT_GT(h1, h2);
   const std::string gm = std::to_string(static_cast<U32>((g & 0xfffffffcu) * 1103515245u));
-  RpTest::TraceCapture capture("PimRpCompute");
+  TestSupport::TraceCapture capture("PimRpCompute");
   select("239.1.1.1");
   EXPECT_EQ(capture.lines(),
             (Lines{
@@ -264,7 +266,7 @@ TEST_F(RpComputeTest, Traces_BidirSelection_ExactLines) {
   add({"239.0.0.0/8", "10.0.0.1", 4, 30, modePimBidir});
   add({"239.0.0.0/8", "10.0.0.2", 4, 30, modePimBidir});
   add({"239.0.0.0/8", "10.0.0.3", 0, 30, modePimSm});
-  RpTest::TraceCapture capture("PimRpCompute");
+  TestSupport::TraceCapture capture("PimRpCompute");
   select("239.1.1.1");
   const std::string gm =
       std::to_string(static_cast<U32>((4009820417u & 0xfffffffcu) * 1103515245u));
@@ -300,7 +302,7 @@ TEST_F(RpComputeTest, Traces_ModuloSelection_ExactLines) {
   add({"239.0.0.0/8", "10.0.0.1", 10, 30, modePimSm});
   add({"239.0.0.0/8", "10.0.0.2", 10, 30, modePimSm});
   add({"239.0.0.0/8", "10.0.0.3", 10, 30, modePimSm});
-  RpTest::TraceCapture capture("PimRpCompute");
+  TestSupport::TraceCapture capture("PimRpCompute");
   select("239.1.1.1");
   EXPECT_EQ(capture.lines(),
             (Lines{
@@ -319,7 +321,7 @@ TEST_F(RpComputeTest, Traces_ModuloIp6_DecimalValueReadsFirstWordAsIp4) {
   config_->rpHashAlgorithmIs(rpHashAlgorithmModulo);
   add({"ff00::/8", "2001:db8::1", 10, 126, modePimSm});
   add({"ff00::/8", "2001:db8::2", 10, 126, modePimSm});
-  RpTest::TraceCapture capture("PimRpCompute", 5);
+  TestSupport::TraceCapture capture("PimRpCompute", 5);
   select("ff0e::5");
   // ff0e:0000 read as an IPv4 number is 0xff0e0000.
   EXPECT_TRUE(capture.wrote(
@@ -329,7 +331,7 @@ TEST_F(RpComputeTest, Traces_ModuloIp6_DecimalValueReadsFirstWordAsIp4) {
 
 TEST_F(RpComputeTest, Traces_Miss_ExactLines) {
   add({"232.0.0.0/8", "10.0.0.1", 10, 30, modePimSm});
-  RpTest::TraceCapture capture("PimRpCompute");
+  TestSupport::TraceCapture capture("PimRpCompute");
   select("239.1.1.1");
   EXPECT_EQ(capture.lines(), (Lines{
                                  kFromPrefix + "( 239.1.1.1/32 )",
@@ -339,7 +341,7 @@ TEST_F(RpComputeTest, Traces_Miss_ExactLines) {
 }
 
 TEST_F(RpComputeTest, Traces_EmptyCrpSet_NoRpFoundLine) {
-  RpTest::TraceCapture capture("PimRpCompute", 5);
+  TestSupport::TraceCapture capture("PimRpCompute", 5);
   compute_->doSelectCrp(compute_->bidirRpSetIs(), IpGenPrefix("239.1.1.1/32"));
   EXPECT_EQ(capture.lines(),
             (Lines{"No RP found for group 239.1.1.1/32",
@@ -380,13 +382,11 @@ TEST_F(RpComputeTest, Assertions_EachTextProvoked) {
 }
 
 TEST_F(RpComputeTest, Assertion_CarriesSignatureAndLine) {
-  try {
-    compute_->doHighestPriorityRpMatch(nullptr);
-    FAIL();
-  } catch (const Kel::AssertionException& e) {
-    EXPECT_EQ(e.function(), kPriority);
-    EXPECT_GT(e.line(), 0);
-  }
+  const auto e = TestSupport::thrownBy<Kel::AssertionException>(
+      [&] { compute_->doHighestPriorityRpMatch(nullptr); });
+  ASSERT_TRUE(e);
+  EXPECT_EQ(e->function(), kPriority);
+  EXPECT_GT(e->line(), 0);
 }
 
 TEST_F(RpComputeTest, AssertionMidSelection_ScratchStillEmptied) {

@@ -11,6 +11,7 @@
 #include "framework/Kel/Assert.h"
 #include "rp/PimRpCompute.h"
 #include "tests/rp/RpTestSupport.h"
+#include "tests/support/Refusal.h"
 
 namespace RpTest {
 
@@ -66,13 +67,10 @@ class RpComputeFixture : public ::testing::Test {
   // The assertion text thrown by `call`.
   template <class Call>
   std::string assertionOf(Call&& call) {
-    try {
-      call();
-    } catch (const Kel::AssertionException& e) {
-      EXPECT_EQ(e.traceFile(), "PimRpCompute");
-      return e.expression();
-    }
-    return "no assertion";
+    const auto assertion = TestSupport::thrownBy<Kel::AssertionException>(call);
+    if (!assertion) return "no assertion";
+    EXPECT_EQ(assertion->traceFile(), "PimRpCompute");
+    return assertion->expression();
   }
 
   Kel::Ptr<RpCandidateStatus> status_{new RpCandidateStatus};

@@ -6,6 +6,8 @@
 #include "framework/Kel/Assert.h"
 #include "rp/PimRpHashComputeStatus.h"
 #include "tests/rp/RpTestSupport.h"
+#include "tests/support/Refusal.h"
+#include "tests/support/TraceCapture.h"
 
 namespace {
 
@@ -116,7 +118,7 @@ TEST_F(RpHashComputeTest, BsrOfOtherModeThanServed_NeverReturned) {
 
 TEST_F(RpHashComputeTest, NoCandidates_JoinReturnedWithTrace) {
   auto status = build(modePimNone);
-  RpTest::TraceCapture capture("PimRpCompute", 5);
+  TestSupport::TraceCapture capture("PimRpCompute", 5);
   EXPECT_EQ(ask(status, "239.1.1.1"), join_);
   EXPECT_EQ(capture.lines(),
             (Lines{"Computed RP unknown",
@@ -144,7 +146,7 @@ TEST_F(RpHashComputeTest, Traces_TableHit_ExactLines) {
   auto status = build(modePimNone);
   table_->rpHashIs(
       RpHash(IpGenPrefix("239.1.1.1/32"), IpGenAddr("10.9.9.9"), 5, 30, false, modePimSm));
-  RpTest::TraceCapture capture("PimRpCompute");
+  TestSupport::TraceCapture capture("PimRpCompute");
   ask(status, "239.1.1.1");
   EXPECT_EQ(capture.lines(),
             (Lines{kRpHashCompute + "( 239.1.1.1 )", "Found RP 10.9.9.9 in RpHash"}));
@@ -153,7 +155,7 @@ TEST_F(RpHashComputeTest, Traces_TableHit_ExactLines) {
 TEST_F(RpHashComputeTest, Traces_Computed_ExactLines) {
   auto status = build(modePimNone);
   addCandidate(bsr_, {"239.0.0.0/8", "10.0.0.2", 0, 30, modePimSm});
-  RpTest::TraceCapture capture("PimRpCompute", 5);
+  TestSupport::TraceCapture capture("PimRpCompute", 5);
   ask(status, "239.1.1.1");
   // The static source has no prefixes; the bootstrap source selects its only candidate.
   EXPECT_EQ(capture.lines(),
@@ -169,7 +171,7 @@ TEST_F(RpHashComputeTest, Traces_Computed_ExactLines) {
 TEST_F(RpHashComputeTest, Traces_JoinFallback_ExactLines) {
   auto status = build(modePimBidir);
   addCandidate(static_, {"239.0.0.0/8", "10.0.0.1", 0, 30, modePimSm});
-  RpTest::TraceCapture capture("PimRpCompute", 9);
+  TestSupport::TraceCapture capture("PimRpCompute", 9);
   ask(status, "239.1.1.1");
   const Lines lines = capture.lines();
   ASSERT_GE(lines.size(), 3u);
@@ -180,14 +182,13 @@ TEST_F(RpHashComputeTest, Traces_JoinFallback_ExactLines) {
 
 TEST_F(RpHashComputeTest, MissingRpConfigWithStatus_AssertionText) {
   for (int source = 0; source < 2; ++source) {
-    try {
+    const auto e = TestSupport::thrownBy<Kel::AssertionException>([&] {
       rpHashComputeStatusFactory(source == 0 ? static_ : nullptr, source == 1 ? bsr_ : nullptr,
                                  table_, modePimNone, nullptr);
-      FAIL() << "built without RP configuration";
-    } catch (const Kel::AssertionException& e) {
-      EXPECT_EQ(e.expression(), "rpConfig()");
-      EXPECT_EQ(e.traceFile(), "PimRpCompute");
-    }
+    });
+    ASSERT_TRUE(e);
+    EXPECT_EQ(e->expression(), "rpConfig()");
+    EXPECT_EQ(e->traceFile(), "PimRpCompute");
   }
 }
 
@@ -298,7 +299,7 @@ TEST_F(RpHashComputeTest, Record_TracesExactlyAsWithout) {
   table_->rpHashIs(
       RpHash(IpGenPrefix("239.1.1.9/32"), IpGenAddr("10.9.9.9"), 5, 30, false, modePimSm));
   for (const char* group : {"239.1.1.1", "239.1.1.9", "232.1.1.1"}) {
-    RpTest::TraceCapture capture("PimRpCompute");
+    TestSupport::TraceCapture capture("PimRpCompute");
     ask(status, group);
     const Lines without = capture.lines();
     capture.clear();

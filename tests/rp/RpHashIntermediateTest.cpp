@@ -10,6 +10,7 @@
 #include "framework/Kel/Exception.h"
 #include "framework/Mirra/testing/MirraMapBackdoor.h"
 #include "tests/rp/RpHashSmTestSupport.h"
+#include "tests/support/Refusal.h"
 
 namespace RpHashSmTest {
 namespace {
@@ -20,24 +21,18 @@ class RpHashIntermediate : public RpHashSmFixture {};
 
 TEST_F(RpHashIntermediate, Start_MissingInput_RaisesAssertionNamingEveryInput) {
   groups_ = nullptr;
-  try {
-    start();
-    FAIL() << "no assertion";
-  } catch (const Kel::AssertionException& e) {
-    EXPECT_EQ(std::string(e.what()),
-              "groupMrt() && crpStatus() && crpCompute() && rpHashStatus() && rpConfig()");
-    EXPECT_EQ(e.traceFile(), "PimRpHashSm");
-    EXPECT_EQ(e.function(), "void Routing::Pim::RpHashIntermediateSm::handleInitialized()");
-  }
+  const auto e = TestSupport::thrownBy<Kel::AssertionException>([&] { start(); });
+  ASSERT_TRUE(e);
+  EXPECT_EQ(std::string(e->what()),
+            "groupMrt() && crpStatus() && crpCompute() && rpHashStatus() && rpConfig()");
+  EXPECT_EQ(e->traceFile(), "PimRpHashSm");
+  EXPECT_EQ(e->function(), "void Routing::Pim::RpHashIntermediateSm::handleInitialized()");
 }
 
 TEST_F(RpHashIntermediate, Start_UnknownFamily_RaisesUnsupportedAddressFamily) {
-  try {
-    start(modePimSm, Ipkit::ipunknown());
-    FAIL() << "no assertion";
-  } catch (const Kel::AssertionException& e) {
-    EXPECT_EQ(std::string(e.what()), "0 && \"Unsupported Address Family\"");
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::AssertionException>(
+                [&] { start(modePimSm, Ipkit::ipunknown()); }),
+            "0 && \"Unsupported Address Family\"");
 }
 
 TEST_F(RpHashIntermediate, Start_TrieNamedAfterFamily) {
@@ -65,14 +60,9 @@ TEST_F(RpHashIntermediate, Start_Defaults) {
 
 TEST_F(RpHashIntermediate, NullCrpSet_RefusedWithMutatorText) {
   start();
-  try {
-    sm_->crpSetIs(nullptr);
-    FAIL() << "accepted";
-  } catch (const Kel::RangeException& e) {
-    EXPECT_EQ(std::string(e.what()),
-              "null _crpSet parameter to mutator for "
-              "Routing::Pim::RpHashIntermediateSm::crpSet not allowed");
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { sm_->crpSetIs(nullptr); }),
+            "null _crpSet parameter to mutator for "
+            "Routing::Pim::RpHashIntermediateSm::crpSet not allowed");
   EXPECT_TRUE(sm_->crpSet().empty());
 }
 
@@ -81,14 +71,9 @@ TEST_F(RpHashIntermediate, NullCrp_RefusedWithMutatorText) {
   status_->crpSetIs(IpGenPrefix("239.0.0.0/8"));
   const auto reactor = sm_->crpSet(IpGenPrefix("239.0.0.0/8"));
   ASSERT_TRUE(reactor);
-  try {
-    reactor->crpIs(nullptr);
-    FAIL() << "accepted";
-  } catch (const Kel::RangeException& e) {
-    EXPECT_EQ(std::string(e.what()),
-              "null _crp parameter to mutator for "
-              "Routing::Pim::RpHashIntermediateSm::KelCrpSet::crp not allowed");
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { reactor->crpIs(nullptr); }),
+            "null _crp parameter to mutator for "
+            "Routing::Pim::RpHashIntermediateSm::KelCrpSet::crp not allowed");
   EXPECT_TRUE(reactor->crp().empty());
 }
 
@@ -232,7 +217,7 @@ TEST_F(RpHashIntermediate, SetWithCandidatesAtStart_ComputesBeforePrefixEntersTr
   traceFrom(8);
   start();
   EXPECT_EQ(prefixEntries(), std::vector<RpHash>({placeholder("239.0.0.0/8", modePimSm)}));
-  const auto lines = traced();
+  const auto lines = capture_.levelled();
   auto at = [&](const std::string& text) {
     for (std::size_t i = 0; i < lines.size(); ++i) {
       if (lines[i].text == text) return i;
@@ -267,8 +252,8 @@ TEST_F(RpHashIntermediate, CandidateTraces_SetCreated_CandidateCompletedStepBySt
   const std::string guts = std::string(kUpdateGuts) +
                            " ( 239.0.0.0/8, true, 10.0.0.1, modePimSm, rpHashAlgorithmRfc7761 )";
   EXPECT_EQ(
-      traced(),
-      std::vector<Line>({
+      capture_.levelled(),
+      TraceLines({
           {9, sig(kCrpSet, "handleInitialized()")},
           {8, "Added 239.0.0.0/8 to trie"},
           {9, init},
@@ -324,8 +309,8 @@ TEST_F(RpHashIntermediate, CandidateTraces_WalkNamesOverlappingAndOtherKeys) {
       ->rpMutable(IpGenAddr("10.0.0.1"))
       ->priorityIs(2);
   EXPECT_EQ(
-      traced(),
-      std::vector<Line>({
+      capture_.levelled(),
+      TraceLines({
           {8, " RP hash key 225.1.1.1/32does not overlap 239.0.0.0/8"},
           {8, " RP hash key 239.1.1.1/32overlaps 239.0.0.0/8"},
           {5,
@@ -348,8 +333,8 @@ TEST_F(RpHashIntermediate, CandidateTraces_MismatchingMode_PlaceholderWritten) {
   start(modePimBidir);
   traceFrom(5);
   candidate({"239.0.0.0/8", "10.0.0.1", 1, 30, modePimSm});
-  EXPECT_EQ(traced(),
-            std::vector<Line>({
+  EXPECT_EQ(capture_.levelled(),
+            TraceLines({
                 {5, "Updated RP 10.0.0.1 to have priority 1"},
                 {5, "Updated RP 10.0.0.1 to have hashMaskLen 30"},
                 {5, "doAddRpHashGuts: mismatching pimMode modePimSm expected mode modePimBidir"},
@@ -373,8 +358,8 @@ TEST_F(RpHashIntermediate, CandidateTraces_RemovedRp_RecomputedWithUpdateGutsTex
   candidateGone("239.0.0.0/8", "10.0.0.1");
   const std::string del = sig(kCrp, "handleDel()");
   const std::string guts = kUpdateGuts;
-  EXPECT_EQ(traced(),
-            std::vector<Line>({
+  EXPECT_EQ(capture_.levelled(),
+            TraceLines({
                 {9, del},
                 {5, del + "Deleting RP 10.0.0.1 from RP Set with prefix 239.0.0.0/8"},
                 {9, sig(kCrp, "doUpdateRpHash(bool) ( false )")},
@@ -405,8 +390,8 @@ TEST_F(RpHashIntermediate, CandidateTraces_RemovedOtherMode_UpdateGutsMismatchTe
   traceFrom(5);
   candidateGone("239.0.0.0/8", "10.0.0.1");
   const std::string del = sig(kCrp, "handleDel()");
-  EXPECT_EQ(traced(),
-            std::vector<Line>({
+  EXPECT_EQ(capture_.levelled(),
+            TraceLines({
                 {5, del + "Deleting RP 10.0.0.1 from RP Set with prefix 239.0.0.0/8"},
                 {5, std::string(kUpdateGuts) + "Removing RP 10.0.0.1 for group 239.0.0.0/8"},
                 {5, "doUpdateRpHashGuts: mismatching pimMode modePimSm expected mode modePimBidir"},
@@ -425,8 +410,8 @@ TEST_F(RpHashIntermediate, CandidateTraces_SetDeleted_CandidatesGoThenPrefixEntr
   traceFrom(8);
   status_->crpSetDel(IpGenPrefix("239.0.0.0/8"));
   const std::string del = sig(kCrp, "handleDel()");
-  EXPECT_EQ(traced(),
-            std::vector<Line>({
+  EXPECT_EQ(capture_.levelled(),
+            TraceLines({
                 {5, del + "Deleting RP 10.0.0.1 from RP Set with prefix 239.0.0.0/8"},
                 {8, "Deleted 239.0.0.0/8 from trie"},
                 {5, std::string(kUpdateGuts) + "Removing RP 10.0.0.1 for group 239.0.0.0/8"},
@@ -447,8 +432,8 @@ TEST_F(RpHashIntermediate, SetDeleted_LevelNineTraceOfSetHandleDel) {
   candidate({"239.0.0.0/8", "10.0.0.1", 1, 30, modePimSm});
   traceFrom(9);
   status_->crpSetDel(IpGenPrefix("239.0.0.0/8"));
-  ASSERT_FALSE(traced().empty());
-  EXPECT_EQ(traced().front(), (Line{9, sig(kCrpSet, "handleDel()")}));
+  ASSERT_FALSE(capture_.levelled().empty());
+  EXPECT_EQ(capture_.levelled().front(), (TraceLine{9, sig(kCrpSet, "handleDel()")}));
 }
 
 TEST_F(RpHashIntermediate, SetDeleted_ShorterCoveringPrefixTakesOverGroups) {
@@ -472,7 +457,7 @@ TEST_F(RpHashIntermediate, DoProcessCrpSets_RewritesEveryPrefixEntry) {
   rpPrefixHash_->rpHashDel(IpGenPrefix("239.0.0.0/8"));
   traceFrom(9);
   sm_->doProcessCrpSets();
-  EXPECT_EQ(traced().front(), (Line{9, sig(kSm, "doProcessCrpSets()")}));
+  EXPECT_EQ(capture_.levelled().front(), (TraceLine{9, sig(kSm, "doProcessCrpSets()")}));
   EXPECT_EQ(prefixEntries(),
             std::vector<RpHash>({entry("239.0.0.0/8", "10.0.0.1", 1, 30, modePimSm)}));
 }

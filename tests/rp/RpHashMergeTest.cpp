@@ -19,7 +19,7 @@
 #include "framework/Mirra/CorruptionDetectedException.h"
 #include "framework/Mirra/testing/MirraMapBackdoor.h"
 #include "rp/PimRpHashSm.h"
-#include "tests/rp/RpTestSupport.h"
+#include "tests/support/TraceCapture.h"
 
 namespace {
 
@@ -27,6 +27,8 @@ using Ipkit::IpGenAddr;
 using Ipkit::IpGenPrefix;
 using namespace Routing::Pim;
 using Lines = std::vector<std::string>;
+using TestSupport::TraceLine;
+using TestSupport::TraceLines;
 
 const std::string kTraceFile = "PimRpHashSm";
 const std::string kSm = "void Routing::Pim::RpHashSm::";
@@ -34,25 +36,6 @@ const std::string kRpHashIs = kSm + "rpHashIs(const Routing::Pim::RpHash&)";
 const std::string kRpHashDel = kSm + "rpHashDel(const Ipkit::IpGenPrefix&)";
 
 // One trace record of the merge's trace file: its level and whole text.
-struct Traced {
-  int level;
-  std::string text;
-  bool operator==(const Traced& other) const { return level == other.level && text == other.text; }
-};
-std::ostream& operator<<(std::ostream& out, const Traced& traced) {
-  return out << "{" << traced.level << ", \"" << traced.text << "\"}";
-}
-using Traces = std::vector<Traced>;
-
-// Every record of the merge's trace file, oldest first.
-Traces traced() {
-  Traces records;
-  for (const auto& record : Kel::TraceRing::instance().records()) {
-    if (record.traceFile == kTraceFile) records.push_back({record.level, record.text});
-  }
-  return records;
-}
-
 RpHash entry(const char* prefix, const char* rp, RpPriority priority = 10, bool override = false,
              Mode mode = modePimSm) {
   return RpHash(IpGenPrefix(prefix), IpGenAddr(rp), priority, 30, override, mode);
@@ -66,17 +49,6 @@ std::string text(const RpHash& value) {
   std::ostringstream out;
   out << value;
   return out.str();
-}
-
-// Every request made on an allocator, in order: "alloc 10.0.0.1", "dealloc 10.0.0.2".
-Lines bitMapRequests(const BitMapper::Config& bitMap) {
-  Lines lines;
-  for (const auto& request : bitMap.requests()) {
-    std::ostringstream line;
-    line << request.kind << " " << request.key.addr();
-    lines.push_back(line.str());
-  }
-  return lines;
 }
 
 // What the allocator's reactors see, in order: a key written (the channel announces a key only
@@ -119,7 +91,7 @@ class RpHashMergeTest : public ::testing::Test {
   RpHash final(const char* prefix) const { return final_->rpHash(IpGenPrefix(prefix)); }
 
   // The requests made so far, one line per request: "alloc 10.0.0.1", "dealloc 10.0.0.2".
-  Lines requests() const { return bitMapRequests(*bitMap_); }
+  Lines requests() const { return RpTest::allocRequests(*bitMap_); }
   // Every key write and counter raise on the allocator, in order.
   const Lines& requestSteps() const { return recorder_->steps; }
 
@@ -152,14 +124,15 @@ TEST_F(RpHashMergeTest, Merge_StaticWithOverride_StaticEntryAndBsrChangeNotProgr
   static_->rpHashIs(entry("239.0.0.0/8", "10.0.0.1", 10, true));
   EXPECT_EQ(final("239.0.0.0/8"), entry("239.0.0.0/8", "10.0.0.1", 10, true));
 
-  RpTest::TraceCapture capture(kTraceFile);
+  TestSupport::TraceCapture capture(kTraceFile);
   bsr_->rpHashIs(entry("239.0.0.0/8", "10.0.0.4", 30));
-  EXPECT_EQ(traced(), (Traces{
-                          {9, kSm + "handleBsrHash(const Ipkit::IpGenPrefix&) ( 239.0.0.0/8 )"},
-                          {5,
-                           "No programming BSR hash for prefix 239.0.0.0/8 since static "
-                           "override is set for it"},
-                      }));
+  EXPECT_EQ(capture.levelled(),
+            (TraceLines{
+                {9, kSm + "handleBsrHash(const Ipkit::IpGenPrefix&) ( 239.0.0.0/8 )"},
+                {5,
+                 "No programming BSR hash for prefix 239.0.0.0/8 since static "
+                 "override is set for it"},
+            }));
   EXPECT_EQ(final("239.0.0.0/8"), entry("239.0.0.0/8", "10.0.0.1", 10, true));
 }
 
@@ -357,7 +330,7 @@ TEST_F(RpHashMergeTest, Requests_KeyCarriesTheEmptyInterface) {
 
 TEST_F(RpHashMergeTest, Requests_NoConfig_SameFinalTableAndNoRequest) {
   Kel::Ptr<RpHashStatus> plainFinal(new RpHashStatus);
-  RpTest::TraceCapture capture(kTraceFile);
+  TestSupport::TraceCapture capture(kTraceFile);
   const auto plain = rpHashSmFactory(modePimSm, static_, bsr_, plainFinal, nullptr);
   start();
   static_->rpHashIs(entry("239.0.0.0/8", "10.0.0.1", 10));
@@ -374,7 +347,7 @@ TEST_F(RpHashMergeTest, Requests_NoConfig_SameFinalTableAndNoRequest) {
   // Only the merge with an allocator announces requests: one alloc and one dealloc line per
   // request it made, none for the other.
   int requestLines = 0;
-  for (const Traced& record : traced()) {
+  for (const TraceLine& record : capture.levelled()) {
     if (record.text.find(" request for ") != std::string::npos) ++requestLines;
   }
   EXPECT_EQ(requestLines, static_cast<int>(requests().size()));
@@ -541,18 +514,19 @@ TEST_F(RpHashMergeTest, Corruption_LookupOfTheOtherInputInAWalk_Propagates) {
   EXPECT_EQ(static_->notifiees() + bsr_->notifiees(), 0u);
 }
 
-// ---- Traces -------------------------------------------------------------------------------------
+// ---- TraceLines
+// -------------------------------------------------------------------------------------
 
 TEST_F(RpHashMergeTest, Traces_Construction_EveryStepOfTheReconciliation) {
   static_->rpHashIs(entry("239.1.0.0/16", "10.0.0.1", 10));
   bsr_->rpHashIs(entry("239.1.0.0/16", "10.0.0.2", 20));
   final_->rpHashIs(entry("239.9.0.0/16", "10.0.0.9", 10));
-  RpTest::TraceCapture capture(kTraceFile);
+  TestSupport::TraceCapture capture(kTraceFile);
   start();
   const std::string bsrEntry = text(entry("239.1.0.0/16", "10.0.0.2", 20));
   EXPECT_EQ(
-      traced(),
-      (Traces{
+      capture.levelled(),
+      (TraceLines{
           {9, kSm + "handleStaticHash()"},
           {8, kSm + "handleStaticHash(const Ipkit::IpGenPrefix&)( 239.1.0.0/16 )"},
           {5, "Static RP 10.0.0.1 has override False"},
@@ -574,28 +548,29 @@ TEST_F(RpHashMergeTest, Traces_Construction_EveryStepOfTheReconciliation) {
 TEST_F(RpHashMergeTest, Traces_StaticWithOverride_OverrideTrueAndAdding) {
   start();
   bsr_->rpHashIs(entry("239.0.0.0/8", "10.0.0.2", 20));
-  RpTest::TraceCapture capture(kTraceFile);
+  TestSupport::TraceCapture capture(kTraceFile);
   static_->rpHashIs(entry("239.0.0.0/8", "10.0.0.1", 10, true));
   const std::string oldEntry = text(entry("239.0.0.0/8", "10.0.0.2", 20));
   const std::string newEntry = text(entry("239.0.0.0/8", "10.0.0.1", 10, true));
-  EXPECT_EQ(traced(), (Traces{
-                          {8, kSm + "handleStaticHash(const Ipkit::IpGenPrefix&)( 239.0.0.0/8 )"},
-                          {5, "Static RP 10.0.0.1 has override True"},
-                          {5, "handleStaticHash: Adding " + newEntry},
-                          {9, kRpHashIs + newEntry},
-                          {9, kRpHashIs + ", dealloc request for " + oldEntry},
-                          {9, kRpHashIs + ", alloc request for " + newEntry},
-                      }));
+  EXPECT_EQ(capture.levelled(),
+            (TraceLines{
+                {8, kSm + "handleStaticHash(const Ipkit::IpGenPrefix&)( 239.0.0.0/8 )"},
+                {5, "Static RP 10.0.0.1 has override True"},
+                {5, "handleStaticHash: Adding " + newEntry},
+                {9, kRpHashIs + newEntry},
+                {9, kRpHashIs + ", dealloc request for " + oldEntry},
+                {9, kRpHashIs + ", alloc request for " + newEntry},
+            }));
 }
 
 TEST_F(RpHashMergeTest, Traces_StaticRemoved_FallBackToBsrAdding) {
   start();
   bsr_->rpHashIs(entry("239.0.0.0/8", "10.0.0.2", 20));
   static_->rpHashIs(entry("239.0.0.0/8", "10.0.0.1", 10, true));
-  RpTest::TraceCapture capture(kTraceFile, 5);
+  TestSupport::TraceCapture capture(kTraceFile, 5);
   static_->rpHashDel(IpGenPrefix("239.0.0.0/8"));
-  EXPECT_EQ(traced(),
-            (Traces{
+  EXPECT_EQ(capture.levelled(),
+            (TraceLines{
                 {5, "handleStaticHashDel: Adding " + text(entry("239.0.0.0/8", "10.0.0.2", 20))},
             }));
 }
@@ -603,11 +578,11 @@ TEST_F(RpHashMergeTest, Traces_StaticRemoved_FallBackToBsrAdding) {
 TEST_F(RpHashMergeTest, Traces_StaticRemovedWithoutBsr_DeletingGroup) {
   start();
   static_->rpHashIs(entry("239.0.0.0/8", "10.0.0.1", 10));
-  RpTest::TraceCapture capture(kTraceFile);
+  TestSupport::TraceCapture capture(kTraceFile);
   static_->rpHashDel(IpGenPrefix("239.0.0.0/8"));
   EXPECT_EQ(
-      traced(),
-      (Traces{
+      capture.levelled(),
+      (TraceLines{
           {8, kSm + "handleStaticHash(const Ipkit::IpGenPrefix&)( 239.0.0.0/8 )"},
           {9, kSm + "handleStaticHashDel(const Ipkit::IpGenPrefix&)"},
           {5, "handleStaticHashDel: Deleting group 239.0.0.0/8"},
@@ -620,47 +595,49 @@ TEST_F(RpHashMergeTest, Traces_BsrRemoved_FallBackToStaticAdding) {
   start();
   static_->rpHashIs(entry("239.0.0.0/8", "10.0.0.1", 10));
   bsr_->rpHashIs(entry("239.0.0.0/8", "10.0.0.2", 20));
-  RpTest::TraceCapture capture(kTraceFile);
+  TestSupport::TraceCapture capture(kTraceFile);
   bsr_->rpHashDel(IpGenPrefix("239.0.0.0/8"));
   const std::string oldEntry = text(entry("239.0.0.0/8", "10.0.0.2", 20));
   const std::string staticEntry = text(entry("239.0.0.0/8", "10.0.0.1", 10));
-  EXPECT_EQ(traced(), (Traces{
-                          {9, kSm + "handleBsrHash(const Ipkit::IpGenPrefix&) ( 239.0.0.0/8 )"},
-                          {9, kSm + "handleBsrHashDel(const Ipkit::IpGenPrefix&)"},
-                          {5, "handleBsrHashDel: Adding " + staticEntry},
-                          {9, kRpHashIs + staticEntry},
-                          {9, kRpHashIs + ", dealloc request for " + oldEntry},
-                          {9, kRpHashIs + ", alloc request for " + staticEntry},
-                      }));
+  EXPECT_EQ(capture.levelled(),
+            (TraceLines{
+                {9, kSm + "handleBsrHash(const Ipkit::IpGenPrefix&) ( 239.0.0.0/8 )"},
+                {9, kSm + "handleBsrHashDel(const Ipkit::IpGenPrefix&)"},
+                {5, "handleBsrHashDel: Adding " + staticEntry},
+                {9, kRpHashIs + staticEntry},
+                {9, kRpHashIs + ", dealloc request for " + oldEntry},
+                {9, kRpHashIs + ", alloc request for " + staticEntry},
+            }));
 }
 
 TEST_F(RpHashMergeTest, Traces_BsrRemovedWithoutStatic_DeletingGroup) {
   start();
   bsr_->rpHashIs(entry("239.0.0.0/8", "10.0.0.2", 20));
-  RpTest::TraceCapture capture(kTraceFile, 5);
+  TestSupport::TraceCapture capture(kTraceFile, 5);
   bsr_->rpHashDel(IpGenPrefix("239.0.0.0/8"));
-  EXPECT_EQ(traced(), (Traces{{5, "handleBsrHashDel: Deleting group 239.0.0.0/8"}}));
+  EXPECT_EQ(capture.levelled(), (TraceLines{{5, "handleBsrHashDel: Deleting group 239.0.0.0/8"}}));
 }
 
 TEST_F(RpHashMergeTest, Traces_EntryOfOtherMode_Ignoring) {
   start(modePimBidir);
-  RpTest::TraceCapture capture(kTraceFile);
+  TestSupport::TraceCapture capture(kTraceFile);
   bsr_->rpHashIs(entry("239.0.0.0/8", "10.0.0.2", 20));
   const std::string bsrEntry = text(entry("239.0.0.0/8", "10.0.0.2", 20));
-  EXPECT_EQ(traced(), (Traces{
-                          {9, kSm + "handleBsrHash(const Ipkit::IpGenPrefix&) ( 239.0.0.0/8 )"},
-                          {5, "handleBsrHash: Adding " + bsrEntry},
-                          {9, kRpHashIs + bsrEntry},
-                          {9, kRpHashIs + ", Ignoring " + bsrEntry + ", My mode: modePimBidir"},
-                      }));
+  EXPECT_EQ(capture.levelled(),
+            (TraceLines{
+                {9, kSm + "handleBsrHash(const Ipkit::IpGenPrefix&) ( 239.0.0.0/8 )"},
+                {5, "handleBsrHash: Adding " + bsrEntry},
+                {9, kRpHashIs + bsrEntry},
+                {9, kRpHashIs + ", Ignoring " + bsrEntry + ", My mode: modePimBidir"},
+            }));
 }
 
 TEST_F(RpHashMergeTest, Traces_LevelsOff_NothingWritten) {
-  RpTest::TraceCapture capture(kTraceFile, -1);
+  TestSupport::TraceCapture capture(kTraceFile, -1);
   static_->rpHashIs(entry("239.0.0.0/8", "10.0.0.1", 10));
   start();
   static_->rpHashDel(IpGenPrefix("239.0.0.0/8"));
-  EXPECT_EQ(traced(), Traces{});
+  EXPECT_EQ(capture.levelled(), TraceLines{});
 }
 
 // ---- Property: the final table is the rule applied to the inputs --------------------------------

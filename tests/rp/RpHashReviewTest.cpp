@@ -50,13 +50,14 @@ TEST_F(RpHashReview, HandleGroup_QueuesWithFlagAndTraces) {
   group("239.1.1.1");
   groupGone("239.1.1.1");
   const std::string handle = sig(kSm, "handleGroup(const Ipkit::IpGenAddr&)( 239.1.1.1 )");
-  EXPECT_EQ(traced(), std::vector<Line>({
-                          {9, handle},
-                          {9, sig(kSm, "doKickReview()")},
-                          {8, "Added 239.1.1.1 for group added to change. count is 1"},
-                          {9, handle},
-                          {8, "Added 239.1.1.1 for group removed from change. count is 1"},
-                      }));
+  EXPECT_EQ(capture_.levelled(),
+            TraceLines({
+                {9, handle},
+                {9, sig(kSm, "doKickReview()")},
+                {8, "Added 239.1.1.1 for group added to change. count is 1"},
+                {9, handle},
+                {8, "Added 239.1.1.1 for group removed from change. count is 1"},
+            }));
   EXPECT_EQ(queued(), std::vector<std::string>({"239.1.1.1 -"}));
 }
 
@@ -74,7 +75,7 @@ TEST_F(RpHashReview, WholeGroupCollectionChanged_QueuesKnownGroupsAndGoneOnes) {
   // Entries the per-key notifications did not correct are found by the full pass.
   rpHash_->rpHashIs(placeholder("239.1.1.9/32", modePimSm));
   groups_->groupNotify();
-  EXPECT_EQ(traced().front(), (Line{9, sig(kSm, "handleGroup()")}));
+  EXPECT_EQ(capture_.levelled().front(), (TraceLine{9, sig(kSm, "handleGroup()")}));
   EXPECT_EQ(queued(), std::vector<std::string>({"239.1.1.3 +", "239.1.1.9 -"}));
   runUntilIdle();
   EXPECT_EQ(groupEntries(), std::vector<RpHash>({placeholder("239.1.1.3/32", modePimSm)}));
@@ -102,11 +103,11 @@ TEST_F(RpHashReview, AddedThenRemovedBeforeReview_HandledOnceAsRemoved_EntryDele
   groupGone("239.1.1.1");
   traceFrom(4);
   runUntilIdle();
-  EXPECT_EQ(traced(), std::vector<Line>({
-                          {4, "doReview(), Starting review"},
-                          {4, "doReview: Deleting group 239.1.1.1/32"},
-                          {4, "doReview(), Finished review"},
-                      }));
+  EXPECT_EQ(capture_.levelled(), TraceLines({
+                                     {4, "doReview(), Starting review"},
+                                     {4, "doReview: Deleting group 239.1.1.1/32"},
+                                     {4, "doReview(), Finished review"},
+                                 }));
   EXPECT_EQ(sm_->groupsProcessed(), processed + 1);
   EXPECT_TRUE(groupEntries().empty());
 }
@@ -128,17 +129,18 @@ TEST_F(RpHashReview, ClogggedAttributeLog_OneGroupPerSlice_YieldCountedPerSlice)
   ASSERT_TRUE(clock_->runNext());
   EXPECT_EQ(sm_->groupsProcessed(), 3u);
   EXPECT_EQ(sm_->yieldBeforeFinishingCount(), 2u);  // the last slice finished
-  EXPECT_EQ(traced(), std::vector<Line>({
-                          {4, "doReview(), Starting review"},
-                          {4, "doReview: Adding " + text(placeholder("239.1.1.1/32", modePimSm))},
-                          {4, "doReview(), Suspending review. 2 groups remaining."},
-                          {4, "doReview(), Resuming review at bookmark 239.1.1.2"},
-                          {4, "doReview: Adding " + text(placeholder("239.1.1.2/32", modePimSm))},
-                          {4, "doReview(), Suspending review. 1 groups remaining."},
-                          {4, "doReview(), Resuming review at bookmark 239.1.1.3"},
-                          {4, "doReview: Adding " + text(placeholder("239.1.1.3/32", modePimSm))},
-                          {4, "doReview(), Finished review"},
-                      }));
+  EXPECT_EQ(capture_.levelled(),
+            TraceLines({
+                {4, "doReview(), Starting review"},
+                {4, "doReview: Adding " + text(placeholder("239.1.1.1/32", modePimSm))},
+                {4, "doReview(), Suspending review. 2 groups remaining."},
+                {4, "doReview(), Resuming review at bookmark 239.1.1.2"},
+                {4, "doReview: Adding " + text(placeholder("239.1.1.2/32", modePimSm))},
+                {4, "doReview(), Suspending review. 1 groups remaining."},
+                {4, "doReview(), Resuming review at bookmark 239.1.1.3"},
+                {4, "doReview: Adding " + text(placeholder("239.1.1.3/32", modePimSm))},
+                {4, "doReview(), Finished review"},
+            }));
 }
 
 TEST_F(RpHashReview, NoAttributeLog_ReviewRunsWithoutBackPressure) {
@@ -164,13 +166,13 @@ TEST_F(RpHashReview, SliceStopsAtDeadline_SuspendsWithBookmark_NextSliceResumesT
   EXPECT_EQ(sm_->yieldBeforeFinishingCount(), 1u);
   EXPECT_EQ(sm_->bookmark(), IpGenAddr("239.1.1.4"));
   EXPECT_EQ(sm_->changedGroup().size(), 4u);
-  EXPECT_EQ(traced(), std::vector<Line>({
-                          {4, "doReview(), Starting review"},
-                          {4, adding("239.1.1.1/32", "10.0.0.1")},
-                          {4, adding("239.1.1.2/32", "10.0.0.1")},
-                          {4, adding("239.1.1.3/32", "10.0.0.1")},
-                          {4, "doReview(), Suspending review. 4 groups remaining."},
-                      }));
+  EXPECT_EQ(capture_.levelled(), TraceLines({
+                                     {4, "doReview(), Starting review"},
+                                     {4, adding("239.1.1.1/32", "10.0.0.1")},
+                                     {4, adding("239.1.1.2/32", "10.0.0.1")},
+                                     {4, adding("239.1.1.3/32", "10.0.0.1")},
+                                     {4, "doReview(), Suspending review. 4 groups remaining."},
+                                 }));
   // The slice asked to continue at once, outside the timer.
   EXPECT_EQ(sm_->kelClock()->timeMin(), Kel::System::currentTime() - 0.004);
   traceFrom(4);
@@ -178,22 +180,22 @@ TEST_F(RpHashReview, SliceStopsAtDeadline_SuspendsWithBookmark_NextSliceResumesT
   EXPECT_EQ(sm_->groupsProcessed(), 6u);
   EXPECT_EQ(sm_->yieldBeforeFinishingCount(), 2u);
   EXPECT_EQ(sm_->bookmark(), IpGenAddr("239.1.1.7"));
-  EXPECT_EQ(traced(), std::vector<Line>({
-                          {4, "doReview(), Resuming review at bookmark 239.1.1.4"},
-                          {4, adding("239.1.1.4/32", "10.0.0.1")},
-                          {4, adding("239.1.1.5/32", "10.0.0.1")},
-                          {4, adding("239.1.1.6/32", "10.0.0.1")},
-                          {4, "doReview(), Suspending review. 1 groups remaining."},
-                      }));
+  EXPECT_EQ(capture_.levelled(), TraceLines({
+                                     {4, "doReview(), Resuming review at bookmark 239.1.1.4"},
+                                     {4, adding("239.1.1.4/32", "10.0.0.1")},
+                                     {4, adding("239.1.1.5/32", "10.0.0.1")},
+                                     {4, adding("239.1.1.6/32", "10.0.0.1")},
+                                     {4, "doReview(), Suspending review. 1 groups remaining."},
+                                 }));
   traceFrom(4);
   ASSERT_TRUE(clock_->runNext());
   EXPECT_EQ(sm_->groupsProcessed(), 7u);
   EXPECT_EQ(sm_->bookmark(), IpGenAddr());
-  EXPECT_EQ(traced(), std::vector<Line>({
-                          {4, "doReview(), Resuming review at bookmark 239.1.1.7"},
-                          {4, adding("239.1.1.7/32", "10.0.0.1")},
-                          {4, "doReview(), Finished review"},
-                      }));
+  EXPECT_EQ(capture_.levelled(), TraceLines({
+                                     {4, "doReview(), Resuming review at bookmark 239.1.1.7"},
+                                     {4, adding("239.1.1.7/32", "10.0.0.1")},
+                                     {4, "doReview(), Finished review"},
+                                 }));
   EXPECT_EQ(groupEntries().size(), 7u);
   EXPECT_FALSE(clock_->runNext());
 }
@@ -208,12 +210,13 @@ TEST_F(RpHashReview, BookmarkGroupLeftQueue_ResumesAtNextHigherQueuedAddress) {
   sm_->changedGroupDel(IpGenAddr("239.1.1.5"));
   traceFrom(4);
   ASSERT_TRUE(clock_->runNext());
-  EXPECT_EQ(traced(), std::vector<Line>({
-                          {4, "doReview(), Resuming review at bookmark 239.1.1.4"},
-                          {4, "doReview: Adding " + text(placeholder("239.1.1.6/32", modePimSm))},
-                          {4, "doReview: Adding " + text(placeholder("239.1.1.7/32", modePimSm))},
-                          {4, "doReview(), Finished review"},
-                      }));
+  EXPECT_EQ(capture_.levelled(),
+            TraceLines({
+                {4, "doReview(), Resuming review at bookmark 239.1.1.4"},
+                {4, "doReview: Adding " + text(placeholder("239.1.1.6/32", modePimSm))},
+                {4, "doReview: Adding " + text(placeholder("239.1.1.7/32", modePimSm))},
+                {4, "doReview(), Finished review"},
+            }));
 }
 
 TEST_F(RpHashReview, EntryQueuedBelowBookmark_ReachedByALaterSlice) {
@@ -230,11 +233,12 @@ TEST_F(RpHashReview, EntryQueuedBelowBookmark_ReachedByALaterSlice) {
   EXPECT_EQ(queued(), std::vector<std::string>({"239.1.1.0 +"}));
   traceFrom(4);
   ASSERT_TRUE(clock_->runNext());
-  EXPECT_EQ(traced(), std::vector<Line>({
-                          {4, "doReview(), Starting review"},
-                          {4, "doReview: Adding " + text(placeholder("239.1.1.0/32", modePimSm))},
-                          {4, "doReview(), Finished review"},
-                      }));
+  EXPECT_EQ(capture_.levelled(),
+            TraceLines({
+                {4, "doReview(), Starting review"},
+                {4, "doReview: Adding " + text(placeholder("239.1.1.0/32", modePimSm))},
+                {4, "doReview(), Finished review"},
+            }));
   EXPECT_EQ(groupEntries().size(), 8u);
 }
 
@@ -244,11 +248,11 @@ TEST_F(RpHashReview, EmptyQueue_FinishedAtOnce_RecordsFinishTime) {
   Kel::System::virtualTimeAdvanceTo(kStartTime + 7.0);
   traceFrom(9);
   sm_->doReview();
-  EXPECT_EQ(traced(), std::vector<Line>({
-                          {9, sig(kSm, "doReview()")},
-                          {4, "doReview(), Starting review"},
-                          {4, "doReview(), Finished review"},
-                      }));
+  EXPECT_EQ(capture_.levelled(), TraceLines({
+                                     {9, sig(kSm, "doReview()")},
+                                     {4, "doReview(), Starting review"},
+                                     {4, "doReview(), Finished review"},
+                                 }));
   EXPECT_EQ(sm_->reviewTimer()->lastReviewTime(), kStartTime + 7.0);
 }
 
@@ -258,11 +262,11 @@ TEST_F(RpHashReview, OtherModeSelection_PlaceholderWithMismatchTrace) {
   candidate({"239.0.0.0/8", "10.0.0.1", 1, 30, modePimSm});
   traceFrom(9);
   runUntilIdle();
-  std::vector<Line> review;
-  for (const Line& line : traced()) {
+  TraceLines review;
+  for (const TraceLine& line : capture_.levelled()) {
     if (line.text.rfind("doReview", 0) == 0) review.push_back(line);
   }
-  EXPECT_EQ(review, std::vector<Line>({
+  EXPECT_EQ(review, TraceLines({
                         {4, "doReview(), Starting review"},
                         {9, "doReview: mismatch mode modePimSm expected mode: modePimBidir"},
                         {4, "doReview: Adding " + text(placeholder("239.1.1.1/32", modePimBidir))},
@@ -287,7 +291,7 @@ class EntryEater : public Routing::Pim::RpHashStatus::NotifieeConst {
   Kel::Ptr<Routing::Pim::RpHashStatus> table_;
 };
 
-TEST_F(RpHashReview, WriteLostOnTheWay_WrittenOnceMore) {
+TEST_F(RpHashReview, EntryDeletedByAReaderOfTheWrite_WrittenOnceMore) {
   group("239.1.1.1");
   start();
   candidate({"239.0.0.0/8", "10.0.0.1", 1, 30, modePimSm});
@@ -306,9 +310,9 @@ TEST_F(RpHashReview, Restart_EntriesOfUnknownGroupsDeletedDuringStartUp) {
   rpHash_->rpHashIs(entry("239.9.9.9/32", "10.0.0.1", 1, 30, modePimSm));
   traceFrom(9);
   start();
-  std::vector<Line> lines = traced();
+  TraceLines lines = capture_.levelled();
   lines.resize(std::min<std::size_t>(lines.size(), 3));
-  EXPECT_EQ(lines, std::vector<Line>({
+  EXPECT_EQ(lines, TraceLines({
                        {9, sig(kSm, "handleInitialized()")},
                        {9, sig(kSm, "doRemoveExtraRpHashGroups()")},
                        {5, "doRemoveExtraRpHashGroups: Deleting group 239.9.9.9/32"},
@@ -321,7 +325,7 @@ TEST_F(RpHashReview, FreshTable_NoCleanUpAtStartUp) {
   group("239.1.1.1");
   traceFrom(9);
   start();
-  for (const Line& line : traced()) {
+  for (const TraceLine& line : capture_.levelled()) {
     EXPECT_EQ(line.text.find("doRemoveExtraRpHashGroups"), std::string::npos) << line;
   }
 }
@@ -347,10 +351,10 @@ TEST_F(RpHashReview, AlgorithmChange_PrefixTableRewritten_EveryGroupRecomputed) 
   runUntilIdle();
   traceFrom(9);
   config_->rpHashAlgorithmIs(rpHashAlgorithmModulo);
-  const auto lines = traced();
+  const auto lines = capture_.levelled();
   ASSERT_GE(lines.size(), 2u);
-  EXPECT_EQ(lines[0], (Line{9, sig(kSm, "handleRpHashAlgorithm() : rpHashAlgorithmModulo")}));
-  EXPECT_EQ(lines[1], (Line{9, sig(kSm, "doProcessCrpSets()")}));
+  EXPECT_EQ(lines[0], (TraceLine{9, sig(kSm, "handleRpHashAlgorithm() : rpHashAlgorithmModulo")}));
+  EXPECT_EQ(lines[1], (TraceLine{9, sig(kSm, "doProcessCrpSets()")}));
   EXPECT_EQ(queued(), std::vector<std::string>({"239.1.1.1 +", "239.1.1.2 +"}));
   runUntilIdle();
   // 239.1.1.1 is 4009820417 (mod 3 = 2), 239.1.1.2 is 4009820418 (mod 3 = 0); the prefix itself

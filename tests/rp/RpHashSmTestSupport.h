@@ -21,6 +21,7 @@
 #include "model/Pim/RpHashStatus.h"
 #include "rp/PimRpHashIntermediateSm.h"
 #include "tests/rp/RpTestSupport.h"
+#include "tests/support/TraceCapture.h"
 
 namespace RpHashSmTest {
 
@@ -31,6 +32,8 @@ using Routing::Pim::modePimBidir;
 using Routing::Pim::modePimNone;
 using Routing::Pim::modePimSm;
 using Routing::Pim::RpHash;
+using TestSupport::TraceLine;
+using TestSupport::TraceLines;
 
 // The signatures that open the reactor's level-9 traces.
 constexpr const char* kSm = "void Routing::Pim::RpHashIntermediateSm::";
@@ -68,25 +71,6 @@ inline std::vector<RpHash> entries(const Routing::Pim::RpHashStatus& table) {
   return values;
 }
 
-// A trace line as the ring holds it: its level and text.
-struct Line {
-  int level;
-  std::string text;
-  bool operator==(const Line& other) const { return level == other.level && text == other.text; }
-};
-inline std::ostream& operator<<(std::ostream& out, const Line& line) {
-  return out << line.level << " " << line.text;
-}
-
-// Every record the reactor's trace file holds, oldest first.
-inline std::vector<Line> traced() {
-  std::vector<Line> lines;
-  for (const auto& record : Kel::TraceRing::instance().records()) {
-    if (record.traceFile == "PimRpHashSm") lines.push_back({record.level, record.text});
-  }
-  return lines;
-}
-
 class RpHashSmFixture : public ::testing::Test {
  protected:
   static constexpr double kStartTime = 1000.0;
@@ -103,7 +87,6 @@ class RpHashSmFixture : public ::testing::Test {
   }
   ~RpHashSmFixture() override {
     sm_ = nullptr;
-    Kel::TraceFile::named("PimRpHashSm").levelsUpToIs(-1);
     Kel::System::realTimeIs();
   }
 
@@ -133,11 +116,10 @@ class RpHashSmFixture : public ::testing::Test {
   std::vector<RpHash> prefixEntries() const { return entries(*rpPrefixHash_); }
 
   // Turns levels 0..highest of the reactor's trace file on and empties the ring.
-  static void traceFrom(int highest) {
-    Kel::TraceRing::instance().clear();
-    Kel::TraceFile::named("PimRpHashSm").levelsUpToIs(highest);
-  }
+  void traceFrom(int highest) { capture_.restart(highest); }
 
+  // Levels off until a test turns them on.
+  TestSupport::TraceCapture capture_{"PimRpHashSm", -1};
   Kel::Ptr<Routing::Pim::GroupStatus> groups_;
   Kel::Ptr<Routing::Pim::RpCandidateStatus> status_;
   Kel::Ptr<Routing::Pim::RpHashStatus> rpHash_;

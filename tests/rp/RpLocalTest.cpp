@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <set>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -22,6 +21,8 @@
 #include "model/Pim/RpLocalStatus.h"
 #include "rp/PimRpLocalSm.h"
 #include "tests/rp/RpTestSupport.h"
+#include "tests/support/Refusal.h"
+#include "tests/support/TraceCapture.h"
 
 namespace {
 
@@ -33,6 +34,8 @@ using Routing::Pim::RpCandidateStatus;
 using Routing::Pim::RpLocalSm;
 using Routing::Pim::RpLocalStatus;
 using Routing::ShadowFib::ViaEntry;
+using TestSupport::TraceLine;
+using TestSupport::TraceLines;
 
 const std::string kIsLocal =
     "const Ipkit::IntfId Routing::Pim::RpLocalSm::isLocal(const Ipkit::IpGenAddr&) const";
@@ -128,31 +131,19 @@ class RpLocalTest : public ::testing::TestWithParam<Family> {
     return entries;
   }
 
-  // The records written to the trace file "PimRpCompute" at the given levels, oldest first, as
-  // "PimRpCompute/<level>: <text>".
-  static std::vector<std::string> traced(const std::set<int>& levels) {
-    std::vector<std::string> lines;
-    for (const auto& record : Kel::TraceRing::instance().records()) {
-      if (record.traceFile != "PimRpCompute" || levels.count(record.level) == 0) continue;
-      lines.push_back(record.traceFile + "/" + std::to_string(record.level) + ": " + record.text);
-    }
-    return lines;
-  }
-  static std::string line(int level, const std::string& text) {
-    return "PimRpCompute/" + std::to_string(level) + ": " + text;
-  }
-  std::string added(const IpGenAddr& addr, const char* intf) const {
+  static TraceLine line(int level, const std::string& text) { return {level, text}; }
+  TraceLine added(const IpGenAddr& addr, const char* intf) const {
     return line(5, "Added RP " + text(addr) +
                        " into local RP information table associated with interface " + intf);
   }
-  std::string localOn(const IpGenAddr& addr, const char* intf) const {
+  TraceLine localOn(const IpGenAddr& addr, const char* intf) const {
     return line(5, hostText(addr) + " is local on interface " + intf);
   }
-  std::string notLocal(const IpGenAddr& addr, const char* af) const {
+  TraceLine notLocal(const IpGenAddr& addr, const char* af) const {
     return line(5, hostText(addr) + " not local " + af);
   }
 
-  RpTest::TraceCapture capture{"PimRpCompute"};
+  TestSupport::TraceCapture capture{"PimRpCompute"};
   Kel::Ptr<RpCandidateStatus> staticStatus;
   Kel::Ptr<RpCandidateStatus> bsrStatus;
   Kel::Ptr<RpLocalStatus> local;
@@ -170,8 +161,8 @@ TEST_P(RpLocalTest, IsLocal_HostRouteOfLocalTypeWithOneVia_ThatInterface) {
   hostRouteIs(rp(), "Ethernet1");
   capture.clear();
   EXPECT_EQ(sm->isLocal(rp()), IntfId("Ethernet1"));
-  EXPECT_EQ(traced({0, 1, 2, 3, 4, 5, 6, 7, 8, 9}),
-            (std::vector<std::string>{line(9, kIsLocal + text(rp())), localOn(rp(), "Ethernet1")}));
+  EXPECT_EQ(capture.levelled(),
+            (TraceLines{line(9, kIsLocal + text(rp())), localOn(rp(), "Ethernet1")}));
 }
 
 TEST_P(RpLocalTest, IsLocal_FecWithoutVias_EmptyNotLocal) {
@@ -179,7 +170,7 @@ TEST_P(RpLocalTest, IsLocal_FecWithoutVias_EmptyNotLocal) {
   routeIs(host(rp()), 1, {});
   capture.clear();
   EXPECT_EQ(sm->isLocal(rp()), IntfId());
-  EXPECT_EQ(traced({5}), std::vector<std::string>{notLocal(rp(), GetParam().af)});
+  EXPECT_EQ(capture.levelled({5}), TraceLines{notLocal(rp(), GetParam().af)});
 }
 
 TEST_P(RpLocalTest, IsLocal_CoveredOnlyByShorterLocalPrefix_Empty) {
@@ -187,22 +178,21 @@ TEST_P(RpLocalTest, IsLocal_CoveredOnlyByShorterLocalPrefix_Empty) {
   routeIs(subnet(), 1, {via("Ethernet1")});
   capture.clear();
   EXPECT_EQ(sm->isLocal(rp()), IntfId());
-  EXPECT_EQ(traced({5}), std::vector<std::string>{notLocal(rp(), GetParam().af)});
+  EXPECT_EQ(capture.levelled({5}), TraceLines{notLocal(rp(), GetParam().af)});
 }
 
 TEST_P(RpLocalTest, IsLocal_NoRouteAtAll_NotLocalPrintsUnknownFamily) {
   shadowIs();
   capture.clear();
   EXPECT_EQ(sm->isLocal(rp()), IntfId());
-  EXPECT_EQ(traced({5}), std::vector<std::string>{notLocal(rp(), "ipunknown")});
+  EXPECT_EQ(capture.levelled({5}), TraceLines{notLocal(rp(), "ipunknown")});
 }
 
 TEST_P(RpLocalTest, IsLocal_ShadowNotSet_EmptyWithEntryTraceOnly) {
   hostRouteIs(rp(), "Ethernet1");
   capture.clear();
   EXPECT_EQ(sm->isLocal(rp()), IntfId());
-  EXPECT_EQ(traced({0, 1, 2, 3, 4, 5, 6, 7, 8, 9}),
-            std::vector<std::string>{line(9, kIsLocal + text(rp()))});
+  EXPECT_EQ(capture.levelled(), TraceLines{line(9, kIsLocal + text(rp()))});
 }
 
 TEST_P(RpLocalTest, IsLocal_OnlyOtherFamilysShadowSet_Empty) {
@@ -210,7 +200,7 @@ TEST_P(RpLocalTest, IsLocal_OnlyOtherFamilysShadowSet_Empty) {
   hostRouteIs(rp(), "Ethernet1");
   capture.clear();
   EXPECT_EQ(sm->isLocal(rp()), IntfId());
-  EXPECT_EQ(traced({5}), std::vector<std::string>{});
+  EXPECT_EQ(capture.levelled({5}), TraceLines{});
 }
 
 TEST_P(RpLocalTest, IsLocal_HostRouteOfAnotherType_Empty) {
@@ -218,7 +208,7 @@ TEST_P(RpLocalTest, IsLocal_HostRouteOfAnotherType_Empty) {
   hostRouteIs(rp(), "Ethernet1", 2);
   capture.clear();
   EXPECT_EQ(sm->isLocal(rp()), IntfId());
-  EXPECT_EQ(traced({5}), std::vector<std::string>{notLocal(rp(), GetParam().af)});
+  EXPECT_EQ(capture.levelled({5}), TraceLines{notLocal(rp(), GetParam().af)});
 }
 
 TEST_P(RpLocalTest, IsLocal_HostRouteUnderLocalSubnetOfAnotherType_TypeFromLongestMatch) {
@@ -241,7 +231,7 @@ TEST_P(RpLocalTest, IsLocal_DamagedHostRoute_ReportedToTableAndNotLocal) {
   EXPECT_EQ(sm->isLocal(rp()), IntfId());
   // Both reads of the host route (for its FEC, then as the longest match) meet the damage.
   EXPECT_EQ(v4() ? shadow4->routeTable().corruptions() : shadow6->routeTable().corruptions(), 2u);
-  EXPECT_EQ(traced({5}), std::vector<std::string>{notLocal(rp(), GetParam().af)});
+  EXPECT_EQ(capture.levelled({5}), TraceLines{notLocal(rp(), GetParam().af)});
 }
 
 TEST_P(RpLocalTest, IsLocal_DamagedFec_ReportedToTableAndNotLocal) {
@@ -253,7 +243,7 @@ TEST_P(RpLocalTest, IsLocal_DamagedFec_ReportedToTableAndNotLocal) {
   capture.clear();
   EXPECT_EQ(sm->isLocal(rp()), IntfId());
   EXPECT_EQ(v4() ? shadow4->fecTable().corruptions() : shadow6->fecTable().corruptions(), 1u);
-  EXPECT_EQ(traced({5}), std::vector<std::string>{notLocal(rp(), GetParam().af)});
+  EXPECT_EQ(capture.levelled({5}), TraceLines{notLocal(rp(), GetParam().af)});
 }
 
 TEST_P(RpLocalTest, IsLocal_DamagedVia_ReportedToTableAndNotLocal) {
@@ -266,22 +256,20 @@ TEST_P(RpLocalTest, IsLocal_DamagedVia_ReportedToTableAndNotLocal) {
   capture.clear();
   EXPECT_EQ(sm->isLocal(rp()), IntfId());
   EXPECT_EQ(v4() ? shadow4->fecTable().corruptions() : shadow6->fecTable().corruptions(), 1u);
-  EXPECT_EQ(traced({5}), std::vector<std::string>{notLocal(rp(), GetParam().af)});
+  EXPECT_EQ(capture.levelled({5}), TraceLines{notLocal(rp(), GetParam().af)});
 }
 
 TEST(RpLocalDecision, IsLocal_UnknownFamily_Assertion) {
   Kel::Ptr<RpLocalStatus> local(new RpLocalStatus);
   const auto sm = Routing::Pim::rpLocalSmFactory(nullptr, nullptr, local);
-  try {
-    sm->isLocal(IpGenAddr());
-    FAIL() << "an address of unknown family was judged";
-  } catch (const Kel::AssertionException& assertion) {
-    EXPECT_EQ(assertion.expression(), "0 && \"Unknown Address Family\"");
-    EXPECT_EQ(assertion.traceFile(), "PimRpCompute");
-    EXPECT_EQ(assertion.function(),
-              "Ipkit::IntfId Routing::Pim::RpLocalSm::isLocal(const Ipkit::IpGenAddr&) const");
-    EXPECT_GT(assertion.line(), 0);
-  }
+  const auto assertion =
+      TestSupport::thrownBy<Kel::AssertionException>([&] { sm->isLocal(IpGenAddr()); });
+  ASSERT_TRUE(assertion);
+  EXPECT_EQ(assertion->expression(), "0 && \"Unknown Address Family\"");
+  EXPECT_EQ(assertion->traceFile(), "PimRpCompute");
+  EXPECT_EQ(assertion->function(),
+            "Ipkit::IntfId Routing::Pim::RpLocalSm::isLocal(const Ipkit::IpGenAddr&) const");
+  EXPECT_GT(assertion->line(), 0);
 }
 
 // --- Candidates ----------------------------------------------------------------------------
@@ -300,13 +288,12 @@ TEST_P(RpLocalTest, Candidates_SameAddressInStaticAndBsrSets_CountsTwoDeletedWit
   rpDel(staticStatus, group(), rp());
   EXPECT_FALSE(sm->rp().contains(rp()));
   EXPECT_EQ(table(), std::vector<std::string>{});
-  EXPECT_EQ(traced({4, 5}),
-            (std::vector<std::string>{
-                line(4, "New static RP " + text(rp()) + " added to RP Candidate Status"),
-                localOn(rp(), "Ethernet1"), added(rp(), "Ethernet1"),
-                line(4, "New BSR RP " + text(rp()) + " added to RP Candidate Status"),
-                localOn(rp(), "Ethernet1"),
-                line(5, "Deleted RP " + text(rp()) + " from local RP information table")}));
+  EXPECT_EQ(capture.levelled({4, 5}),
+            (TraceLines{line(4, "New static RP " + text(rp()) + " added to RP Candidate Status"),
+                        localOn(rp(), "Ethernet1"), added(rp(), "Ethernet1"),
+                        line(4, "New BSR RP " + text(rp()) + " added to RP Candidate Status"),
+                        localOn(rp(), "Ethernet1"),
+                        line(5, "Deleted RP " + text(rp()) + " from local RP information table")}));
 }
 
 TEST_P(RpLocalTest, Candidates_AddedBeforeAnyShadow_CountedThenAddedWhenShadowArrives) {
@@ -321,8 +308,8 @@ TEST_P(RpLocalTest, Candidates_AddedBeforeAnyShadow_CountedThenAddedWhenShadowAr
   EXPECT_EQ(table(), table({{rp(), "Ethernet1"}}));
   // The full scan counts the candidate again.
   EXPECT_EQ(sm->rp(rp()), 2u);
-  EXPECT_EQ(traced({5}),
-            (std::vector<std::string>{localOn(rp(), "Ethernet1"), added(rp(), "Ethernet1")}));
+  EXPECT_EQ(capture.levelled({5}),
+            (TraceLines{localOn(rp(), "Ethernet1"), added(rp(), "Ethernet1")}));
 }
 
 TEST_P(RpLocalTest, Candidates_NewSetAndCandidate_EntryTracesOfBothSources) {
@@ -331,14 +318,14 @@ TEST_P(RpLocalTest, Candidates_NewSetAndCandidate_EntryTracesOfBothSources) {
   staticStatus->crpSetIs(group());
   staticStatus->crpSetMutable(group())->rpIs(rp());
   bsrStatus->crpSetIs(group2())->rpIs(rp2());
-  EXPECT_EQ(traced({0, 1, 2, 3, 4, 5, 6, 7, 8, 9}),
-            (std::vector<std::string>{
-                line(9, "handleRpCandidate"), line(9, kStaticSet + " ( " + text(rp()) + " )"),
-                line(4, "New static RP " + text(rp()) + " added to RP Candidate Status"),
-                line(9, kIsLocal + text(rp())), notLocal(rp(), "ipunknown"),
-                line(9, "handleRpCandidate"), line(9, kBsrSet + " ( " + text(rp2()) + " )"),
-                line(4, "New BSR RP " + text(rp2()) + " added to RP Candidate Status"),
-                line(9, kIsLocal + text(rp2())), notLocal(rp2(), "ipunknown")}));
+  EXPECT_EQ(
+      capture.levelled(),
+      (TraceLines{line(9, "handleRpCandidate"), line(9, kStaticSet + " ( " + text(rp()) + " )"),
+                  line(4, "New static RP " + text(rp()) + " added to RP Candidate Status"),
+                  line(9, kIsLocal + text(rp())), notLocal(rp(), "ipunknown"),
+                  line(9, "handleRpCandidate"), line(9, kBsrSet + " ( " + text(rp2()) + " )"),
+                  line(4, "New BSR RP " + text(rp2()) + " added to RP Candidate Status"),
+                  line(9, kIsLocal + text(rp2())), notLocal(rp2(), "ipunknown")}));
 }
 
 TEST_P(RpLocalTest, Candidates_ExistingEntry_InterfaceNotRewritten) {
@@ -359,7 +346,7 @@ TEST_P(RpLocalTest, Candidates_RemovedBeforeEverCounted_CountWrapsAndNothingDele
   capture.clear();
   rpDel(status, group(), rp());
   EXPECT_EQ(late->rp(rp()), 4294967295u);
-  EXPECT_EQ(traced({5}), std::vector<std::string>{});
+  EXPECT_EQ(capture.levelled({5}), TraceLines{});
 }
 
 TEST_P(RpLocalTest, Candidates_SetDeletedWithItsCandidates_CountAndTableUntouched) {
@@ -371,7 +358,7 @@ TEST_P(RpLocalTest, Candidates_SetDeletedWithItsCandidates_CountAndTableUntouche
   EXPECT_FALSE(sm->staticCrpSet().contains(group()));
   EXPECT_EQ(sm->rp(rp()), 1u);
   EXPECT_EQ(table(), table({{rp(), "Ethernet1"}}));
-  EXPECT_EQ(traced({4, 5}), std::vector<std::string>{});
+  EXPECT_EQ(capture.levelled({4, 5}), TraceLines{});
 }
 
 // --- Route changes -------------------------------------------------------------------------
@@ -384,10 +371,10 @@ TEST_P(RpLocalTest, Routes_HostRouteInstalledThenWithdrawn_AddedThenDeletedNoRou
   EXPECT_EQ(table(), table({{rp(), "Ethernet1"}}));
   routeDel(host(rp()));
   EXPECT_EQ(table(), std::vector<std::string>{});
-  EXPECT_EQ(traced({5}),
-            (std::vector<std::string>{localOn(rp(), "Ethernet1"), added(rp(), "Ethernet1"),
-                                      line(5, "Deleted RP " + text(rp()) +
-                                                  " from local RP information table, No route")}));
+  EXPECT_EQ(capture.levelled({5}),
+            (TraceLines{localOn(rp(), "Ethernet1"), added(rp(), "Ethernet1"),
+                        line(5, "Deleted RP " + text(rp()) +
+                                    " from local RP information table, No route")}));
 }
 
 TEST_P(RpLocalTest, Routes_ChangeOfShorterPrefix_NoEffect) {
@@ -398,8 +385,7 @@ TEST_P(RpLocalTest, Routes_ChangeOfShorterPrefix_NoEffect) {
   routeIs(subnet(), 1, {via("Ethernet9")});
   routeDel(subnet());
   EXPECT_EQ(table(), table({{rp(), "Ethernet1"}}));
-  EXPECT_EQ(traced({0, 1, 2, 3, 4, 5, 6, 7, 8, 9}),
-            (std::vector<std::string>{line(9, kChangedRoute), line(9, kChangedRoute)}));
+  EXPECT_EQ(capture.levelled(), (TraceLines{line(9, kChangedRoute), line(9, kChangedRoute)}));
 }
 
 TEST_P(RpLocalTest, Routes_NonCandidateBecomesLocal_TableUnchanged) {
@@ -408,7 +394,7 @@ TEST_P(RpLocalTest, Routes_NonCandidateBecomesLocal_TableUnchanged) {
   capture.clear();
   hostRouteIs(stranger(), "Ethernet1");
   EXPECT_EQ(table(), std::vector<std::string>{});
-  EXPECT_EQ(traced({5}), std::vector<std::string>{localOn(stranger(), "Ethernet1")});
+  EXPECT_EQ(capture.levelled({5}), TraceLines{localOn(stranger(), "Ethernet1")});
 }
 
 TEST_P(RpLocalTest, Routes_InterfaceChanges_EntryKeptUntilNextInitializedReplacesIt) {
@@ -418,19 +404,19 @@ TEST_P(RpLocalTest, Routes_InterfaceChanges_EntryKeptUntilNextInitializedReplace
   capture.clear();
   hostRouteIs(rp(), "Ethernet2");
   EXPECT_EQ(table(), table({{rp(), "Ethernet1"}}));
-  EXPECT_EQ(traced({5}), std::vector<std::string>{localOn(rp(), "Ethernet2")});
+  EXPECT_EQ(capture.levelled({5}), TraceLines{localOn(rp(), "Ethernet2")});
   capture.clear();
   sm->handleInitialized();
   EXPECT_EQ(table(), table({{rp(), "Ethernet2"}}));
   EXPECT_EQ(
-      traced({5, 9}),
-      (std::vector<std::string>{
-          line(9, kInitialized), line(9, kPrune), line(9, kIsLocal + text(rp())),
-          localOn(rp(), "Ethernet2"),
-          line(5, "Deleted RP " + text(rp()) +
-                      " from local information table since intfId doesnt match"),
-          line(9, "handleRpCandidate"), line(9, kStaticSet + " ( " + text(rp()) + " )"),
-          line(9, kIsLocal + text(rp())), localOn(rp(), "Ethernet2"), added(rp(), "Ethernet2")}));
+      capture.levelled({5, 9}),
+      (TraceLines{line(9, kInitialized), line(9, kPrune), line(9, kIsLocal + text(rp())),
+                  localOn(rp(), "Ethernet2"),
+                  line(5, "Deleted RP " + text(rp()) +
+                              " from local information table since intfId doesnt match"),
+                  line(9, "handleRpCandidate"), line(9, kStaticSet + " ( " + text(rp()) + " )"),
+                  line(9, kIsLocal + text(rp())), localOn(rp(), "Ethernet2"),
+                  added(rp(), "Ethernet2")}));
 }
 
 TEST_P(RpLocalTest, Routes_HostRouteTurnsToAnotherType_DeletedNotLocal) {
@@ -440,10 +426,10 @@ TEST_P(RpLocalTest, Routes_HostRouteTurnsToAnotherType_DeletedNotLocal) {
   capture.clear();
   hostRouteIs(rp(), "Ethernet1", 2);
   EXPECT_EQ(table(), std::vector<std::string>{});
-  EXPECT_EQ(traced({5}),
-            (std::vector<std::string>{notLocal(rp(), GetParam().af),
-                                      line(5, "Deleted RP " + text(rp()) +
-                                                  " from local RP information table, Not Local")}));
+  EXPECT_EQ(capture.levelled({5}),
+            (TraceLines{notLocal(rp(), GetParam().af),
+                        line(5, "Deleted RP " + text(rp()) +
+                                    " from local RP information table, Not Local")}));
 }
 
 TEST_P(RpLocalTest, Routes_DamagedHostRouteAnnounced_ReadAsNoRoute) {
@@ -457,8 +443,8 @@ TEST_P(RpLocalTest, Routes_DamagedHostRouteAnnounced_ReadAsNoRoute) {
   capture.clear();
   trie()->changedRouteIs(host(rp()));
   EXPECT_EQ(table(), std::vector<std::string>{});
-  EXPECT_EQ(traced({5}),
-            std::vector<std::string>{line(
+  EXPECT_EQ(capture.levelled({5}),
+            TraceLines{line(
                 5, "Deleted RP " + text(rp()) + " from local RP information table, No route")});
 }
 
@@ -473,10 +459,10 @@ TEST_P(RpLocalTest, Prune_NoLongerLocal_DeletedFromLocalInformationTable) {
   v4() ? sm->uribShadowIs(Kel::Ptr<Routing::Shadow::Status>(new Routing::Shadow::Status("t")))
        : sm->urib6ShadowIs(Kel::Ptr<Routing6::Shadow::Status>(new Routing6::Shadow::Status("t")));
   EXPECT_EQ(table(), std::vector<std::string>{});
-  EXPECT_EQ(traced({5}), (std::vector<std::string>{
-                             notLocal(rp(), "ipunknown"),
-                             line(5, "Deleted RP " + text(rp()) + " from local information table."),
-                             notLocal(rp(), "ipunknown")}));
+  EXPECT_EQ(capture.levelled({5}),
+            (TraceLines{notLocal(rp(), "ipunknown"),
+                        line(5, "Deleted RP " + text(rp()) + " from local information table."),
+                        notLocal(rp(), "ipunknown")}));
 }
 
 TEST_P(RpLocalTest, Prune_SetGone_DeletedSinceNotPartOfAnyRpset) {
@@ -487,11 +473,10 @@ TEST_P(RpLocalTest, Prune_SetGone_DeletedSinceNotPartOfAnyRpset) {
   capture.clear();
   sm->handleInitialized();
   EXPECT_EQ(table(), std::vector<std::string>{});
-  EXPECT_EQ(traced({5}),
-            (std::vector<std::string>{
-                localOn(rp(), "Ethernet1"),
-                line(5, "Deleted RP " + text(rp()) +
-                            " from local information table since not part of any rpset")}));
+  EXPECT_EQ(capture.levelled({5}),
+            (TraceLines{localOn(rp(), "Ethernet1"),
+                        line(5, "Deleted RP " + text(rp()) +
+                                    " from local information table since not part of any rpset")}));
 }
 
 TEST_P(RpLocalTest, Initialized_NoShadow_OnlyEntryTrace) {
@@ -499,15 +484,14 @@ TEST_P(RpLocalTest, Initialized_NoShadow_OnlyEntryTrace) {
   capture.clear();
   sm->handleInitialized();
   EXPECT_FALSE(sm->initialized());
-  EXPECT_EQ(traced({0, 1, 2, 3, 4, 5, 6, 7, 8, 9}),
-            std::vector<std::string>{line(9, kInitialized)});
+  EXPECT_EQ(capture.levelled(), TraceLines{line(9, kInitialized)});
 }
 
 TEST_P(RpLocalTest, Initialized_EmptyTable_NoPruningPass) {
   rpIs(staticStatus, group(), rp());
   capture.clear();
   shadowIs();
-  const auto lines = traced({9});
+  const auto lines = capture.levelled({9});
   EXPECT_EQ(lines.front(), line(9, kInitialized));
   EXPECT_EQ(std::count(lines.begin(), lines.end(), line(9, kPrune)), 0);
 }
@@ -540,42 +524,29 @@ TEST_P(RpLocalTest, Shadow_Removed_TrieReactorGoneTableAndStateKept) {
   EXPECT_EQ(table(), table({{rp(), "Ethernet1"}}));
   routeDel(host(rp()));  // no longer heard
   EXPECT_EQ(table(), table({{rp(), "Ethernet1"}}));
-  EXPECT_EQ(traced({0, 1, 2, 3, 4, 5, 6, 7, 8, 9}),
-            std::vector<std::string>{line(9, kInitialized)});
+  EXPECT_EQ(capture.levelled(), TraceLines{line(9, kInitialized)});
 }
 
 TEST(RpLocalShadows, Shadow_NullShadow_RefusedStateUnchanged) {
   Kel::Ptr<RpLocalStatus> local(new RpLocalStatus);
   const auto sm = Routing::Pim::rpLocalSmFactory(nullptr, nullptr, local);
-  try {
-    sm->uribShadowIs(nullptr);
-    FAIL() << "null shadow accepted";
-  } catch (const Kel::RangeException& refusal) {
-    EXPECT_STREQ(refusal.what(),
-                 "null _uribShadow parameter to mutator for Routing::Pim::RpLocalSm::uribShadow "
-                 "not allowed");
-  }
-  try {
-    sm->urib6ShadowIs(nullptr);
-    FAIL() << "null shadow accepted";
-  } catch (const Kel::RangeException& refusal) {
-    EXPECT_STREQ(refusal.what(),
-                 "null _urib6Shadow parameter to mutator for Routing::Pim::RpLocalSm::urib6Shadow "
-                 "not allowed");
-  }
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { sm->uribShadowIs(nullptr); }),
+            "null _uribShadow parameter to mutator for Routing::Pim::RpLocalSm::uribShadow "
+            "not allowed");
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { sm->urib6ShadowIs(nullptr); }),
+            "null _urib6Shadow parameter to mutator for Routing::Pim::RpLocalSm::urib6Shadow "
+            "not allowed");
   EXPECT_FALSE(sm->uribShadow());
   EXPECT_FALSE(sm->urib6Shadow());
   EXPECT_FALSE(sm->initialized());
 }
 
 TEST(RpLocalConstruction, Construct_NoLocalStatus_Assertion) {
-  try {
-    Routing::Pim::rpLocalSmFactory(nullptr, nullptr, nullptr);
-    FAIL() << "constructed without a local RP table";
-  } catch (const Kel::AssertionException& assertion) {
-    EXPECT_EQ(assertion.expression(), "localRpStatus()");
-    EXPECT_EQ(assertion.traceFile(), "PimRpCompute");
-  }
+  const auto assertion = TestSupport::thrownBy<Kel::AssertionException>(
+      [&] { Routing::Pim::rpLocalSmFactory(nullptr, nullptr, nullptr); });
+  ASSERT_TRUE(assertion);
+  EXPECT_EQ(assertion->expression(), "localRpStatus()");
+  EXPECT_EQ(assertion->traceFile(), "PimRpCompute");
 }
 
 TEST_P(RpLocalTest, Construct_ExistingSets_OneReactorEachAndShadowsNotSet) {
@@ -616,7 +587,7 @@ TEST_P(RpLocalTest, WholeCollection_SetsCandidatesAnnouncedAtOnce_FullScanOfTheS
   staticStatus->crpSetMutable(group())->rpNotify();
   EXPECT_EQ(table(), table({{rp(), "Ethernet1"}}));
   EXPECT_EQ(sm->rp(rp()), 2u);
-  EXPECT_EQ(traced({9}).front(), line(9, "handleRpCandidate"));
+  EXPECT_EQ(capture.levelled({9}).front(), line(9, "handleRpCandidate"));
 }
 
 // Throws when a set is deleted, so that reactors registered after it miss the deletion.
@@ -672,8 +643,8 @@ TEST_P(RpLocalTest, Disrupter_RouteWithdrawnWhileItsSetIsBeingDeleted_Settles) {
   status->crpSetDel(group());
   EXPECT_TRUE(otherLocal->localRpSet().empty());
   EXPECT_FALSE(late->staticCrpSet().contains(group()));
-  EXPECT_EQ(traced({5}),
-            std::vector<std::string>{line(
+  EXPECT_EQ(capture.levelled({5}),
+            TraceLines{line(
                 5, "Deleted RP " + text(rp()) + " from local RP information table, No route")});
   disrupter->notifierIs(nullptr);
 }
@@ -700,8 +671,8 @@ TEST_P(RpLocalTest, Disrupter_SetDeletedFromInsideItsOwnReactorsHandler_ReactorF
   rpIs(staticStatus, group(), rp());  // its reactor adds the entry, the disrupter kills the set
   EXPECT_FALSE(sm->staticCrpSet().contains(group()));
   EXPECT_EQ(table(), table({{rp(), "Ethernet1"}}));
-  EXPECT_EQ(traced({5}),
-            (std::vector<std::string>{localOn(rp(), "Ethernet1"), added(rp(), "Ethernet1")}));
+  EXPECT_EQ(capture.levelled({5}),
+            (TraceLines{localOn(rp(), "Ethernet1"), added(rp(), "Ethernet1")}));
   disrupter->notifierIs(nullptr);
 }
 
@@ -771,13 +742,13 @@ TEST_P(RpLocalTest, Story_BothSourcesRoutesShadowDetachAndInterfaceChange) {
   capture.clear();
   shadowIs();
   EXPECT_EQ(table(), table({{rp(), "Ethernet3"}, {rp2(), "Ethernet2"}}));
-  EXPECT_EQ(traced({5}),
-            (std::vector<std::string>{
-                localOn(rp(), "Ethernet3"),
-                line(5, "Deleted RP " + text(rp()) +
-                            " from local information table since intfId doesnt match"),
-                localOn(rp2(), "Ethernet2"), localOn(rp(), "Ethernet3"), added(rp(), "Ethernet3"),
-                localOn(rp2(), "Ethernet2"), localOn(rp(), "Ethernet3")}));
+  EXPECT_EQ(
+      capture.levelled({5}),
+      (TraceLines{localOn(rp(), "Ethernet3"),
+                  line(5, "Deleted RP " + text(rp()) +
+                              " from local information table since intfId doesnt match"),
+                  localOn(rp2(), "Ethernet2"), localOn(rp(), "Ethernet3"), added(rp(), "Ethernet3"),
+                  localOn(rp2(), "Ethernet2"), localOn(rp(), "Ethernet3")}));
   EXPECT_EQ(sm->rp(rp()), 4u);  // the rescan counted both memberships again
   EXPECT_EQ(sm->rp(rp2()), 2u);
 

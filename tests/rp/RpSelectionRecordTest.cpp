@@ -7,6 +7,7 @@
 #include "rp/PimRpCompute.h"
 #include "rp/PimRpSelectionRecord.h"
 #include "tests/rp/RpComputeTestSupport.h"
+#include "tests/support/TraceCapture.h"
 
 namespace {
 
@@ -250,7 +251,7 @@ TEST_F(RpSelectionRecordTest, Recording_TracesExactlyAsWithout) {
   for (const RpHashAlgorithm algorithm : {rpHashAlgorithmRfc7761, rpHashAlgorithmModulo}) {
     config_->rpHashAlgorithmIs(algorithm);
     for (const char* group : {"239.1.1.1", "239.2.1.1", "232.1.1.1"}) {
-      RpTest::TraceCapture capture("PimRpCompute");
+      TestSupport::TraceCapture capture("PimRpCompute");
       compute_->doComputeRp(IpGenAddr(group));
       const auto without = capture.lines();
       capture.clear();

@@ -1,40 +1,17 @@
 #pragma once
 // Shared test fixtures for the RP units: building candidate statuses by hand, and reading back
-// what a unit wrote to its trace file.
+// the requests a merge made on its allocator.
 
+#include <sstream>
 #include <string>
 #include <vector>
 
+#include "framework/BitMapper/Config.h"
 #include "framework/Ipkit/IpGenAddr.h"
 #include "framework/Ipkit/IpGenPrefix.h"
-#include "framework/Kel/Trace.h"
 #include "model/Pim/RpCandidateStatus.h"
 
 namespace RpTest {
-
-// Enables levels 0..9 of one trace file for its lifetime and reads back what was written.
-class TraceCapture {
- public:
-  explicit TraceCapture(const std::string& traceFile, int highestLevel = 9)
-      : file_(Kel::TraceFile::named(traceFile)) {
-    Kel::TraceRing::instance().clear();
-    file_.levelsUpToIs(highestLevel);
-  }
-  ~TraceCapture() { file_.levelsUpToIs(-1); }
-
-  std::vector<std::string> lines() const { return Kel::TraceRing::instance().lines(file_.name()); }
-  void clear() const { Kel::TraceRing::instance().clear(); }
-  // Whether some line contains `text`.
-  bool wrote(const std::string& text) const {
-    for (const auto& line : lines()) {
-      if (line.find(text) != std::string::npos) return true;
-    }
-    return false;
-  }
-
- private:
-  Kel::TraceFile& file_;
-};
 
 struct CandidateRecipe {
   const char* prefix;
@@ -55,6 +32,17 @@ inline Kel::Ptr<Routing::Pim::RpCandidate> addCandidate(
   candidate->overrideIs(recipe.override);
   candidate->pimModeIs(recipe.mode);
   return candidate;
+}
+
+// Every request made on an allocator, in order: "alloc 10.0.0.1", "dealloc 10.0.0.2".
+inline std::vector<std::string> allocRequests(const BitMapper::Config& bitMap) {
+  std::vector<std::string> lines;
+  for (const auto& request : bitMap.requests()) {
+    std::ostringstream line;
+    line << request.kind << " " << request.key.addr();
+    lines.push_back(line.str());
+  }
+  return lines;
 }
 
 }  // namespace RpTest

@@ -13,6 +13,8 @@
 #include "framework/Kel/Exception.h"
 #include "tests/rp/RpTestSupport.h"
 #include "tests/rp/StaticRpTestSupport.h"
+#include "tests/support/Refusal.h"
+#include "tests/support/TraceCapture.h"
 
 namespace {
 
@@ -30,16 +32,6 @@ const std::string kTraceFile = "PimRpCandidateStaticSm";
 const std::string kEntry = "void Routing::Pim::Static::RpCandidateSm::KelRpEntry::";
 const std::string kAclSm = "void Routing::Pim::Static::RpCandidateSm::KelRpStaticAclSm::";
 const std::string kOwner = "void Routing::Pim::Static::RpCandidateSm::";
-
-template <class F>
-std::string refusal(F&& f) {
-  try {
-    f();
-  } catch (const Kel::RangeException& e) {
-    return e.what();
-  }
-  return "no refusal";
-}
 
 class StaticRpCandidateTest : public StaticRpTest::StaticRpFixture {};
 
@@ -595,7 +587,7 @@ TEST_F(StaticRpCandidateTest, StaticRpLifetime_OwnerDroppedDuringValueChange_Fin
   std::function<void()> action = [&] { sm_ = nullptr; };
   PriorityDisrupter first(candidate("239.1.0.0/16", "10.0.0.1"), &action);
   PriorityDisrupter second(candidate("239.2.0.0/16", "10.0.0.1"), &action);
-  RpTest::TraceCapture capture(kTraceFile, 5);
+  TestSupport::TraceCapture capture(kTraceFile, 5);
 
   rp("10.0.0.1")->priorityAclIs("A", 4);
   EXPECT_FALSE(action);
@@ -631,7 +623,7 @@ TEST_F(StaticRpCandidateTest, StaticRpRestart_StatusWithSets_StaleGoValidStayCou
   RpTest::addCandidate(status_, {"230.0.0.0/8", "10.0.0.9", 1, 32, modePimSm});
   Kel::System::virtualTimeAdvanceTo(2000.0);
 
-  RpTest::TraceCapture capture(kTraceFile, 8);
+  TestSupport::TraceCapture capture(kTraceFile, 8);
   start();
   EXPECT_EQ(candidates(), built);
   EXPECT_FALSE(hasSet("230.0.0.0/8"));
@@ -659,7 +651,7 @@ TEST_F(StaticRpCandidateTest, StaticRpRestart_StatusWithSets_StaleGoValidStayCou
 
 TEST_F(StaticRpCandidateTest, StaticRpRestart_FreshStatus_DoesNotReconcile) {
   group("10.0.0.1", "239.0.0.0/8");
-  RpTest::TraceCapture capture(kTraceFile);
+  TestSupport::TraceCapture capture(kTraceFile);
   start();
   EXPECT_FALSE(capture.wrote("doRemoveExtraStatusEntries"));
   EXPECT_FALSE(capture.wrote("doBuildRpStaticAcl"));
@@ -668,7 +660,7 @@ TEST_F(StaticRpCandidateTest, StaticRpRestart_FreshStatus_DoesNotReconcile) {
 
 TEST_F(StaticRpCandidateTest, StaticRpRestart_InitializeTwice_SecondDoesNothing) {
   start();
-  RpTest::TraceCapture capture(kTraceFile);
+  TestSupport::TraceCapture capture(kTraceFile);
   sm_->handleInitialize();
   EXPECT_EQ(capture.lines(), (Lines{"<Vrf:red>" + kOwner + "handleInitialize()"}));
 }
@@ -678,7 +670,7 @@ TEST_F(StaticRpCandidateTest, StaticRpRestart_InitializeTwice_SecondDoesNothing)
 TEST_F(StaticRpCandidateTest, StaticRpTrace_GroupAddAndRemove_ExactLines) {
   rp("10.0.0.1");
   start();
-  RpTest::TraceCapture capture(kTraceFile);
+  TestSupport::TraceCapture capture(kTraceFile);
   group("10.0.0.1", "239.0.0.0/8");
   EXPECT_EQ(
       capture.lines(),
@@ -707,7 +699,7 @@ TEST_F(StaticRpCandidateTest, StaticRpTrace_GroupAddAndRemove_ExactLines) {
 
 TEST_F(StaticRpCandidateTest, StaticRpTrace_StartupGroups_CountTracedAsRefCount) {
   group("10.0.0.1", "239.0.0.0/8");
-  RpTest::TraceCapture capture(kTraceFile, 8);
+  TestSupport::TraceCapture capture(kTraceFile, 8);
   start();
   EXPECT_EQ(capture.lines(),
             (Lines{
@@ -723,7 +715,7 @@ TEST_F(StaticRpCandidateTest, StaticRpTrace_AclAddAndRemove_ExactLines) {
   permit("A", 10, "239.1.0.0/16");
   rp("10.0.0.1");
   start();
-  RpTest::TraceCapture capture(kTraceFile);
+  TestSupport::TraceCapture capture(kTraceFile);
   useAcl("10.0.0.1", "A");
   EXPECT_EQ(capture.lines(),
             (Lines{
@@ -760,7 +752,7 @@ TEST_F(StaticRpCandidateTest, StaticRpTrace_PrefixEntersAndLeavesAcl_ExactLines)
   permit("A", 10, "239.1.0.0/16");
   useAcl("10.0.0.1", "A");
   start();
-  RpTest::TraceCapture capture(kTraceFile);
+  TestSupport::TraceCapture capture(kTraceFile);
   permit("A", 20, "239.2.0.0/16");
   const std::string handleRule =
       "<Vrf:red>void Routing::Pim::Static::RpCandidateSm::KelAcl::handleRule() A";
@@ -797,7 +789,7 @@ TEST_F(StaticRpCandidateTest, StaticRpTrace_PriorityAndOverrideValues_ExactLines
   useAcl("10.0.0.1", "A");
   group("10.0.0.1", "238.0.0.0/8");
   start();
-  RpTest::TraceCapture capture(kTraceFile, 5);
+  TestSupport::TraceCapture capture(kTraceFile, 5);
   auto entry = rp("10.0.0.1");
   entry->priorityGrpIs(IpGenPrefix("238.0.0.0/8"), 3);
   entry->hashMaskGrpIs(IpGenPrefix("238.0.0.0/8"), 30);
@@ -819,7 +811,7 @@ TEST_F(StaticRpCandidateTest, StaticRpTrace_PriorityAndOverrideValues_ExactLines
 TEST_F(StaticRpCandidateTest, StaticRpTrace_AclConfigChange_EntryLineCarriesName) {
   useAcl("10.0.0.1", "A");
   start();
-  RpTest::TraceCapture capture(kTraceFile, 9);
+  TestSupport::TraceCapture capture(kTraceFile, 9);
   aclConfig_->aclIs("A");
   ASSERT_FALSE(capture.lines().empty());
   EXPECT_EQ(capture.lines()[0], "<Vrf:red>" + kOwner + "handleAclConfig(const Kel::Name&) ( A )");
@@ -830,7 +822,8 @@ TEST_F(StaticRpCandidateTest, StaticRpTrace_AclConfigChange_EntryLineCarriesName
 TEST_F(StaticRpCandidateTest, StaticRpRefusal_VrfNameOverLimit_Refused) {
   const std::string longest(L3::VrfName::maxLength, 'v');
   EXPECT_EQ(Routing::Pim::Static::RpConfig(L3::VrfName(longest)).vrfName().string(), longest);
-  EXPECT_EQ(refusal([&] { Routing::Pim::Static::RpConfig config(L3::VrfName(longest + "v")); }),
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>(
+                [&] { Routing::Pim::Static::RpConfig config(L3::VrfName(longest + "v")); }),
             "VrfName::bytes > VrfName::maxLength not allowed");
 }
 
@@ -847,9 +840,11 @@ TEST_F(StaticRpCandidateTest, StaticRpRefusal_RuleTniVniOutOfRange_RefusedAndSta
   // A copy of the stored rule's filter, to be changed and written back as the rule's new
   // version; the changes are assigned in place and refused whole.
   Acl::IpFilter edited = original;
-  EXPECT_EQ(refusal([&] { edited = Acl::IpFilter(IpGenPrefix("239.2.0.0/16"), 16777216, 0); }),
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>(
+                [&] { edited = Acl::IpFilter(IpGenPrefix("239.2.0.0/16"), 16777216, 0); }),
             "IpFilterBase::tni < 0 or > 16777215 not allowed");
-  EXPECT_EQ(refusal([&] { edited = Acl::IpFilter(IpGenPrefix("239.2.0.0/16"), 0, -1); }),
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>(
+                [&] { edited = Acl::IpFilter(IpGenPrefix("239.2.0.0/16"), 0, -1); }),
             "IpFilterBase::vni < 0 or > 16777215 not allowed");
   EXPECT_EQ(edited, original);
 
@@ -868,7 +863,7 @@ TEST_F(StaticRpCandidateTest, StaticRpRefusal_RuleTniVniOutOfRange_RefusedAndSta
 
 TEST_F(StaticRpCandidateTest, StaticRpRefusal_NullRpEntry_Refused) {
   start();
-  EXPECT_EQ(refusal([&] { sm_->rpEntryIs(nullptr); }),
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { sm_->rpEntryIs(nullptr); }),
             "null _rpEntry parameter to mutator for Routing::Pim::Static::RpCandidateSm::rpEntry "
             "not allowed");
   EXPECT_TRUE(sm_->rpEntry().empty());
@@ -876,7 +871,7 @@ TEST_F(StaticRpCandidateTest, StaticRpRefusal_NullRpEntry_Refused) {
 
 TEST_F(StaticRpCandidateTest, StaticRpRefusal_NullAcl_Refused) {
   start();
-  EXPECT_EQ(refusal([&] { sm_->aclIs(nullptr); }),
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { sm_->aclIs(nullptr); }),
             "null _acl parameter to mutator for Routing::Pim::Static::RpCandidateSm::acl not "
             "allowed");
   EXPECT_TRUE(sm_->acl().empty());
@@ -884,20 +879,18 @@ TEST_F(StaticRpCandidateTest, StaticRpRefusal_NullAcl_Refused) {
 
 TEST_F(StaticRpCandidateTest, StaticRpRefusal_NullRpStaticAclSm_Refused) {
   start();
-  EXPECT_EQ(refusal([&] { sm_->rpStaticAclSmIs(nullptr); }),
+  EXPECT_EQ(TestSupport::refusalOf<Kel::RangeException>([&] { sm_->rpStaticAclSmIs(nullptr); }),
             "null _rpStaticAclSm parameter to mutator for "
             "Routing::Pim::Static::RpCandidateSm::rpStaticAclSm not allowed");
   EXPECT_TRUE(sm_->rpStaticAclSm().empty());
 }
 
 TEST_F(StaticRpCandidateTest, StaticRpRefusal_MissingInput_Asserts) {
-  try {
-    Routing::Pim::Static::rpCandidateSmFactory(rpConfig_, aclConfig_, nullptr);
-    FAIL() << "no assertion";
-  } catch (const Kel::AssertionException& e) {
-    EXPECT_EQ(e.expression(), "rpConfig && aclConfig && crpStatus");
-    EXPECT_EQ(e.traceFile(), kTraceFile);
-  }
+  const auto e = TestSupport::thrownBy<Kel::AssertionException>(
+      [&] { Routing::Pim::Static::rpCandidateSmFactory(rpConfig_, aclConfig_, nullptr); });
+  ASSERT_TRUE(e);
+  EXPECT_EQ(e->expression(), "rpConfig && aclConfig && crpStatus");
+  EXPECT_EQ(e->traceFile(), kTraceFile);
 }
 
 }  // namespace

@@ -78,16 +78,24 @@ TEST_F(InterpreterTest, Stream_AllGood_ExitOk) {
   EXPECT_EQ(out.str(), "{\"source\":\"bsr\",\"sets\":[]}\n");
 }
 
-TEST_F(InterpreterTest, OrderRules_HoldAcrossScriptAndStream) {
-  EXPECT_EQ(runScript("rp-address 10.0.0.1 mode bidir\n"), kExitOk);
-  EXPECT_EQ(runStream("vrf red\n"), kExitStatementFailed);
-  EXPECT_EQ(errors.str(), "-:1: error: vrf 'red' must come before the first rp-address\n");
+TEST_F(InterpreterTest, VrfSections_HoldAcrossScriptAndStream) {
+  EXPECT_EQ(runScript("vrf red\nrp-address 10.0.0.1 group 239.0.0.0/8\n"), kExitOk);
+  EXPECT_EQ(runStream("show candidates static\nshow candidates static vrf default\n"), kExitOk);
+  EXPECT_EQ(out.str(),
+            "{\"source\":\"static\",\"sets\":[{\"prefix\":\"239.0.0.0/8\",\"rps\":[{\"address\":"
+            "\"10.0.0.1\",\"priority\":0,\"hashMaskLen\":30,\"override\":false,\"mode\":"
+            "\"sparse\"}]}]}\n"
+            "{\"source\":\"static\",\"sets\":[]}\n");
+  EXPECT_EQ(session.vrf(), L3::VrfName("red"));
 }
 
-TEST_F(InterpreterTest, RefusedScript_LeavesOrderRulesAsTheyWere) {
-  EXPECT_EQ(runScript("rp-address 10.0.0.1 mode bidir\nbogus\n"), kExitBadScript);
-  EXPECT_EQ(runStream("vrf red\n"), kExitOk);
-  EXPECT_EQ(session.vrf(), L3::VrfName("red"));
+TEST_F(InterpreterTest, RefusedScript_OpensNoVrf) {
+  EXPECT_EQ(runScript("vrf red\nbogus\n"), kExitBadScript);
+  EXPECT_EQ(runStream("show candidates static vrf red\n"), kExitStatementFailed);
+  EXPECT_EQ(errors.str(),
+            "s.pimrp:2: error: unknown statement 'bogus'\n"
+            "-:1: error: VRF 'red' is not open: 'vrf red' opens it\n");
+  EXPECT_EQ(session.vrf(), L3::VrfName("default"));
 }
 
 TEST(LineFromStream, LinesWithoutTheirEndsAndALastLineWithoutOne) {

@@ -3,7 +3,6 @@
 // given whole or fed line by line through a pipe the test holds open, and standard output, standard
 // error and the exit status collected; as another user (nobody) when the test runs as root.
 
-#include <grp.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/types.h>
@@ -11,8 +10,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <string>
 #include <vector>
+
+#include "tests/framework/TestProcesses.h"
 
 #ifndef PIMRP_BINARY
 #error "PIMRP_BINARY names the built pimrp"
@@ -29,7 +31,8 @@ struct PimrpResult {
 
 // One pimrp process. Its standard input is a pipe that stays open until closeInput(), so that a
 // test can keep a writer running while other processes read its tables.
-// Who runs pimrp: the test's own user, or nobody (uid and gid 65534; the test must run as root).
+// Who runs pimrp: the test's own user, or nobody (TestProcesses::kOtherUser; the test must run as
+// root).
 enum class RunAs { testUser, otherUser };
 
 class PimrpProcess {
@@ -45,11 +48,7 @@ class PimrpProcess {
       dup2(out[1], STDOUT_FILENO);
       dup2(err[1], STDERR_FILENO);
       for (const int end : {in[0], in[1], out[0], out[1], err[0], err[1]}) close(end);
-      if (user == RunAs::otherUser &&
-          (setgroups(0, nullptr) != 0 || setresgid(65534, 65534, 65534) != 0 ||
-           setresuid(65534, 65534, 65534) != 0)) {
-        _exit(126);
-      }
+      if (user == RunAs::otherUser && !TestProcesses::becomeOtherUser()) _exit(126);
       std::vector<char*> argv;
       std::string binary = PIMRP_BINARY;
       argv.push_back(binary.data());
@@ -165,6 +164,24 @@ inline PimrpResult runPimrp(const std::vector<std::string>& args, const std::str
   PimrpProcess process(args, user);
   process.write(input);
   return process.wait();
+}
+
+// Why a test cannot run pimrp as the other user ("" when it can): besides what acting as that user
+// needs, the user must reach the binary, and a build under a directory closed to others (such as
+// /root) is out of its reach.
+inline std::string otherUserCannotRunPimrp() {
+  const std::string why = TestProcesses::otherUserUnavailable();
+  if (!why.empty()) return why;
+  constexpr int kCannotBecome = 255;
+  TestProcesses::ChildProcess probe = TestProcesses::ChildProcess::run([] {
+    if (!TestProcesses::becomeOtherUser()) return kCannotBecome;
+    return access(PIMRP_BINARY, X_OK) == 0 ? 0 : errno;
+  });
+  const int refusal = probe.wait();
+  if (refusal == 0) return "";
+  if (refusal == kCannotBecome) return "this test cannot become the other user (nobody)";
+  return std::string("nobody cannot run " PIMRP_BINARY ": ") +
+         (refusal > 0 ? std::strerror(refusal) : "the probe ended abnormally");
 }
 
 }  // namespace ToolTest

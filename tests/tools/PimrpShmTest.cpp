@@ -4,17 +4,15 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <grp.h>
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -551,6 +549,39 @@ std::vector<TableState> tableStates(const std::string& name) {
   return states;
 }
 
+// restartScript() with the configuration changed: a static RP of a range gone, an override taken
+// off, a bootstrap candidate gone, and the groups of 239.6.0.0/16 no longer known.
+std::string changedRestartScript() {
+  std::string script = restartScript();
+  const auto drop = [&script](const std::string& text) {
+    const std::size_t at = script.find(text);
+    if (at != std::string::npos) script.erase(at, text.size());
+  };
+  drop("rp-address 10.0.0.2 group 239.1.0.0/16\n");
+  drop("bsr-rp 239.5.0.0/16 10.0.0.11 priority 0 hashmask 30 mode sparse\n");
+  const std::string overridden = "rp-address 10.0.0.4 group 239.2.0.0/16 override\n";
+  script.replace(script.find(overridden), overridden.size(),
+                 "rp-address 10.0.0.4 group 239.2.0.0/16\n");
+  for (int group = 1; group <= 30; ++group) {
+    drop("group 239.6." + std::to_string(group * 7) + "." + std::to_string(group) + "\n");
+  }
+  return script;
+}
+
+// How many keys differ between two walks of a table: entries changed, added or removed.
+std::size_t entriesChanged(const std::vector<Routing::Pim::RpHash>& before,
+                           const std::vector<Routing::Pim::RpHash>& after) {
+  std::map<Ipkit::IpGenPrefix, Routing::Pim::RpHash> old;
+  for (const Routing::Pim::RpHash& entry : before) old.emplace(entry.key(), entry);
+  std::size_t changed = 0;
+  for (const Routing::Pim::RpHash& entry : after) {
+    const auto found = old.find(entry.key());
+    if (found == old.end() || !(found->second == entry)) ++changed;
+    if (found != old.end()) old.erase(found);
+  }
+  return changed + old.size();
+}
+
 }  // namespace
 
 // A restart with the configuration of the run before: every table ends as it was, and no final
@@ -577,6 +608,25 @@ TEST_F(PimrpShm, Restart_SameConfiguration_FinalTablesNeverWritten) {
   }
 }
 
+// A restart with a changed configuration: every final entry that changes is written once, straight
+// from the earlier run's answer to this run's, and no other final entry is written, so that a
+// reader of a final table never sees an interim answer.
+TEST_F(PimrpShm, Restart_ChangedConfiguration_EachChangedFinalEntryWrittenOnce) {
+  ASSERT_EQ(runPimrp({"--shm", name_, script("one.pimrp", restartScript())}).status, 0);
+  const std::vector<TableState> before = tableStates(name_);
+  ASSERT_EQ(runPimrp({"--shm", name_, script("two.pimrp", changedRestartScript())}).status, 0);
+  const std::vector<TableState> after = tableStates(name_);
+  const std::vector<std::string> tables = PimrpTool::sharedTableNames(name_);
+  std::size_t finalChanges = 0;
+  for (std::size_t at = 0; at < tables.size(); ++at) {
+    if (tables[at].find(".final.") == std::string::npos) continue;
+    const std::size_t changed = entriesChanged(before[at].entries, after[at].entries);
+    EXPECT_EQ(after[at].changes - before[at].changes, changed) << tables[at];
+    finalChanges += changed;
+  }
+  EXPECT_GT(finalChanges, 60u);  // the 30 groups gone and more
+}
+
 // --- who may write, who may read, and damage ---
 
 const char kOneGroup[] =
@@ -587,17 +637,16 @@ const char kOneGroupAnswer[] =
     "  prefix        rp        priority  hashmask  override  mode\n"
     "  239.1.1.1/32  10.0.0.1  0         30        no        sparse\n";
 
-// Tests that need another user than root skip, saying why, when the tests do not run as root.
-#define SKIP_UNLESS_ROOT()                                                            \
-  do {                                                                                \
-    if (geteuid() != 0) {                                                             \
-      GTEST_SKIP() << "acting as another user needs root, and this test runs as uid " \
-                   << geteuid();                                                      \
-    }                                                                                 \
+// Tests that need another user than root skip, saying why, where they cannot have one (see
+// otherUserUnavailable() and otherUserCannotRunPimrp()).
+#define SKIP_UNLESS_EMPTY(reason)          \
+  do {                                     \
+    const std::string why = (reason);      \
+    if (!why.empty()) GTEST_SKIP() << why; \
   } while (false)
 
 TEST_F(PimrpShm, Unlink_WithoutPermission_EachSegmentReported_NothingRemoved_ExitOne) {
-  SKIP_UNLESS_ROOT();
+  SKIP_UNLESS_EMPTY(ToolTest::otherUserCannotRunPimrp());
   ASSERT_EQ(runPimrp({"--shm", name_, script("one.pimrp", kOneGroup)}).status, 0);
   const std::vector<std::string> before = segments();
   const PimrpResult run = runPimrp({"--shm", name_, "--unlink"}, "", ToolTest::RunAs::otherUser);
@@ -615,7 +664,7 @@ TEST_F(PimrpShm, Unlink_WithoutPermission_EachSegmentReported_NothingRemoved_Exi
 }
 
 TEST_F(PimrpShm, TablesOfAnotherUser_WriterRefusesNamingSegmentAndOwner) {
-  SKIP_UNLESS_ROOT();
+  SKIP_UNLESS_EMPTY(ToolTest::otherUserCannotRunPimrp());
   ASSERT_EQ(runPimrp({"--shm", name_, "-"}, kOneGroup, ToolTest::RunAs::otherUser).status, 0);
   const PimrpResult run = runPimrp({"--shm", name_, script("two.pimrp", "group 239.2.2.2\n")});
   const std::string first = name_ + ".ipv4.sparse.static.groups";
@@ -634,7 +683,7 @@ TEST_F(PimrpShm, TablesOfAnotherUser_WriterRefusesNamingSegmentAndOwner) {
 }
 
 TEST_F(PimrpShm, Attach_TablesOfAnotherUser_ReadOnlyWhenTrusted) {
-  SKIP_UNLESS_ROOT();
+  SKIP_UNLESS_EMPTY(ToolTest::otherUserCannotRunPimrp());
   ASSERT_EQ(runPimrp({"--shm", name_, "-"}, kOneGroup, ToolTest::RunAs::otherUser).status, 0);
   const std::string show = "show rp-hash final groups mode sparse ipv4\n";
   const PimrpResult refused = runPimrp({"--attach", name_, "-"}, show);
@@ -658,18 +707,15 @@ TEST_F(PimrpShm, Attach_TablesOfAnotherUser_ReadOnlyWhenTrusted) {
 }
 
 TEST_F(PimrpShm, ReadLockOnAControlSegment_WriterStillStarts) {
-  SKIP_UNLESS_ROOT();
+  SKIP_UNLESS_EMPTY(TestProcesses::otherUserUnavailable());
   ASSERT_EQ(runPimrp({"--shm", name_, script("one.pimrp", kOneGroup)}).status, 0);
   // nobody reads the control segment of every table and holds a read lock on each.
   int ready[2];
   ASSERT_EQ(pipe(ready), 0);
-  const pid_t holder = fork();
-  if (holder == 0) {
+  TestProcesses::ChildProcess holder(fork());
+  if (holder.pid() == 0) {
     close(ready[0]);
-    if (setgroups(0, nullptr) != 0 || setresgid(65534, 65534, 65534) != 0 ||
-        setresuid(65534, 65534, 65534) != 0) {
-      _exit(1);
-    }
+    if (!TestProcesses::becomeOtherUser()) _exit(1);
     char locked = 'y';
     for (const std::string& table : PimrpTool::sharedTableNames(name_)) {
       const int fd = shm_open(("/" + table).c_str(), O_RDONLY, 0);
@@ -691,8 +737,6 @@ TEST_F(PimrpShm, ReadLockOnAControlSegment_WriterStillStarts) {
       runPimrp({"--shm", name_,
                 script("two.pimrp",
                        std::string(kOneGroup) + "show rp-hash final groups mode sparse ipv4\n")});
-  kill(holder, SIGKILL);
-  waitpid(holder, nullptr, 0);
   EXPECT_EQ(run.out, kOneGroupAnswer);
   EXPECT_EQ(run.err, "");
   EXPECT_EQ(run.status, 0);
@@ -768,7 +812,8 @@ TEST_F(PimrpShm, DamagedTables_ReaderExitTwoNamingTheTable_WriterRepairs_UnlinkL
   const PimrpResult repaired = runPimrp({"--attach", name_, show});
   EXPECT_EQ(repaired.out, kOneGroupAnswer);
   EXPECT_EQ(repaired.status, 0);
-  // A damaged control segment refuses the attachment, naming the table; --unlink removes it all.
+  // A damaged control segment refuses the attachment, naming the table; the next writer rebuilds
+  // it and finds the table's generation again.
   const std::string first = name_ + ".ipv4.sparse.static.groups";
   ASSERT_TRUE(flipByte(first, 0));
   const PimrpResult refused = runPimrp({"--attach", name_, show});
@@ -777,6 +822,20 @@ TEST_F(PimrpShm, DamagedTables_ReaderExitTwoNamingTheTable_WriterRepairs_UnlinkL
                              "' is damaged: the control segment fails its check (its fixed "
                              "part)\n");
   EXPECT_EQ(refused.status, 2);
+  const PimrpResult rebuilt =
+      runPimrp({"--shm", name_, "--trace", "PimRpHashSm=0", script("one.pimrp", kOneGroup)});
+  EXPECT_NE(rebuilt.err.find("[Debug 0] MirraMap::corruptionDetected() table " + first +
+                             ": the control segment fails its check (its fixed part); "
+                             "generation " +
+                             first + ".g1 taken up instead\n"),
+            std::string::npos)
+      << rebuilt.err;
+  EXPECT_EQ(rebuilt.status, 0);
+  const PimrpResult readAgain = runPimrp({"--attach", name_, show});
+  EXPECT_EQ(readAgain.out, kOneGroupAnswer);
+  EXPECT_EQ(readAgain.status, 0);
+  // --unlink removes a table whose control segment is damaged whole.
+  ASSERT_TRUE(flipByte(first, 0));
   const PimrpResult removed = runPimrp({"--shm", name_, "--unlink"});
   EXPECT_EQ(removed.err, "");
   EXPECT_EQ(removed.status, 0);
@@ -805,3 +864,93 @@ TEST_F(PimrpShm, GenerationMissing_ReaderSaysSo_WriterStartsThatTableAfresh) {
   EXPECT_EQ(after.out, kOneGroupAnswer);
   EXPECT_EQ(after.status, 0);
 }
+
+namespace {
+
+// Two VRFs: the default one and red, each with its own RP for the same group.
+const char kTwoVrfs[] =
+    "group 239.1.1.1\n"
+    "rp-address 10.0.0.1 group 239.0.0.0/8\n"
+    "vrf red\n"
+    "group 239.1.1.1\n"
+    "rp-address 10.2.0.1 group 239.0.0.0/8\n"
+    "show rp-hash final groups mode sparse vrf default\n"
+    "show rp-hash final groups mode sparse\n";
+
+std::string finalGroupsAnswer(const std::string& rp) {
+  return "rp-hash final groups mode sparse\n"
+         "  prefix        rp        priority  hashmask  override  mode\n"
+         "  239.1.1.1/32  " +
+         rp + "  0         30        no        sparse\n";
+}
+
+TEST_F(PimrpShm, Vrfs_EachVrfsTablesUnderItsOwnNames_ReadByName_UnlinkedTogether) {
+  const PimrpResult run = runPimrp({"--shm", name_, script("vrfs.pimrp", kTwoVrfs)});
+  EXPECT_EQ(run.out, finalGroupsAnswer("10.0.0.1") + "\n" + finalGroupsAnswer("10.2.0.1"));
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.status, 0);
+  std::vector<std::string> tables = PimrpTool::sharedTableNames(name_);
+  for (const std::string& table : PimrpTool::sharedTableNames(name_, L3::VrfName("red"))) {
+    tables.push_back(table);
+  }
+  std::vector<std::string> expected;
+  for (const std::string& table : tables) {
+    expected.push_back(table);
+    expected.push_back(table + ".g1");
+    expected.push_back(table + ".lock");
+  }
+  std::sort(expected.begin(), expected.end());
+  EXPECT_EQ(segments(), expected);
+  const PimrpResult read = runPimrp(
+      {"--attach", name_, "-"},
+      "show rp-hash final groups mode sparse vrf red\nshow rp-hash final groups mode sparse\n");
+  EXPECT_EQ(read.out, finalGroupsAnswer("10.2.0.1") + "\n" + finalGroupsAnswer("10.0.0.1"));
+  EXPECT_EQ(read.status, 0);
+  const PimrpResult removed = runPimrp({"--shm", name_, "--unlink"});
+  std::string listing;
+  for (const std::string& table : tables) listing += "removed " + table + "\n";
+  EXPECT_EQ(removed.out, listing);
+  EXPECT_EQ(removed.status, 0);
+  EXPECT_EQ(segments(), std::vector<std::string>());
+}
+
+TEST_F(PimrpShm, Attach_VrfWithoutTables_ErrorAtItsLine_NothingAfterIt) {
+  ASSERT_EQ(runPimrp({"--shm", name_, script("vrfs.pimrp", kTwoVrfs)}).status, 0);
+  const std::string reader = script(
+      "reader.pimrp",
+      "show rp-hash final groups mode sparse vrf blue\nshow rp-hash final groups mode sparse\n");
+  const PimrpResult read = runPimrp({"--attach", name_, reader});
+  EXPECT_EQ(read.out, "");
+  EXPECT_EQ(read.err, reader + ":1: error: cannot attach the shared tables '" + name_ +
+                          "' of VRF 'blue': MirraMap::attach() table " + name_ +
+                          ".vrf.blue.ipv4.sparse.static.groups does not exist\n");
+  EXPECT_EQ(read.status, 2);
+}
+
+// The tables of VRF red under NAME are those of the default VRF under NAME.vrf.red: a writer of
+// either keeps the other from them.
+TEST_F(PimrpShm, Vrf_TablesWithAnotherWriter_ScriptAppliesNothing_StreamStopsAtTheVrf) {
+  PimrpProcess writer({"--shm", name_ + ".vrf.red", "-"});
+  ASSERT_TRUE(writer.started());
+  writer.write(kWriterScript);
+  ASSERT_TRUE(writer.readOutputUntil(kWriterAnswer));
+  // A script attaches the tables of every VRF it opens before it applies anything.
+  const PimrpResult run = runPimrp({"--shm", name_, script("second.pimrp", kTwoVrfs)});
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err, "pimrp: cannot attach the shared tables '" + name_ +
+                         "' of VRF 'red': MirraMap::attach() table " + name_ +
+                         ".vrf.red.ipv4.sparse.static.groups already has a writer\n");
+  EXPECT_EQ(run.status, 2);
+  const PimrpResult read =
+      runPimrp({"--attach", name_, "-"}, "show rp-hash final groups mode sparse\n");
+  EXPECT_EQ(read.out, "rp-hash final groups mode sparse: none\n");
+  // Typed one at a time, the vrf statement is where the tables are attached.
+  const PimrpResult typed = runPimrp({"--shm", name_, "-"}, kTwoVrfs);
+  EXPECT_EQ(typed.err, "-:3: error: cannot attach the shared tables '" + name_ +
+                           "' of VRF 'red': MirraMap::attach() table " + name_ +
+                           ".vrf.red.ipv4.sparse.static.groups already has a writer\n");
+  EXPECT_EQ(typed.status, 2);
+  EXPECT_EQ(writer.wait().status, 0);
+}
+
+}  // namespace

@@ -143,6 +143,49 @@ TEST_F(RpHashSummaryTest, ClockManual_CountsKnownGroupsOnly) {
   EXPECT_EQ(row.rps[0].groups, 3u);
 }
 
+// Two VRFs with different RPs and groups: a summary answers for the VRF it names, else for the
+// VRF of its section, like every show.
+class RpHashSummaryVrfTest : public RpHashSummaryTest {
+ protected:
+  void SetUp() override {
+    applyAll({"rp-address 10.0.0.1 group 239.1.1.0/24", "group 239.1.1.0/30", "vrf red",
+              "rp-address 10.2.0.1 group 239.1.1.0/24", "group 239.1.1.0/31"});
+  }
+  // The sparse IPv4 row of the summary asked by `line`, as "VRF: GROUPS RP=COUNT ...".
+  std::string sparseRow(const std::string& line) {
+    const RpHashSummary answer = summary(line);
+    if (answer.rows.size() != 2) return "rows: " + std::to_string(answer.rows.size());
+    const RpLoadRow& row = answer.rows[0];
+    std::string text = row.vrf + ": " + std::to_string(row.groups);
+    for (const RpLoad& rp : row.rps) {
+      text += ' ' + rp.address.valueToStrep() + '=' + std::to_string(rp.groups);
+    }
+    return text;
+  }
+};
+
+TEST_F(RpHashSummaryVrfTest, NamedVrf_AnswersForThatVrfOnly) {
+  EXPECT_EQ(sparseRow("show rp-hash summary ipv4 vrf default"), "default: 4 10.0.0.1=4");
+  EXPECT_EQ(sparseRow("show rp-hash summary ipv4 vrf red"), "red: 2 10.2.0.1=2");
+}
+
+TEST_F(RpHashSummaryVrfTest, NoVrfNamed_AnswersForTheSectionsVrf) {
+  EXPECT_EQ(sparseRow("show rp-hash summary ipv4"), "red: 2 10.2.0.1=2");
+  apply("vrf default");
+  EXPECT_EQ(sparseRow("show rp-hash summary ipv4"), "default: 4 10.0.0.1=4");
+  EXPECT_EQ(summary("show rp-hash summary vrf red").rows.size(), 4u);
+}
+
+TEST_F(RpHashSummaryVrfTest, NamedVrf_JsonRowsCarryIt) {
+  EXPECT_EQ(ToolTest::jsonOf(summary("show rp-hash summary ipv4 vrf red")),
+            "{\"summary\":["
+            "{\"vrf\":\"red\",\"family\":\"ipv4\",\"mode\":\"sparse\",\"groups\":2,\"noRp\":0,"
+            "\"rps\":[{\"address\":\"10.2.0.1\",\"groups\":2,\"share\":1.0}],"
+            "\"spread\":{\"maxOverMin\":1.0,\"cv\":0.0}},"
+            "{\"vrf\":\"red\",\"family\":\"ipv4\",\"mode\":\"bidir\",\"groups\":2,\"noRp\":2,"
+            "\"rps\":[],\"spread\":{\"maxOverMin\":1.0,\"cv\":0.0}}]}\n");
+}
+
 TEST_F(RpHashSummaryTest, Json_ShapeWithSharesAndSpread) {
   applyAll({"rp-address 10.0.0.1 group 239.1.1.0/24 priority 0",
             "rp-address 10.0.0.2 group 239.2.0.0/16", "group 239.1.1.0/31", "group 239.2.0.1",

@@ -334,7 +334,7 @@ TEST_F(SessionTest, NoBsrRp_RemovesTheCandidateAndAnEmptiedSet) {
   EXPECT_TRUE(status->crpSet().empty());
 }
 
-TEST_F(SessionTest, Vrf_RenamesBothFamiliesAndTheStaticReactorFollows) {
+TEST_F(SessionTest, Vrf_OpensASectionWhoseStaticConfigurationIsNamedAfterIt) {
   apply("vrf red");
   EXPECT_EQ(session.vrf(), L3::VrfName("red"));
   for (const auto af : {AddressFamily::ipv4, AddressFamily::ipv6}) {
@@ -343,6 +343,62 @@ TEST_F(SessionTest, Vrf_RenamesBothFamiliesAndTheStaticReactorFollows) {
   apply("rp-address 10.0.0.1 group 239.0.0.0/8");
   EXPECT_TRUE(
       session.family(AddressFamily::ipv4).staticStatus()->crpSet(IpGenPrefix("239.0.0.0/8")));
+}
+
+TEST_F(SessionTest, VrfSections_EachVrfItsOwnInputsAndTables) {
+  apply("rp-address 10.0.0.1 group 239.0.0.0/8");
+  apply("group 239.1.1.1");
+  VrfPipeline& original = session.pipeline();
+  apply("vrf red");
+  EXPECT_NE(&session.pipeline(), &original);
+  EXPECT_TRUE(session.family(AddressFamily::ipv4).staticStatus()->crpSet().empty());
+  EXPECT_TRUE(session.family(AddressFamily::ipv4).groups()->group().empty());
+  apply("rp-hash-algorithm modulo");
+  EXPECT_EQ(original.rpConfig()->rpHashAlgorithm(), rpHashAlgorithmRfc7761);
+  apply("vrf default");
+  EXPECT_EQ(&session.pipeline(), &original);
+  EXPECT_EQ(session.rpConfig()->rpHashAlgorithm(), rpHashAlgorithmRfc7761);
+  const auto rp = std::get<RpAnswer>(*apply("show rp 239.1.1.1 vrf red"));
+  EXPECT_EQ(rp.rp, IpGenAddr());
+  EXPECT_EQ(std::get<RpAnswer>(*apply("show rp 239.1.1.1")).rp, IpGenAddr("10.0.0.1"));
+}
+
+TEST_F(SessionTest, VrfsInUse_DefaultFirstThenByName) {
+  apply("vrf red");
+  apply("vrf blue");
+  std::vector<std::string> names;
+  for (const VrfPipeline* vrf : session.vrfsInUse()) names.push_back(vrf->vrf().string());
+  EXPECT_EQ(names, (std::vector<std::string>{"blue", "red"}));
+  apply("show candidates static vrf default");
+  names.clear();
+  for (const VrfPipeline* vrf : session.vrfsInUse()) names.push_back(vrf->vrf().string());
+  EXPECT_EQ(names, (std::vector<std::string>{"default", "blue", "red"}));
+  const auto mapping = std::get<RpMapping>(*apply("show rp mapping"));
+  ASSERT_EQ(mapping.vrfs.size(), 3u);
+  EXPECT_EQ(mapping.vrfs[0].vrf, "default");
+  EXPECT_EQ(mapping.vrfs[2].vrf, "red");
+}
+
+TEST_F(SessionTest, FirstStatementInTheDefaultVrf_KeepsItInUse) {
+  apply("group 239.1.1.1");
+  apply("vrf red");
+  ASSERT_EQ(session.vrfsInUse().size(), 2u);
+  EXPECT_EQ(session.vrfsInUse()[0]->vrf(), L3::VrfName());
+}
+
+TEST_F(SessionTest, RuleRun_EndsAtTheVrfStatement) {
+  session.apply(ToolTest::statementOf("acl A seq 10 permit 239.0.0.0/8"), Commit::inRuns);
+  EXPECT_TRUE(session.endsRun(ToolTest::statementOf("vrf red")));
+  session.apply(ToolTest::statementOf("vrf red"), Commit::inRuns);
+  session.apply(ToolTest::statementOf("acl A seq 20 permit 238.0.0.0/8"), Commit::inRuns);
+  session.commit();
+  ASSERT_TRUE(rules("A"));
+  EXPECT_EQ(rules("A")->ruleBySequence().size(), 1u);
+  EXPECT_TRUE(rules("A")->ruleBySequence().contains(20));
+  session.apply(ToolTest::statementOf("vrf default"), Commit::inRuns);
+  ASSERT_TRUE(rules("A"));
+  EXPECT_EQ(rules("A")->ruleBySequence().size(), 1u);
+  EXPECT_TRUE(rules("A")->ruleBySequence().contains(10));
 }
 
 TEST_F(SessionTest, RpHashAlgorithm_SetsTheSharedConfiguration) {
@@ -508,6 +564,33 @@ TEST_F(SharedSessionTest, TypedWriter_FirstChangeStartsReviewsAndMergesTogether)
   const auto& table =
       session.family(AddressFamily::ipv4).table(HashSource::final, HashKind::groups, modePimSm);
   EXPECT_EQ(table->rpHash(IpGenPrefix("239.1.1.1/32")).address(), IpGenAddr("10.0.0.1"));
+}
+
+TEST_F(SharedSessionTest, ScriptWriter_EachVrfsReviewsStartAfterItsLeadingGroups) {
+  Session session(TableHome{TableHome::Kind::sharedWriter, name_});
+  session.apply(ToolTest::statementOf("vrf red"), Commit::inRuns);
+  VrfPipeline& red = session.pipeline();
+  session.apply(ToolTest::statementOf("group 239.1.1.1"), Commit::inRuns);
+  EXPECT_FALSE(red.reviewsStarted());
+  session.apply(ToolTest::statementOf("rp-address 10.0.0.1 group 239.0.0.0/8"), Commit::inRuns);
+  EXPECT_TRUE(red.reviewsStarted());
+  session.apply(ToolTest::statementOf("vrf blue"), Commit::inRuns);
+  VrfPipeline& blue = session.pipeline();
+  session.apply(ToolTest::statementOf("group 239.1.1.1"), Commit::inRuns);
+  EXPECT_FALSE(blue.reviewsStarted());
+  EXPECT_FALSE(red.started());
+  session.apply(ToolTest::statementOf("show rp-hash final groups mode sparse"), Commit::inRuns);
+  EXPECT_TRUE(red.started());
+  EXPECT_TRUE(blue.started());
+  EXPECT_EQ(red.family(AddressFamily::ipv4)
+                .table(HashSource::final, HashKind::groups, modePimSm)
+                ->rpHash()
+                .sharedName(),
+            name_ + ".vrf.red.ipv4.sparse.final.groups");
+  // The default VRF was never in use: its tables are there, and nothing started on them.
+  ASSERT_EQ(session.vrfsInUse().size(), 2u);
+  session.finish();
+  EXPECT_EQ(session.vrfsInUse().size(), 2u);
 }
 
 TEST_F(SharedSessionTest, Writer_FinishStartsAndSettles) {

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "tests/support/Refusal.h"
 #include "tests/tools/ToolTestSupport.h"
 #include "tools/StatementError.h"
 #include "tools/StatementParser.h"
@@ -16,12 +17,7 @@ using ToolTest::statementOf;
 
 // The message of the refusal of `line`, or "" when it parses.
 std::string refusalOf(const std::string& line) {
-  try {
-    parseStatement(line);
-  } catch (const StatementError& error) {
-    return error.what();
-  }
-  return "";
+  return TestSupport::refusalOf<StatementError>([&] { parseStatement(line); });
 }
 
 TEST(StatementParser, BlankAndCommentLines_YieldNoStatement) {
@@ -144,6 +140,59 @@ TEST(StatementParser, ShowRpMapping_ReadsAnOptionalFamily) {
   EXPECT_EQ(refusalOf("show rp mapping ipv4 x"), "unexpected 'x' after 'show rp mapping ipv4'");
 }
 
+TEST(StatementParser, Vrf_ReadsANameOfLettersDigitsUnderscoreAndDash) {
+  EXPECT_EQ(statementAs<VrfStatement>("vrf Red_2-b").name, "Red_2-b");
+  EXPECT_EQ(refusalOf("vrf a.b"), "invalid VRF name 'a.b': use letters, digits, '_' and '-'");
+  EXPECT_EQ(refusalOf("vrf a/b"), "invalid VRF name 'a/b': use letters, digits, '_' and '-'");
+  EXPECT_EQ(refusalOf("vrf"), "missing VRF name after 'vrf'");
+  EXPECT_EQ(refusalOf("vrf red blue"), "unexpected 'blue' after 'vrf red'");
+}
+
+TEST(StatementParser, EveryShow_TakesATrailingVrf) {
+  EXPECT_EQ(statementAs<ShowRpStatement>("show rp 239.1.1.1 mode sparse vrf red").vrf, "red");
+  EXPECT_EQ(statementAs<ShowRpStatement>("show rp 239.1.1.1 vrf red detail").vrf, "red");
+  EXPECT_EQ(statementAs<ShowCandidatesStatement>("show candidates bsr vrf red").vrf, "red");
+  EXPECT_EQ(statementAs<ShowAclStatement>("show acl vrf vrf red").acl, "vrf");
+  EXPECT_EQ(statementAs<ShowAclStatement>("show acl vrf vrf red").vrf, "red");
+  EXPECT_EQ(statementAs<ShowRpHashStatement>("show rp-hash final groups mode sparse vrf red").vrf,
+            "red");
+  const auto table =
+      statementAs<ShowRpHashStatement>("show rp-hash bsr prefixes mode bidir ipv6 vrf red");
+  EXPECT_EQ(table.af, Ipkit::AddressFamily::ipv6);
+  EXPECT_EQ(table.vrf, "red");
+  EXPECT_EQ(statementAs<ShowLocalRpStatement>("show local-rp vrf red").vrf, "red");
+  EXPECT_EQ(statementAs<ShowGroupFilterStatement>("show group-filter 239.1.1.1 vrf red").vrf,
+            "red");
+  EXPECT_EQ(statementAs<ShowAllocRequestsStatement>("show alloc-requests vrf red").vrf, "red");
+  EXPECT_EQ(statementAs<ShowReviewStatement>("show review vrf red").vrf, "red");
+  EXPECT_EQ(statementAs<ShowRpMappingStatement>("show rp mapping vrf red").vrf, "red");
+  EXPECT_EQ(statementAs<ShowRpMappingStatement>("show rp mapping ipv4 vrf red").af,
+            Ipkit::AddressFamily::ipv4);
+  EXPECT_EQ(statementAs<ShowConfigStatement>("show config vrf red").vrf, "red");
+  EXPECT_FALSE(statementAs<ShowConfigStatement>("show config").vrf);
+  EXPECT_EQ(statementAs<ShowEmbeddedRpStatement>("show embedded-rp vrf red").vrf, "red");
+  EXPECT_FALSE(statementAs<ShowEmbeddedRpStatement>("show embedded-rp").vrf);
+  EXPECT_EQ(statementAs<ShowRpHashSummaryStatement>("show rp-hash summary vrf red").vrf, "red");
+  const auto summary = statementAs<ShowRpHashSummaryStatement>("show rp-hash summary ipv6 vrf red");
+  EXPECT_EQ(summary.af, Ipkit::AddressFamily::ipv6);
+  EXPECT_EQ(summary.vrf, "red");
+  EXPECT_FALSE(statementAs<ShowRpHashSummaryStatement>("show rp-hash summary ipv4").vrf);
+}
+
+TEST(StatementParser, TrailingVrf_RefusedWhereItIsNotLast) {
+  EXPECT_EQ(refusalOf("show config vrf red ipv4"), "unexpected 'ipv4' after 'show config vrf red'");
+  EXPECT_EQ(refusalOf("show rp mapping vrf red ipv4"),
+            "unexpected 'ipv4' after 'show rp mapping vrf red'");
+  EXPECT_EQ(refusalOf("show review vrf"), "missing VRF name after 'show review vrf'");
+  EXPECT_EQ(refusalOf("show embedded-rp vrf red ipv6"),
+            "unexpected 'ipv6' after 'show embedded-rp vrf red'");
+  EXPECT_EQ(refusalOf("show rp-hash summary vrf red ipv4"),
+            "unexpected 'ipv4' after 'show rp-hash summary vrf red'");
+  EXPECT_EQ(refusalOf("show rp 239.1.1.1 vrf red vrf blue"), "'vrf' given twice");
+  EXPECT_EQ(refusalOf("show local-rp vrf a.b"),
+            "invalid VRF name 'a.b': use letters, digits, '_' and '-'");
+}
+
 TEST(StatementParser, RpHashAlgorithm_ReadsBothNames) {
   EXPECT_EQ(statementAs<RpHashAlgorithmStatement>("rp-hash-algorithm modulo").algorithm,
             Routing::Pim::rpHashAlgorithmModulo);
@@ -191,8 +240,8 @@ TEST(StatementParser, Keywords_AreLowerCase) {
             "unknown statement 'RP-ADDRESS' (keywords are lower case)");
   EXPECT_EQ(refusalOf("show RP 239.1.1.1"),
             "expected 'rp', 'candidates', 'acl', 'rp-hash', 'local-rp', 'group-filter', "
-            "'alloc-requests', 'review' or 'config' after 'show', got 'RP' (keywords are lower "
-            "case)");
+            "'alloc-requests', 'review', 'config' or 'embedded-rp' after 'show', got 'RP' "
+            "(keywords are lower case)");
   EXPECT_EQ(refusalOf("acl A seq 1 Permit any"),
             "expected 'permit' or 'deny' after 'acl A seq 1', got 'Permit' (keywords are lower "
             "case)");
@@ -243,7 +292,8 @@ TEST(StatementParser, MissingAndExtraWords_AreNamed) {
   EXPECT_EQ(refusalOf("rp-address 10.0.0.1 group"),
             "missing group range after 'rp-address 10.0.0.1 group'");
   EXPECT_EQ(refusalOf("no"),
-            "missing 'rp-address', 'acl', 'bsr-rp', 'group' or 'route' after 'no'");
+            "missing 'rp-address', 'acl', 'bsr-rp', 'group', 'route' or 'embedded-rp' after "
+            "'no'");
   EXPECT_EQ(refusalOf("show candidates static now"),
             "unexpected 'now' after 'show candidates static'");
   EXPECT_EQ(refusalOf("rp-address 10.0.0.1 group 239.0.0.0/8 priority 1 priority 2"),

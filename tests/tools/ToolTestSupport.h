@@ -9,7 +9,6 @@
 #include <string>
 #include <variant>
 
-#include "model/Pim/RpHashStatus.h"
 #include "tools/Output.h"
 #include "tools/SharedTables.h"
 #include "tools/Statement.h"
@@ -46,8 +45,8 @@ inline std::string humanOf(const PimrpTool::ShowResult& result) {
 }
 
 // The shared tables of one test: a name unique to the test process and the test
-// ("pimrp-test-<pid>-<test>"), whose tables are removed when the guard is made (a crashed earlier
-// run may have left them) and when it goes, however the test ends.
+// ("pimrp-test-<pid>-<test>"), whose tables (of every VRF) are removed when the guard is made (a
+// crashed earlier run may have left them) and when it goes, however the test ends.
 class SharedTablesGuard {
  public:
   SharedTablesGuard()
@@ -62,11 +61,8 @@ class SharedTablesGuard {
   const std::string& name() const { return name_; }
 
  private:
-  void removeAll() const {
-    for (const std::string& table : PimrpTool::sharedTableNames(name_)) {
-      Routing::Pim::RpHashStatus::Table::unlinkShared(table);
-    }
-  }
+  // Those of every VRF.
+  void removeAll() const { PimrpTool::sharedTablesUnlinkAll(name_); }
 
   const std::string name_;
 };

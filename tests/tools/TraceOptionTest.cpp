@@ -4,6 +4,7 @@
 #include <string>
 
 #include "framework/Kel/Trace.h"
+#include "tests/support/Refusal.h"
 #include "tools/TraceOption.h"
 
 namespace {
@@ -11,12 +12,7 @@ namespace {
 using namespace PimrpTool;
 
 std::string refusalOf(const std::string& text) {
-  try {
-    traceRequestFromText(text);
-  } catch (const TraceRequestError& error) {
-    return error.what();
-  }
-  return "";
+  return TestSupport::refusalOf<TraceRequestError>([&] { traceRequestFromText(text); });
 }
 
 TEST(TraceOption, NameAndLevel_Read) {

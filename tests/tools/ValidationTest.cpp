@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "tests/support/Refusal.h"
 #include "tests/tools/ToolTestSupport.h"
 #include "tools/StatementError.h"
 #include "tools/Validation.h"
@@ -15,12 +16,7 @@ using ToolTest::statementOf;
 
 // The message of the refusal of `line` by `validator`, or "" when it is accepted.
 std::string refusalOf(Validator& validator, const std::string& line) {
-  try {
-    validator.check(statementOf(line));
-  } catch (const StatementError& error) {
-    return error.what();
-  }
-  return "";
+  return TestSupport::refusalOf<StatementError>([&] { validator.check(statementOf(line)); });
 }
 
 std::string refusalOf(const std::string& line) {
@@ -140,24 +136,62 @@ TEST(Validation, VrfName_WithinTheLimitOfItsType) {
             "VRF name '" + std::string(60, 'v') + "...' is longer than 100 characters");
 }
 
-TEST(Validation, Vrf_OnlyBeforeTheFirstRpAddress) {
+TEST(Validation, Vrf_OpensASectionAnywhere) {
   Validator validator;
-  EXPECT_EQ(refusalOf(validator, "vrf red"), "");
-  EXPECT_EQ(refusalOf(validator, "acl A seq 1 permit any"), "");
-  EXPECT_EQ(refusalOf(validator, "bsr-rp 239.0.0.0/8 10.0.0.1 priority 1 hashmask 30 mode sparse"),
-            "");
-  EXPECT_EQ(refusalOf(validator, "vrf blue"), "");
-  EXPECT_FALSE(validator.rpAddressSeen());
+  EXPECT_EQ(validator.vrf(), "default");
   EXPECT_EQ(refusalOf(validator, "rp-address 10.0.0.1 mode bidir"), "");
-  EXPECT_TRUE(validator.rpAddressSeen());
-  EXPECT_EQ(refusalOf(validator, "vrf green"), "vrf 'green' must come before the first rp-address");
+  EXPECT_EQ(refusalOf(validator, "vrf red"), "");
+  EXPECT_EQ(validator.vrf(), "red");
+  EXPECT_EQ(refusalOf(validator, "rp-address 10.0.0.1 mode bidir"), "");
+  EXPECT_EQ(refusalOf(validator, "vrf default"), "");
+  EXPECT_EQ(validator.vrf(), "default");
 }
 
-TEST(Validation, RefusedRpAddress_DoesNotCountAsTheFirst) {
+TEST(Validation, VrfName_ShortEnoughForTheNamesOfItsSharedTables) {
+  // 200 characters at most: "lab" + ".vrf." + the name + ".ipv6.sparse.static.prefixes".
+  Validator validator("", kDefaultMaxGroups, std::string(80, 'n'));
+  EXPECT_EQ(refusalOf(validator, "vrf " + std::string(87, 'v')), "");
+  EXPECT_EQ(refusalOf(validator, "vrf " + std::string(88, 'v')),
+            "VRF name '" + std::string(60, 'v') + "...' is too long for the shared tables '" +
+                std::string(80, 'n') +
+                "': their names would have up to 201 characters, above the limit of 200");
+  Validator reader(std::string(80, 'n'));
+  EXPECT_NE(refusalOf(reader, "show rp-hash final groups mode sparse vrf " + std::string(88, 'v')),
+            "");
+}
+
+TEST(Validation, Show_NamingAVrfThatIsNotOpen_Refused) {
   Validator validator;
-  EXPECT_NE(refusalOf(validator, "rp-address 10.0.0.1 group 239.0.0.0/8 priority 300"), "");
-  EXPECT_FALSE(validator.rpAddressSeen());
+  EXPECT_EQ(refusalOf(validator, "show candidates static vrf blue"),
+            "VRF 'blue' is not open: 'vrf blue' opens it");
+  EXPECT_EQ(refusalOf(validator, "show rp 239.1.1.1 vrf blue mode sparse"),
+            "VRF 'blue' is not open: 'vrf blue' opens it");
+  EXPECT_EQ(refusalOf(validator, "show rp-hash summary ipv4 vrf blue"),
+            "VRF 'blue' is not open: 'vrf blue' opens it");
+  EXPECT_EQ(refusalOf(validator, "show config vrf default"), "");
+  EXPECT_EQ(refusalOf(validator, "vrf blue"), "");
   EXPECT_EQ(refusalOf(validator, "vrf red"), "");
+  EXPECT_EQ(refusalOf(validator, "show candidates static vrf blue"), "");
+  EXPECT_EQ(refusalOf(validator, "show rp-hash summary vrf blue"), "");
+}
+
+TEST(Validation, Vrfs_AtMostTheLimit) {
+  Validator validator;
+  // "default" is open from the start.
+  for (std::size_t index = 1; index < kMaxVrfs; ++index) {
+    ASSERT_EQ(refusalOf(validator, "vrf v" + std::to_string(index)), "");
+  }
+  EXPECT_EQ(refusalOf(validator, "vrf one-more"), "vrf 'one-more' would open more than 256 VRFs");
+  EXPECT_EQ(refusalOf(validator, "vrf v1"), "");
+  EXPECT_EQ(refusalOf(validator, "vrf default"), "");
+  EXPECT_EQ(validator.vrf(), "default");
+}
+
+TEST(Validation, RefusedVrf_LeavesTheSectionAsItWas) {
+  Validator validator;
+  EXPECT_EQ(refusalOf(validator, "vrf red"), "");
+  EXPECT_NE(refusalOf(validator, "vrf " + std::string(101, 'v')), "");
+  EXPECT_EQ(validator.vrf(), "red");
 }
 
 TEST(Validation, ReadOnly_ShowRpHashAccepted) {
@@ -214,10 +248,20 @@ TEST(Validation, ReadOnly_ShowThatNeedsWriterState_NotAvailable) {
   }
 }
 
-TEST(Validation, ReadOnly_RefusalLeavesOrderRulesAsTheyWere) {
+TEST(Validation, ReadOnly_RefusalLeavesTheRecordAsItWas) {
   Validator validator("lab");
-  EXPECT_NE(refusalOf(validator, "rp-address 10.0.0.1 group 239.0.0.0/8"), "");
-  EXPECT_FALSE(validator.rpAddressSeen());
+  EXPECT_NE(refusalOf(validator, "group 239.1.1.1"), "");
+  EXPECT_NE(refusalOf(validator, "vrf red"), "");
+  EXPECT_EQ(validator.knownGroups(Ipkit::AddressFamily::ipv4), 0u);
+  EXPECT_EQ(validator.vrf(), "default");
+}
+
+TEST(Validation, ReadOnly_ShowMayNameAnyVrf) {
+  Validator validator("lab");
+  EXPECT_EQ(refusalOf(validator, "show rp-hash final groups mode sparse ipv4 vrf blue"), "");
+  EXPECT_EQ(
+      refusalOf(validator, "show rp-hash final groups mode sparse vrf " + std::string(101, 'v')),
+      "VRF name '" + std::string(60, 'v') + "...' is longer than 100 characters");
 }
 
 TEST(Validation, HostRouteToAnAddressNoRouterHas_Refused) {
@@ -251,6 +295,20 @@ TEST(Validation, KnownGroups_BoundedPerFamily_RefusedStatementCountsNothing) {
   EXPECT_EQ(refusalOf(validator, "group 239.1.3.0/27"), "");
   EXPECT_EQ(validator.knownGroups(Ipkit::AddressFamily::ipv4), 192u);
   EXPECT_EQ(validator.knownGroups(Ipkit::AddressFamily::ipv6), 256u);
+}
+
+TEST(Validation, KnownGroups_CountedOverEveryVrf_AGroupOfTwoVrfsTwice) {
+  Validator validator("", 300);
+  EXPECT_EQ(refusalOf(validator, "group 239.1.1.0/24"), "");
+  EXPECT_EQ(refusalOf(validator, "vrf red"), "");
+  EXPECT_EQ(refusalOf(validator, "group 239.1.1.0/27"), "");
+  EXPECT_EQ(refusalOf(validator, "group 239.1.1.0/26"),
+            "'239.1.1.0/26' would bring the known IPv4 groups to 320, above the limit of 300 "
+            "(--max-groups)");
+  EXPECT_EQ(validator.knownGroups(Ipkit::AddressFamily::ipv4), 288u);
+  EXPECT_EQ(refusalOf(validator, "vrf default"), "");
+  EXPECT_EQ(refusalOf(validator, "no group 239.1.1.0/27"), "");
+  EXPECT_EQ(validator.knownGroups(Ipkit::AddressFamily::ipv4), 256u);
 }
 
 TEST(Validation, KnownGroups_DefaultAdmitsFourMillionAndNoMore) {

@@ -58,6 +58,17 @@ void expectMoves(const WhatIfReport& report, const std::vector<RpMove>& expected
   }
 }
 
+// Moves as they are listed: VRF, family, mode, from, to, groups/ranges.
+std::vector<std::string> movesListed(const WhatIfReport& report) {
+  std::vector<std::string> listed;
+  for (const RpMove& m : report.moves) {
+    listed.push_back(m.vrf + ' ' + familyWord(m.af) + ' ' + modeWord(m.mode) + ' ' +
+                     addressWord(m.from) + "->" + addressWord(m.to) + ' ' +
+                     std::to_string(m.groups) + '/' + std::to_string(m.ranges));
+  }
+  return listed;
+}
+
 class WhatIfTest : public ::testing::Test {
  protected:
   // Runs the what-if of `change` after `script`, both read and judged as pimrp does.
@@ -66,6 +77,7 @@ class WhatIfTest : public ::testing::Test {
     const auto scriptText = scriptRead("s.pimrp", linesOf(script), scriptJudge, errors);
     if (!scriptText) return kExitBadScript;
     Validator changeJudge = scriptJudge;
+    changeJudge.sectionDefaultIs();
     const auto changeText = scriptRead("c.pimrp", linesOf(change), changeJudge, errors);
     if (!changeText) return kExitBadScript;
     return whatIfRun(session, {"s.pimrp", *scriptText, scriptJudge},
@@ -220,22 +232,72 @@ TEST_F(WhatIfTest, MovesOfSeveralTables_OrderedByFamilyThenMode) {
                    "rp-address 10.0.0.3 group 239.1.1.0/24\n"
                    "rp-address 10.0.0.3 mode bidir\n"),
             kExitOk);
-  std::vector<std::string> order;
-  for (const RpMove& m : report().moves) {
-    order.push_back(m.vrf + ' ' + familyWord(m.af) + ' ' + modeWord(m.mode) + ' ' +
-                    addressWord(m.from) + "->" + addressWord(m.to) + ' ' +
-                    std::to_string(m.groups) + '/' + std::to_string(m.ranges));
-  }
-  EXPECT_EQ(order, (std::vector<std::string>{"default ipv4 sparse none->10.0.0.1 0/1",
-                                             "default ipv4 bidir none->10.0.0.3 1/1",
-                                             "default ipv6 sparse none->2001:db8::1 1/1"}));
+  EXPECT_EQ(movesListed(report()),
+            (std::vector<std::string>{"default ipv4 sparse none->10.0.0.1 0/1",
+                                      "default ipv4 bidir none->10.0.0.3 1/1",
+                                      "default ipv6 sparse none->2001:db8::1 1/1"}));
 }
 
-TEST_F(WhatIfTest, VrfNamed_MovesCarryTheSessionsVrf) {
-  ASSERT_EQ(whatIf("vrf blue\ngroup 239.1.1.1\n", "rp-address 10.0.0.1 group 239.1.1.0/24\n"),
+TEST_F(WhatIfTest, VrfNamed_MovesCarryTheirVrf) {
+  ASSERT_EQ(
+      whatIf("vrf blue\ngroup 239.1.1.1\n", "vrf blue\nrp-address 10.0.0.1 group 239.1.1.0/24\n"),
+      kExitOk);
+  EXPECT_EQ(movesListed(report()),
+            (std::vector<std::string>{"blue ipv4 sparse none->10.0.0.1 1/1"}));
+}
+
+// The same three RPs and groups in the VRFs default and red, the script ending in red's section.
+const std::string kThreeRpsTwice = std::string(kThreeRps) + "vrf red\n" + kThreeRps;
+
+TEST_F(WhatIfTest, ChangeInOneVrf_MovesNothingInTheOther) {
+  ASSERT_EQ(whatIf(kThreeRpsTwice, "vrf red\nno rp-address 10.0.0.2\n"), kExitOk);
+  EXPECT_EQ(movesListed(report()),
+            (std::vector<std::string>{"red ipv4 sparse 10.0.0.2->10.0.0.1 2/0",
+                                      "red ipv4 sparse 10.0.0.2->10.0.0.3 2/0"}));
+  EXPECT_EQ(report().groupsChanged, 4u);
+  // The requests of red alone: default's allocator saw none.
+  expectRequests(4, 4);
+}
+
+// A change starts in the section of default, as any script does, whatever section the script
+// ended in.
+TEST_F(WhatIfTest, ChangeWithoutVrf_AppliesToDefaultWhereverTheScriptEnded) {
+  ASSERT_EQ(whatIf(kThreeRpsTwice, "no rp-address 10.0.0.2\n"), kExitOk);
+  EXPECT_EQ(movesListed(report()),
+            (std::vector<std::string>{"default ipv4 sparse 10.0.0.2->10.0.0.1 2/0",
+                                      "default ipv4 sparse 10.0.0.2->10.0.0.3 2/0"}));
+}
+
+// A VRF that the change opens had nothing before: its groups and ranges move from no RP. VRFs
+// are listed as the tool lists them, default first, then by name ("blue" after "default").
+TEST_F(WhatIfTest, VrfOpenedByTheChange_MovesFromNoRpAndListedAfterDefault) {
+  ASSERT_EQ(whatIf(kThreeRps,
+                   "vrf blue\n"
+                   "rp-address 10.0.0.9 group 239.1.1.0/24\n"
+                   "group 239.1.1.1\n"
+                   "vrf default\n"
+                   "no rp-address 10.0.0.2\n"),
             kExitOk);
-  ASSERT_EQ(report().moves.size(), 1u);
-  EXPECT_EQ(report().moves[0].vrf, "blue");
+  EXPECT_EQ(movesListed(report()),
+            (std::vector<std::string>{"default ipv4 sparse 10.0.0.2->10.0.0.1 2/0",
+                                      "default ipv4 sparse 10.0.0.2->10.0.0.3 2/0",
+                                      "blue ipv4 sparse none->10.0.0.9 1/1"}));
+  // Default's four groups moved, and blue's group and range were bound: counted over both VRFs.
+  expectRequests(6, 4);
+}
+
+// With embedded RP on, a known IPv6 group whose address names its RP (RIID 1, plen 48, network
+// prefix 2001:db8:ffff::/48) uses that RP above the static one; ff3e::1 names none and stays.
+TEST_F(WhatIfTest, EmbeddedRpEnabled_Ipv6GroupMovesToItsEmbeddedRp) {
+  ASSERT_EQ(whatIf("rp-address 2001:db8::1 group ff00::/8\n"
+                   "group ff75:130:2001:db8:ffff::100\n"
+                   "group ff3e::1\n",
+                   "embedded-rp enable\n"),
+            kExitOk);
+  expectMoves(report(), {RpMove{"default", AddressFamily::ipv6, modePimSm, IpGenAddr("2001:db8::1"),
+                                IpGenAddr("2001:db8:ffff::1"), 1, 0,
+                                addresses({"ff75:130:2001:db8:ffff::100"})}});
+  expectRequests(1, 1);
 }
 
 TEST_F(WhatIfTest, BadChange_RefusedWithFileAndLineNothingReported) {
@@ -247,10 +309,12 @@ TEST_F(WhatIfTest, BadChange_RefusedWithFileAndLineNothingReported) {
   EXPECT_TRUE(output.shown.empty());
 }
 
-// The change is judged after the script: a VRF may be named only before the first rp-address.
-TEST_F(WhatIfTest, ChangeJudgedAfterTheScript_OrderRulesHoldAcrossBoth) {
-  EXPECT_EQ(whatIf(kThreeRps, "vrf blue\n"), kExitBadScript);
-  EXPECT_EQ(errors.str(), "c.pimrp:1: error: vrf 'blue' must come before the first rp-address\n");
+// The change is judged after the script: a show may name a VRF that the script opened, and no
+// other.
+TEST_F(WhatIfTest, ChangeJudgedAfterTheScript_VrfsOpenedByTheScriptMayBeNamed) {
+  EXPECT_EQ(whatIf("vrf blue\n", "show rp 239.1.1.1 vrf blue\nshow rp 239.1.1.1 vrf green\n"),
+            kExitBadScript);
+  EXPECT_EQ(errors.str(), "c.pimrp:2: error: VRF 'green' is not open: 'vrf green' opens it\n");
   EXPECT_TRUE(output.shown.empty());
 }
 

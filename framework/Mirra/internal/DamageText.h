@@ -41,6 +41,8 @@ inline std::string describeDamage(const Damage& damage, const TableLayout& layou
       return "the tree was left in the middle of a change";
     case Fault::headerFixed:
       return "the table header fails its check (its fixed part)";
+    case Fault::sizeMismatch:
+      return "the generation's memory is not the size its header gives";
     case Fault::headerWord:
       return std::string("the table header fails its check (its word ") +
              headerWordName(static_cast<HeaderWord>(damage.slot)) + ")";

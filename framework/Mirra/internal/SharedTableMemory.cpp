@@ -15,6 +15,7 @@
 #include <mutex>
 
 #include "framework/Kel/Exception.h"
+#include "framework/Mirra/internal/GenerationCheck.h"
 #include "framework/Mirra/internal/ProcessIdentity.h"
 #include "framework/Mirra/internal/SegmentFiles.h"
 
@@ -221,13 +222,6 @@ std::uint64_t SharedTableMemory::openControlForWriting(TableShape shape) {
   }
   const auto bytes = static_cast<std::size_t>(status.st_size);
   refuseFormerFormat(bytes);
-  // A control segment of any other size is damage, unless it is new or was left empty by a writer
-  // that died before it could fill it: then no generation can have been published.
-  const bool fresh = created || bytes == 0;
-  if (!fresh && bytes != sizeof(ControlBlock)) {
-    findings_.push_back("the control segment fails its check (its size, " + std::to_string(bytes) +
-                        " bytes); its writer has rebuilt it from the generations it finds");
-  }
   if (bytes != sizeof(ControlBlock)) {
     if (ftruncate(controlFd_, 0) != 0 || ftruncate(controlFd_, sizeof(ControlBlock)) != 0) {
       failCall("attach", "cannot size its control segment", "ftruncate");
@@ -236,11 +230,14 @@ std::uint64_t SharedTableMemory::openControlForWriting(TableShape shape) {
   void* at = mmap(nullptr, sizeof(ControlBlock), PROT_READ | PROT_WRITE, MAP_SHARED, controlFd_, 0);
   if (at == MAP_FAILED) failCall("attach", "cannot map its control segment", "mmap");
   control_ = static_cast<ControlBlock*>(at);
-  if (bytes != sizeof(ControlBlock)) {
+  if (created) {
     controlIs(shape);
-    const std::uint64_t recovered = fresh ? 0 : recoveredGeneration(shape);
-    controlWordIs(ControlWord::published, recovered);
-    return recovered;
+    return 0;
+  }
+  // Empty: left by a writer that died before it could fill it.
+  if (bytes == 0) return controlRebuilt(shape, "");
+  if (bytes != sizeof(ControlBlock)) {
+    return controlRebuilt(shape, "its size, " + std::to_string(bytes) + " bytes");
   }
   ControlFixed fixed;
   const bool fixedIntact = loadControlFixed(*control_, &fixed);
@@ -255,15 +252,23 @@ std::uint64_t SharedTableMemory::openControlForWriting(TableShape shape) {
       return published;
     }
   }
+  // Left by a writer that died before it wrote the magic.
+  if (!fixedIntact && fixed.magic == 0 && !publishedIntact) return controlRebuilt(shape, "");
+  return controlRebuilt(shape, fixedIntact && fixed.magic == kControlMagic
+                                   ? "its published generation"
+                                   : "its fixed part");
+}
+
+std::uint64_t SharedTableMemory::controlRebuilt(TableShape shape, const std::string& damaged) {
   controlIs(shape);
-  // Left by a writer that died before it wrote the magic: no generation was ever published.
-  if (!fixedIntact && fixed.magic == 0 && !publishedIntact) return 0;
-  const std::string damaged =
-      fixedIntact && fixed.magic == kControlMagic ? "its published generation" : "its fixed part";
   const std::uint64_t recovered = recoveredGeneration(shape);
   controlWordIs(ControlWord::published, recovered);
+  // Unfilled, with no generation beside it: its writer died before it published any.
+  if (damaged.empty() && recovered == 0) return 0;
   findings_.push_back(
-      "the control segment fails its check (" + damaged + "); " +
+      "the control segment " +
+      (damaged.empty() ? std::string("was left unfilled") : "fails its check (" + damaged + ")") +
+      "; " +
       (recovered != 0 ? "generation " + generationSegment(name_, recovered) + " taken up instead"
                       : std::string("no published generation found: the table starts afresh")));
   return recovered;
@@ -321,9 +326,7 @@ std::uint64_t SharedTableMemory::recoveredGeneration(TableShape shape) const {
     std::uint64_t check = 0;
     const FixedPart fixed = fixedPartOf(*header, &check);
     std::uint64_t published = 0;
-    const bool taken = check == fixedCheckOf(fixed) && fixed.magic == kTableMagic &&
-                       fixed.format == kTableFormat && fixed.keySize == shape.keySize &&
-                       fixed.valueSize == shape.valueSize && fixed.slotSize == shape.slotSize &&
+    const bool taken = fixedPartSound(fixed, check, shape) &&
                        loadHeaderWord(*header, HeaderWord::published, &published) && published == 1;
     munmap(at, sizeof(TableHeader));
     if (taken) return generation;

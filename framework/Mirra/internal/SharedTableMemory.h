@@ -29,8 +29,9 @@
 //  4. A writer that attaches removes every generation of the table that it owns and is not the
 //     published one (left by a writer that died between publishing and unlinking, or while filling
 //     one); an unpublished generation is also removed when its writer lets go or its process exits
-//     normally. A control segment found damaged is rebuilt, its published generation found again
-//     among the table's generations (the newest one marked published that checks out).
+//     normally. A control segment found damaged, of the wrong size or unfilled is rebuilt, its
+//     published generation found again among the table's generations (the newest one marked
+//     published that checks out).
 //  5. A reader tells a live writer from a gone one by the writer's process, which the control
 //     segment names (id and start time), and, when it may open the lock segment (root, or the
 //     writer's own user), by asking whether the lock is held, which also holds across process id
@@ -95,6 +96,10 @@ class SharedTableMemory : public TableMemory {
   // The published generation's number as the control segment gives it, or recovered (invariant
   // 4); 0 for none.
   std::uint64_t openControlForWriting(TableShape shape);
+  // Writes the control segment anew and finds the published generation again among the table's
+  // generations (invariant 4), recording what was found; `damaged` says which part failed its
+  // check, "" for a segment a writer left unfilled. The generation's number, 0 for none.
+  std::uint64_t controlRebuilt(TableShape shape, const std::string& damaged);
   void controlIs(TableShape shape);
   std::uint64_t recoveredGeneration(TableShape shape) const;
   void removeStaleGenerations(std::uint64_t kept);

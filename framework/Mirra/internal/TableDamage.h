@@ -22,8 +22,9 @@ enum class Fault : std::uint8_t {
   endlessWalk,
   halfWritten,
   unfinishedRelink,
-  headerFixed,  // the fixed part fails its check or does not fit the memory
-  headerWord,   // `slot` is the HeaderWord that fails its check
+  headerFixed,   // the fixed part fails its check
+  sizeMismatch,  // the fixed part checks out, but its sizes do not fill the memory mapped
+  headerWord,    // `slot` is the HeaderWord that fails its check
   // A word the writer holds odd stayed so past the reader's wait while the writer is alive:
   stalledSlot,    // slot `slot`
   stalledRelink,  // the tree links

@@ -3,7 +3,8 @@
 // holds odd (a write under way) before it gives up, and why it gave up.
 //
 // One WriterWait serves one whole read operation (a lookup, one step of a walk), so that however
-// many words that read meets held, it waits for the writer at most `limit` in all:
+// many words that read meets held, it waits for the writer at most `limit` in all (kWriterWaitLimit
+// of SharedTable.h, unless a test seam shortens it):
 //  - where no writer can be at work elsewhere (the writer's own attachment, and those sharing its
 //    memory in its process), a word held odd was left by a write that never finished: no wait;
 //  - otherwise the read spins a few rounds, then, while the writer process is alive, sleeps in
@@ -16,6 +17,7 @@
 #include <chrono>
 #include <cstdint>
 
+#include "framework/Mirra/SharedTable.h"
 #include "framework/Mirra/internal/TableMemory.h"
 
 namespace Mirra {
@@ -25,8 +27,6 @@ inline bool odd(std::uint64_t word) { return (word & 1) != 0; }
 
 class WriterWait {
  public:
-  // How long a read waits for a live writer, unless the table is told otherwise (a test seam).
-  static constexpr std::chrono::milliseconds kDefaultLimit{1000};
   static constexpr int kSpinRounds = 64;
   static constexpr long kPauseNanoseconds = 100000;
 

@@ -12,9 +12,8 @@
 //     its vias, removing vias left over from a longer list.
 //  2. A refused fecIs (see there) writes nothing.
 //  3. Reads never fail for missing data: an absent FEC reads as the empty Fec (no vias), an absent
-//     via as the empty Via. A read that meets a damaged record reports it to the table it read
-//     (the table's corruption operation, given the exception's message) and yields the same empty
-//     value.
+//     via as the empty Via. A read that meets a damaged record yields the same empty value,
+//     the damage reported once by the table it read (Mirra::tolerantLookup).
 
 #include <cstddef>
 #include <optional>
@@ -22,23 +21,12 @@
 #include <vector>
 
 #include "framework/Kel/Exception.h"
-#include "framework/Mirra/CorruptionDetectedException.h"
 #include "framework/Mirra/MirraMap.h"
+#include "framework/Mirra/TolerantRead.h"
 #include "framework/Routing/Shadow/FibRecords.h"
 
 namespace Routing {
 namespace ShadowFib {
-
-// table.lookup(key), with corruption reported to the table and read as the default value.
-template <class Table, class Key>
-auto lookupOrDefault(const Table& table, const Key& key) -> decltype(table.lookup(key)) {
-  try {
-    return table.lookup(key);
-  } catch (const Mirra::CorruptionDetectedException& corruption) {
-    table.corruptionDetected(corruption.what());
-    return {};
-  }
-}
 
 template <class Family>
 class FecTable {
@@ -95,10 +83,10 @@ class FecTable {
   }
 
   // REQUIRES: attached() (else Kel::RangeException).
-  Fec fec(FecId id) const { return lookupOrDefault(fecReader(), id); }
+  Fec fec(FecId id) const { return Mirra::tolerantLookup(fecReader(), id); }
   // REQUIRES: attached() (else Kel::RangeException).
   Via<Family> via(FecId id, std::uint32_t index) const {
-    return lookupOrDefault(viaReader(), ViaKey{id, index, 0});
+    return Mirra::tolerantLookup(viaReader(), ViaKey{id, index, 0});
   }
 
   // The writer's tables, for iteration and for tests that damage records.

@@ -32,6 +32,7 @@
 #include "framework/Kel/Ptr.h"
 #include "framework/Kel/String.h"
 #include "framework/Mirra/MirraMap.h"
+#include "framework/Mirra/TolerantRead.h"
 #include "framework/Routing/Shadow/FecTable.h"
 #include "framework/Routing/Shadow/FibRecords.h"
 #include "framework/Routing/Shadow/ShadowFamily.h"
@@ -64,7 +65,7 @@ class ShadowStatus : public Kel::Entity {
   const RouteTable& routeTable() const { return routeTable_; }
   // Invariant 5. REQUIRES: prefix.af() == af() (else Kel::RangeException).
   Route route(const Ipkit::IpGenPrefix& prefix) const {
-    return ShadowFib::lookupOrDefault(routeTable_, Family::keyOf(prefix));
+    return Mirra::tolerantLookup(routeTable_, Family::keyOf(prefix));
   }
   const FecTable& fecTable() const { return fecTable_; }
 

@@ -1,6 +1,6 @@
 #pragma once
-// PimrpTool::FamilyWiring: the inputs and reactors of one address family, created and wired the
-// way a routing agent wires them.
+// PimrpPipeline::FamilyWiring: the inputs and reactors of one address family of one VRF, created
+// and wired the way a routing agent wires them (VrfPipeline holds one per family).
 //
 // Per family: the static RP configuration (named after the VRF), the access-list configuration
 // (only the IPv4 one ever holds lists), the static candidate reactor that turns both into the
@@ -11,10 +11,13 @@
 // compute status per query mode answers queries: sparse over the final per-group sparse table,
 // bidir over the final per-group bidir table, any mode over a table of its own that nothing
 // fills. Two group filters (sparse, bidir) are kept over the final per-prefix bidir table. A local
-// RP reactor watches both candidate statuses and the family's route shadow.
+// RP reactor watches both candidate statuses and the family's route shadow. The embedded-RP
+// configuration, off by default, and the status its reactor keeps over the known groups
+// (EmbeddedRpWiring) reach the sparse per-group merge, the compute statuses and the local RP
+// reactor; only IPv6 groups name their RP, so only the IPv6 family's does anything once enabled.
 //
-// The RP configuration, the clock, the attribute log and the allocator's request record are the
-// tool's, shared by both families, and handed in. The RP hash tables come from a TableMaker (in
+// The RP configuration, the clock, the attribute log and the allocator's request record are shared
+// by both families, and handed in. The RP hash tables come from a TableMaker (in
 // process memory, or attached to shared memory); the reactors that write and read them start at
 // reactorsStart(), so that a run over tables left by an earlier one can first put its inputs back
 // and then let the reactors take the tables up, as a restarted agent does. The reviews, which
@@ -22,11 +25,12 @@
 // per-source tables before the merges take up the final tables that other processes read.
 //
 // Invariants:
-//  1. The static candidate reactor always watches the current static configuration and the
-//     access-list configuration; it is the only writer of the static status.
-//  2. The tool writes the bootstrap status, the known groups and the route shadow itself, as the
-//     bootstrap machinery, the group table and the unicast routing agent would.
-//  3. Every table is written by exactly one reactor; the tool only reads them. Before
+//  1. The static candidate reactor watches the family's static configuration (of the VRF it was
+//     created for) and access-list configuration from construction on; it is the only writer of
+//     the static status.
+//  2. The agent writes the bootstrap status, the known groups and the route shadow itself, as the
+//     bootstrap machinery, the group table and the unicast routing agent do.
+//  3. Every table is written by exactly one reactor; the agent only reads them. Before
 //     reviewsStart() nothing writes them; before reactorsStart() nothing writes the final tables.
 //  4. The route shadow is attached to the local RP reactor from construction until shadowIs(false).
 
@@ -52,6 +56,8 @@
 #include "model/Pim/RpHashStatus.h"
 #include "model/Pim/RpLocalStatus.h"
 #include "model/Pim/Static/RpConfig.h"
+#include "pipeline/EmbeddedRpWiring.h"
+#include "pipeline/TableRole.h"
 #include "rp/PimGroupFilterSm.h"
 #include "rp/PimGroupFilterStatus.h"
 #include "rp/PimRpHashComputeStatus.h"
@@ -60,20 +66,15 @@
 #include "rp/PimRpLocalSm.h"
 #include "rp/PimStaticRpCandidateSm.h"
 
-namespace PimrpTool {
+namespace PimrpPipeline {
 
-// What both families share: one of each for the whole tool.
+// What both families of a VRF share.
 struct SharedInputs {
   Kel::Ptr<Routing::Pim::RpConfig> rpConfig;
   Kel::Ptr<Kel::Clock> clock;
   Kel::Ptr<Routing::Pim::PimAttrLogSm> attrLog;
   Kel::Ptr<BitMapper::Config> bitMapConfig;
 };
-
-// Which RP hash table: a source's own, or the merge of both.
-enum class HashSource { staticRp, bsr, final };
-// One entry per known group, or one per candidate-set prefix.
-enum class HashKind { groups, prefixes };
 
 class FamilyWiring {
  public:
@@ -107,11 +108,6 @@ class FamilyWiring {
 
   Ipkit::AddressFamily af() const { return af_; }
 
-  // Replaces the static configuration by an empty one of another VRF and rewires the static
-  // candidate reactor to it.
-  // REQUIRES: the static configuration holds no RP (its VRF is fixed while it serves any).
-  void vrfIs(const L3::VrfName& vrf);
-
   const Kel::Ptr<Routing::Pim::Static::RpConfig>& staticConfig() const { return staticConfig_; }
   // The static candidate reactor, whose per-list state tells which ranges each list gives.
   const Kel::Ptr<Routing::Pim::Static::RpCandidateSm>& staticReactor() const {
@@ -136,6 +132,7 @@ class FamilyWiring {
     return groupFilter_[tableModeIndex(mode)];
   }
   const Kel::Ptr<Routing::Pim::RpLocalStatus>& localRpStatus() const { return localRpStatus_; }
+  const EmbeddedRpWiring& embeddedRp() const { return embeddedRp_; }
 
   // A unicast route of the family's shadow.
   struct Route {
@@ -160,12 +157,14 @@ class FamilyWiring {
  private:
   const Ipkit::AddressFamily af_;
   const SharedInputs shared_;
-  Kel::Ptr<Routing::Pim::Static::RpConfig> staticConfig_;
+  const Kel::Ptr<Routing::Pim::Static::RpConfig> staticConfig_;
   const Kel::Ptr<Acl::AclTypeConfig> aclConfig_;
   const Kel::Ptr<Routing::Pim::RpCandidateStatus> staticStatus_;
   const Kel::Ptr<Routing::Pim::RpCandidateStatus> bsrStatus_;
   const Kel::Ptr<Routing::Pim::GroupStatus> groups_;
-  Kel::Ptr<Routing::Pim::Static::RpCandidateSm> staticReactor_;
+  const Kel::Ptr<Routing::Pim::Static::RpCandidateSm> staticReactor_;
+  // Declared before the reactors that read its status, so that they go first.
+  const EmbeddedRpWiring embeddedRp_;
   // [source: static, bsr, final][kind: groups, prefixes][mode: sparse, bidir]
   std::array<std::array<std::array<Kel::Ptr<Routing::Pim::RpHashStatus>, kTableModes>, 2>, 3>
       tables_;
@@ -186,4 +185,4 @@ class FamilyWiring {
   bool reactorsStarted_ = false;
 };
 
-}  // namespace PimrpTool
+}  // namespace PimrpPipeline

@@ -1,6 +1,6 @@
-#include "tools/FamilyWiring.h"
+#include "pipeline/FamilyWiring.h"
 
-namespace PimrpTool {
+namespace PimrpPipeline {
 
 using namespace Routing::Pim;
 
@@ -38,11 +38,12 @@ FamilyWiring::FamilyWiring(Ipkit::AddressFamily af, const L3::VrfName& vrf,
       staticStatus_(new RpCandidateStatus),
       bsrStatus_(new RpCandidateStatus),
       groups_(new GroupStatus),
+      staticReactor_(Static::rpCandidateSmFactory(staticConfig_, aclConfig_, staticStatus_)),
+      embeddedRp_(groups_),
       anyModeTable_(new RpHashStatus),
       localRpStatus_(new RpLocalStatus) {
   // The bootstrap machinery marks the status it writes, as the static reactor marks its own.
   bsrStatus_->rpSetTypeIs(rpTypeBsr);
-  staticReactor_ = Static::rpCandidateSmFactory(staticConfig_, aclConfig_, staticStatus_);
   for (const HashSource source : {HashSource::staticRp, HashSource::bsr, HashSource::final}) {
     for (const HashKind kind : {HashKind::groups, HashKind::prefixes}) {
       for (const Mode mode : {modePimSm, modePimBidir}) {
@@ -52,6 +53,7 @@ FamilyWiring::FamilyWiring(Ipkit::AddressFamily af, const L3::VrfName& vrf,
     }
   }
   localSm_ = rpLocalSmFactory(staticStatus_, bsrStatus_, localRpStatus_);
+  localSm_->embeddedRpStatusIs(embeddedRp_.status());
   if (af == Ipkit::AddressFamily::ipv4) {
     shadow4_ = Kel::Ptr<Routing::Shadow::Status>(new Routing::Shadow::Status("uribTrie"));
   } else {
@@ -82,17 +84,22 @@ void FamilyWiring::reactorsStart() {
   for (const Mode mode : {modePimSm, modePimBidir}) {
     const std::size_t m = tableModeIndex(mode);
     for (const HashKind kind : {HashKind::groups, HashKind::prefixes}) {
-      merges_[kindIndex(kind)][m] = rpHashSmFactory(
-          mode, table(HashSource::staticRp, kind, mode), table(HashSource::bsr, kind, mode),
-          table(HashSource::final, kind, mode), shared_.bitMapConfig);
+      // An embedded RP serves one known group, in sparse mode.
+      const bool embedded = kind == HashKind::groups && mode == modePimSm;
+      merges_[kindIndex(kind)][m] =
+          rpHashSmFactory(mode, table(HashSource::staticRp, kind, mode),
+                          table(HashSource::bsr, kind, mode), table(HashSource::final, kind, mode),
+                          shared_.bitMapConfig, embedded ? embeddedRp_.status() : nullptr);
     }
   }
   compute_[modePimNone] = rpHashComputeStatusFactory(staticStatus_, bsrStatus_, anyModeTable_,
                                                      modePimNone, shared_.rpConfig);
+  compute_[modePimNone]->embeddedRpStatusIs(embeddedRp_.status());
   for (const Mode mode : {modePimSm, modePimBidir}) {
     compute_[mode] = rpHashComputeStatusFactory(staticStatus_, bsrStatus_,
                                                 table(HashSource::final, HashKind::groups, mode),
                                                 mode, shared_.rpConfig);
+    compute_[mode]->embeddedRpStatusIs(embeddedRp_.status());
     // Both filters read the bidirectional ranges: a group in one is served in bidir mode, any
     // other group in sparse mode.
     const std::size_t m = tableModeIndex(mode);
@@ -109,15 +116,6 @@ const Kel::Ptr<RpHashStatus>& FamilyWiring::table(HashSource source, HashKind ki
 
 const Kel::Ptr<RpHashIntermediateSm>& FamilyWiring::review(HashSource source, Mode mode) const {
   return reviews_[sourceIndex(source)][tableModeIndex(mode)];
-}
-
-void FamilyWiring::vrfIs(const L3::VrfName& vrf) {
-  if (vrf == staticConfig_->vrfName()) return;
-  // Detach the reactor from the old configuration before it watches the new one, so that the
-  // static status never has two writers.
-  staticReactor_ = nullptr;
-  staticConfig_ = Kel::Ptr<Static::RpConfig>(new Static::RpConfig(vrf));
-  staticReactor_ = Static::rpCandidateSmFactory(staticConfig_, aclConfig_, staticStatus_);
 }
 
 void FamilyWiring::routeIs(const Ipkit::IpGenPrefix& prefix, std::uint32_t type,
@@ -153,4 +151,4 @@ void FamilyWiring::shadowIs(bool attached) {
   }
 }
 
-}  // namespace PimrpTool
+}  // namespace PimrpPipeline
