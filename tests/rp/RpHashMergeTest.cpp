@@ -19,6 +19,7 @@
 #include "framework/Mirra/CorruptionDetectedException.h"
 #include "framework/Mirra/testing/MirraMapBackdoor.h"
 #include "rp/PimRpHashSm.h"
+#include "tests/rp/RpTestSupport.h"
 #include "tests/support/TraceCapture.h"
 
 namespace {
