@@ -32,7 +32,8 @@ struct RpMove {
 };
 
 // Moves ascend by VRF (default first, then by name, as the tool lists VRFs), family (IPv4
-// first), mode (sparse first), from, to; no RP sorts before every address. A move has at least one group or one range.
+// first), mode (sparse first), from, to; no RP sorts before every address. A move has at least
+// one group or one range.
 struct WhatIfReport {
   std::uint64_t groupsChanged = 0;  // the sum of the moves' groups
   std::uint64_t rangesChanged = 0;  // the sum of the moves' ranges
