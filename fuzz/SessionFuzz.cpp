@@ -52,8 +52,7 @@ void showEverything(PimrpTool::Session& session, PimrpTool::Output& output) {
         "show review", "show group-filter 239.1.1.1", "show group-filter ff0e::1",
         "show rp 239.1.1.1 detail", "show rp 239.1.1.1 mode sparse detail",
         "show rp 238.1.1.1 mode bidir detail", "show rp ff0e::1 detail", "show rp 232.1.1.1",
-        "show rp mapping",
-        "show config"}) {
+        "show rp mapping", "show rp-hash summary", "show config"}) {
     apply(session, output, *parseStatement(line));
   }
   for (const char* source : {"final", "static", "bsr"}) {

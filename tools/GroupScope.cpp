@@ -1,5 +1,7 @@
 #include "tools/GroupScope.h"
 
+#include <utility>
+
 namespace PimrpTool {
 namespace {
 
@@ -18,13 +20,24 @@ std::vector<Ipkit::IpGenPrefix> ip6SourceSpecific() {
   return prefixes;
 }
 
+ScopeEntry scopeEntry(ScopeKind kind, const char* range, std::vector<Ipkit::IpGenPrefix> prefixes) {
+  return ScopeEntry{ScopeRange{kind, range}, std::move(prefixes)};
+}
+
+// Entries appended one at a time: GCC 12 at -O3 takes the strings of an initializer list of them
+// for uninitialized (-Wmaybe-uninitialized), which the warnings-as-errors build refuses.
 const std::vector<ScopeEntry>& scopeTable() {
-  static const std::vector<ScopeEntry> table = {
-      {{ScopeKind::linkLocal, "224.0.0.0/24"}, {Ipkit::IpGenPrefix("224.0.0.0/24")}},
-      {{ScopeKind::sourceSpecific, "232.0.0.0/8"}, {Ipkit::IpGenPrefix("232.0.0.0/8")}},
-      {{ScopeKind::linkLocal, "ff02::/16"}, {Ipkit::IpGenPrefix("ff02::/16")}},
-      {{ScopeKind::sourceSpecific, "ff3x::/32"}, ip6SourceSpecific()},
-  };
+  static const std::vector<ScopeEntry> table = [] {
+    std::vector<ScopeEntry> entries;
+    entries.push_back(
+        scopeEntry(ScopeKind::linkLocal, "224.0.0.0/24", {Ipkit::IpGenPrefix("224.0.0.0/24")}));
+    entries.push_back(
+        scopeEntry(ScopeKind::sourceSpecific, "232.0.0.0/8", {Ipkit::IpGenPrefix("232.0.0.0/8")}));
+    entries.push_back(
+        scopeEntry(ScopeKind::linkLocal, "ff02::/16", {Ipkit::IpGenPrefix("ff02::/16")}));
+    entries.push_back(scopeEntry(ScopeKind::sourceSpecific, "ff3x::/32", ip6SourceSpecific()));
+    return entries;
+  }();
   return table;
 }
 

@@ -3,7 +3,9 @@
 
 #include "tools/EmbeddedRpOutput.h"
 #include "tools/Output.h"
+#include "tools/RpHashSummaryOutput.h"
 #include "tools/TextTable.h"
+#include "tools/WhatIfOutput.h"
 
 namespace PimrpTool {
 namespace {
@@ -33,11 +35,6 @@ std::vector<std::string> entryCells(const RpCandidateInfo& info) {
       valueCell(info.priority(), Routing::Pim::kRpPriorityNone),
       valueCell(info.hashMaskLen(), Routing::Pim::kRpHashMaskLenNone),
       info.override() ? "yes" : "no", modeWord(info.mode())};
-}
-
-// An address, or "none" for no RP.
-std::string addressWord(const Ipkit::IpGenAddr& address) {
-  return address.af() == Ipkit::AddressFamily::ipunknown ? "none" : address.valueToStrep();
 }
 
 // A per-range entry's RP: "-" when absent, "other mode" when the entry names no RP because the
@@ -324,11 +321,18 @@ class HumanOutput : public Output {
     }
   }
 
+  void print(const RpHashSummary& summary) { rpHashSummaryPrint(out_, summary); }
+  void print(const WhatIfReport& report) { whatIfPrint(out_, report); }
+
   std::ostream& out_;
   unsigned shown_ = 0;
 };
 
 }  // namespace
+
+std::string addressWord(const Ipkit::IpGenAddr& address) {
+  return address.af() == Ipkit::AddressFamily::ipunknown ? "none" : address.valueToStrep();
+}
 
 std::string modeWord(Routing::Pim::Mode mode) {
   switch (mode) {

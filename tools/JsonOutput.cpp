@@ -2,18 +2,15 @@
 #include <variant>
 
 #include "tools/EmbeddedRpOutput.h"
+#include "tools/JsonValues.h"
 #include "tools/Output.h"
+#include "tools/RpHashSummaryOutput.h"
+#include "tools/WhatIfOutput.h"
 
 namespace PimrpTool {
 namespace {
 
-using Json = nlohmann::ordered_json;
 using Routing::Pim::RpCandidateInfo;
-
-Json addressJson(const Ipkit::IpGenAddr& address) {
-  if (address.af() == Ipkit::AddressFamily::ipunknown) return nullptr;
-  return address.valueToStrep();
-}
 
 // The empty selection keeps its values (priority 256, hash mask 128): readers see exactly what
 // the library answered.
@@ -258,10 +255,18 @@ class JsonOutput : public Output {
     return Json{{"config", {{"statements", std::move(statements)}, {"notes", std::move(notes)}}}};
   }
 
+  static Json toJson(const RpHashSummary& summary) { return rpHashSummaryJson(summary); }
+  static Json toJson(const WhatIfReport& report) { return whatIfJson(report); }
+
   std::ostream& out_;
 };
 
 }  // namespace
+
+Json addressJson(const Ipkit::IpGenAddr& address) {
+  if (address.af() == Ipkit::AddressFamily::ipunknown) return nullptr;
+  return address.valueToStrep();
+}
 
 std::unique_ptr<Output> jsonOutputFactory(std::ostream& out) {
   return std::make_unique<JsonOutput>(out);

@@ -20,6 +20,8 @@ class Output {
 std::unique_ptr<Output> humanOutputFactory(std::ostream& out);
 std::unique_ptr<Output> jsonOutputFactory(std::ostream& out);
 
+// An address, or "none" for no address (unknown family).
+std::string addressWord(const Ipkit::IpGenAddr& address);
 // "sparse", "bidir", or "none" for no mode (and any value the library does not name).
 std::string modeWord(Routing::Pim::Mode mode);
 // The mode of a query: "any" for no mode.

@@ -1,7 +1,8 @@
 #pragma once
-// What the show statements answer, as plain values: the Session fills them from the library,
-// an Output prints them. Nothing here is computed by the tool; every field is read from the
-// library's entities or its answers.
+// What the show statements answer, and what a what-if reports, as plain values: the Session fills
+// them from the library, an Output prints them. The tool decides nothing here: every RP and entry
+// is read from the library's entities or its answers, and the tool only counts them (the RP load
+// summary, a what-if's moves).
 
 #include <cstdint>
 #include <optional>
@@ -21,7 +22,9 @@
 #include "rp/PimRpSourceRule.h"
 #include "tools/EmbeddedRpResults.h"
 #include "tools/GroupScope.h"
+#include "tools/RpHashSummary.h"
 #include "tools/Statement.h"
+#include "tools/WhatIfReport.h"
 
 namespace PimrpTool {
 
@@ -201,8 +204,9 @@ struct ConfigListing {
   std::vector<ConfigLine> lines;
 };
 
-using ShowResult = std::variant<RpAnswer, CandidateListing, AclListing, RpHashListing,
-                                LocalRpListing, GroupFilterAnswer, AllocRequestTally, ReviewListing,
-                                RpMapping, ConfigListing, EmbeddedRpListing>;
+using ShowResult =
+    std::variant<RpAnswer, CandidateListing, AclListing, RpHashListing, LocalRpListing,
+                 GroupFilterAnswer, AllocRequestTally, ReviewListing, RpMapping, ConfigListing,
+                 EmbeddedRpListing, RpHashSummary, WhatIfReport>;
 
 }  // namespace PimrpTool

@@ -160,6 +160,8 @@ VrfPipeline& Session::pipelineOf(const Statement& statement) {
   return named ? pipelineFor(*named) : *current_;
 }
 
+void Session::sectionDefaultIs() { current_ = pipelines_.at(kDefaultVrf).get(); }
+
 std::vector<const VrfPipeline*> Session::vrfsInUse() const {
   std::vector<const VrfPipeline*> vrfs;
   if (inUse_.count(kDefaultVrf) != 0) vrfs.push_back(pipelines_.at(kDefaultVrf).get());

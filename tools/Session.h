@@ -115,6 +115,10 @@ class Session {
   // The VRF of the section that the next statement stands in, and its pipeline.
   const L3::VrfName& vrf() const { return current_->vrf(); }
   VrfPipeline& pipeline() { return *current_; }
+  // The next statement stands in the section of the VRF "default", as the first statement of a
+  // script does, so that a script applied after another starts there too. Puts nothing in use:
+  // the statement applied there does (invariant 1).
+  void sectionDefaultIs();
   // The VRFs in use (invariant 1), "default" first, then in name order.
   std::vector<const VrfPipeline*> vrfsInUse() const;
 

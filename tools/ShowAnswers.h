@@ -2,8 +2,8 @@
 // PimrpTool::ShowAnswers: what the show statements of one VRF answer, read from that VRF's
 // pipeline: the library's answers (rpHashCompute, each source's doComputeRp) and its entities and
 // tables as they stand. Nothing is decided here. One overload per show that reads one VRF; the
-// answers from the library's entities are in ShowAnswers.cpp, those that list its tables and
-// their reviews in ShowTables.cpp.
+// answers from the library's entities are in ShowAnswers.cpp, those that list or count its tables
+// and their reviews in ShowTables.cpp.
 
 #include <optional>
 
@@ -30,6 +30,7 @@ struct ShowAnswers {
   // ShowTables.cpp
   ShowResult operator()(const ShowRpHashStatement& s) const;
   ShowResult operator()(const ShowReviewStatement& s) const;
+  ShowResult operator()(const ShowRpHashSummaryStatement& s) const;
 };
 
 // The RP mapping of one VRF (show rp mapping): every range of both candidate sources and of the

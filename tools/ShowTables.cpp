@@ -2,7 +2,9 @@
 #include <vector>
 
 #include "rp/PimRpSourceRule.h"
+#include "tools/FinalTables.h"
 #include "tools/GroupScope.h"
+#include "tools/RpLoadCount.h"
 #include "tools/ShowAnswers.h"
 
 namespace PimrpTool {
@@ -119,6 +121,10 @@ ShowResult ShowAnswers::operator()(const ShowReviewStatement&) const {
     }
   }
   return listing;
+}
+
+ShowResult ShowAnswers::operator()(const ShowRpHashSummaryStatement& s) const {
+  return rpHashSummaryOf(finalTablesOf({&vrf}, s.af), s.af);
 }
 
 // Every range with its candidates and, per mode, what the final per-range table holds, which

@@ -246,17 +246,22 @@ struct ShowEmbeddedRpStatement {
   std::optional<std::string> vrf;  // `vrf NAME` at the end; absent: the VRF of the section
 };
 
-using Statement =
-    std::variant<VrfStatement, RpGroupStatement, RpAclStatement, RpModeStatement,
-                 NoRpGroupStatement, NoRpAclStatement, NoRpStatement, AclRuleStatement,
-                 NoAclRuleStatement, NoAclStatement, BsrRpStatement, NoBsrRpStatement,
-                 RpHashAlgorithmStatement, GroupStatement, NoGroupStatement, RouteStatement,
-                 NoRouteStatement, ShadowStatement, AttrLogStatement, RunStatement, ClockStatement,
-                 ShowRpStatement, ShowCandidatesStatement, ShowAclStatement, ShowRpHashStatement,
-                 ShowLocalRpStatement, ShowGroupFilterStatement, ShowAllocRequestsStatement,
-                 ShowReviewStatement, ShowRpMappingStatement, ShowConfigStatement,
-                 EmbeddedRpEnableStatement, EmbeddedRpLimitStatement, EmbeddedRpGroupRangeStatement,
-                 NoEmbeddedRpGroupRangeStatement, ShowEmbeddedRpStatement>;
+// How the known groups spread over the RPs of the final per-group tables.
+struct ShowRpHashSummaryStatement {
+  std::optional<Ipkit::AddressFamily> af;  // absent: both families
+  std::optional<std::string> vrf;          // `vrf NAME` at the end; absent: the VRF of the section
+};
+
+using Statement = std::variant<
+    VrfStatement, RpGroupStatement, RpAclStatement, RpModeStatement, NoRpGroupStatement,
+    NoRpAclStatement, NoRpStatement, AclRuleStatement, NoAclRuleStatement, NoAclStatement,
+    BsrRpStatement, NoBsrRpStatement, RpHashAlgorithmStatement, GroupStatement, NoGroupStatement,
+    RouteStatement, NoRouteStatement, ShadowStatement, AttrLogStatement, RunStatement,
+    ClockStatement, ShowRpStatement, ShowCandidatesStatement, ShowAclStatement, ShowRpHashStatement,
+    ShowLocalRpStatement, ShowGroupFilterStatement, ShowAllocRequestsStatement, ShowReviewStatement,
+    ShowRpMappingStatement, ShowConfigStatement, EmbeddedRpEnableStatement,
+    EmbeddedRpLimitStatement, EmbeddedRpGroupRangeStatement, NoEmbeddedRpGroupRangeStatement,
+    ShowEmbeddedRpStatement, ShowRpHashSummaryStatement>;
 
 // Whether a statement of type S only asks (a show).
 template <class S>
@@ -266,7 +271,7 @@ constexpr bool kIsShowStatement =
     std::is_same_v<S, ShowLocalRpStatement> || std::is_same_v<S, ShowGroupFilterStatement> ||
     std::is_same_v<S, ShowAllocRequestsStatement> || std::is_same_v<S, ShowReviewStatement> ||
     std::is_same_v<S, ShowRpMappingStatement> || std::is_same_v<S, ShowConfigStatement> ||
-    std::is_same_v<S, ShowEmbeddedRpStatement>;
+    std::is_same_v<S, ShowEmbeddedRpStatement> || std::is_same_v<S, ShowRpHashSummaryStatement>;
 
 // Whether the statement only asks (a show).
 inline bool isShowStatement(const Statement& statement) {

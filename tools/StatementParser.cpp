@@ -326,7 +326,13 @@ Statement parseClock(WordCursor& cursor) {
 
 Statement parseShowRpHash(WordCursor& cursor) {
   ShowRpHashStatement query;
-  const std::string source = takeChoice(cursor, {"final", "static", "bsr"});
+  const std::string source = takeChoice(cursor, {"final", "static", "bsr", "summary"});
+  if (source == "summary") {
+    ShowRpHashSummaryStatement summary;
+    if (moreBeforeVrf(cursor)) summary.af = takeFamily(cursor);
+    summary.vrf = takeVrfAndEnd(cursor);
+    return summary;
+  }
   query.source = source == "final"    ? TableSource::final
                  : source == "static" ? TableSource::staticRp
                                       : TableSource::bsr;

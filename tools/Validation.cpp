@@ -210,6 +210,7 @@ struct StatementChecks {
   void operator()(const ShowAllocRequestsStatement&) const {}
   void operator()(const ShowReviewStatement&) const {}
   void operator()(const ShowConfigStatement&) const {}
+  void operator()(const ShowRpHashSummaryStatement&) const {}
   void operator()(const ShowRpStatement& s) const {
     checkMulticastGroup(s.group);
     if (!s.join) return;
@@ -267,6 +268,7 @@ struct StatementWords {
   const char* operator()(const EmbeddedRpGroupRangeStatement&) const { return "embedded-rp"; }
   const char* operator()(const NoEmbeddedRpGroupRangeStatement&) const { return "no embedded-rp"; }
   const char* operator()(const ShowEmbeddedRpStatement&) const { return "show embedded-rp"; }
+  const char* operator()(const ShowRpHashSummaryStatement&) const { return "show rp-hash summary"; }
 };
 
 }  // namespace

@@ -65,6 +65,9 @@ class Validator {
 
   // The VRF of the section the next statement stands in.
   const std::string& vrf() const { return vrf_; }
+  // The next statement stands in the section of the VRF "default", as the first statement of a
+  // script does: a script judged after another starts there too.
+  void sectionDefaultIs() { vrf_ = "default"; }
   // The VRFs that the vrf statements accepted so far opened.
   const std::set<std::string>& vrfsOpened() const { return openVrfs_; }
   // The known groups of a family over every VRF that the statements accepted so far leave.

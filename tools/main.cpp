@@ -28,6 +28,7 @@
 #include "tools/SharedTables.h"
 #include "tools/StatementError.h"
 #include "tools/TraceOption.h"
+#include "tools/WhatIf.h"
 
 #ifndef PIMRP_VERSION
 #error "PIMRP_VERSION comes from the build"
@@ -49,6 +50,7 @@ struct Options {
   std::optional<std::string> trustOwner;  // a user whose tables --attach trusts
   std::optional<std::string> check;       // a script to check, applying nothing
   std::optional<std::string> maxGroups;
+  std::optional<std::string> whatIf;  // a change to report on, applied after the script
 };
 
 // The most a --max-groups may say: each known group costs the library about a kilobyte, so more
@@ -87,6 +89,11 @@ void defineOptions(CLI::App& app, Options& options) {
                  "the most known groups of one address family (default 4194304); a statement "
                  "that would pass it is refused")
       ->type_name("N");
+  app.add_option("--what-if", options.whatIf,
+                 "run FILE, then apply the script CHANGE ('-': standard input) and report which "
+                 "groups and ranges it moves from which RP to which, and the allocation requests "
+                 "it causes; the scripts' shows print nothing, and nothing is kept")
+      ->type_name("CHANGE");
   app.add_option("--shm-mode", options.shmMode,
                  "with --shm: the permissions of the tables' shared-memory segments: 0600, "
                  "0640, 0604 or 0644 (the default)")
@@ -120,6 +127,7 @@ void defineOptions(CLI::App& app, Options& options) {
       "  run [SECONDS]\n"
       "  clock manual|settle\n"
       "  show rp-hash final|static|bsr groups|prefixes mode sparse|bidir [ipv4|ipv6]\n"
+      "  show rp-hash summary [ipv4|ipv6]   (known groups per RP, and their spread)\n"
       "  show local-rp\n"
       "  show group-filter GROUP\n"
       "  show alloc-requests\n"
@@ -177,8 +185,31 @@ bool applyTraceOptions(const std::vector<std::string>& traces) {
   return true;
 }
 
+// What --what-if cannot go with, as the message that refuses it; "" when nothing.
+std::string whatIfOptionsRefusal(const Options& options) {
+  if (!options.whatIf) return "";
+  if (options.whatIf->empty()) {
+    return "the script name after --what-if is empty: give the CHANGE script, or '-' for standard "
+           "input";
+  }
+  if (options.shm || options.attach || options.unlink) {
+    return "--what-if reports what CHANGE would move and keeps nothing: give it no --shm, "
+           "--attach or --unlink";
+  }
+  if (options.check || options.printDemoScript) {
+    return "--what-if runs FILE and then CHANGE: give it no --check or --demo-script";
+  }
+  if (!options.script) return "--what-if CHANGE needs the script FILE it changes";
+  if (*options.whatIf == "-" && *options.script == "-") {
+    return "--what-if reads CHANGE or FILE from standard input, not both";
+  }
+  return "";
+}
+
 // The options' own contradictions, as the message that refuses them; "" when there are none.
 std::string optionsRefusal(const Options& options) {
+  const std::string whatIfRefusal = whatIfOptionsRefusal(options);
+  if (!whatIfRefusal.empty()) return whatIfRefusal;
   if (options.printDemoScript && options.script) {
     return "--demo-script prints the demo script and runs nothing: give it no FILE";
   }
@@ -367,6 +398,25 @@ int checkScript(const std::string& path, std::uint64_t maxGroups) {
   return interpreter.applyScript(path, *text, std::move(checking), ApplyScope::configuration);
 }
 
+// Reports what the change would move after the script; both are read and checked whole before
+// anything is applied, the change judged as it would be after the script.
+int whatIf(const std::string& changePath, const std::string& scriptPath, bool json,
+           std::uint64_t maxGroups) {
+  Validator scriptChecking("", maxGroups);
+  auto script = scriptChecked(scriptPath, scriptChecking);
+  if (!script) return kExitBadScript;
+  Validator changeChecking = scriptChecking;
+  changeChecking.sectionDefaultIs();
+  auto change = scriptChecked(changePath, changeChecking);
+  if (!change) return kExitBadScript;
+  // Held to the end of the process, as a run's session is (see run()).
+  static Session* const session = new Session();
+  const auto output = json ? jsonOutputFactory(std::cout) : humanOutputFactory(std::cout);
+  return whatIfRun(*session, {scriptPath, std::move(*script), std::move(scriptChecking)},
+                   {changePath, std::move(*change), std::move(changeChecking)}, *output, std::cerr,
+                   maxGroups);
+}
+
 int run(const Options& options) {
   if (options.printDemoScript) {
     std::cout << demoScript();
@@ -384,6 +434,7 @@ int run(const Options& options) {
     return kExitBadScript;
   }
   if (options.check) return checkScript(*options.check, *maxGroups);
+  if (options.whatIf) return whatIf(*options.whatIf, *options.script, options.json, *maxGroups);
   // A script that cannot be read, or a bad one, creates no shared table: it is read and checked
   // whole before they are attached.
   const TableHome home = tableHomeOf(options);

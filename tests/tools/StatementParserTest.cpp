@@ -172,6 +172,11 @@ TEST(StatementParser, EveryShow_TakesATrailingVrf) {
   EXPECT_FALSE(statementAs<ShowConfigStatement>("show config").vrf);
   EXPECT_EQ(statementAs<ShowEmbeddedRpStatement>("show embedded-rp vrf red").vrf, "red");
   EXPECT_FALSE(statementAs<ShowEmbeddedRpStatement>("show embedded-rp").vrf);
+  EXPECT_EQ(statementAs<ShowRpHashSummaryStatement>("show rp-hash summary vrf red").vrf, "red");
+  const auto summary = statementAs<ShowRpHashSummaryStatement>("show rp-hash summary ipv6 vrf red");
+  EXPECT_EQ(summary.af, Ipkit::AddressFamily::ipv6);
+  EXPECT_EQ(summary.vrf, "red");
+  EXPECT_FALSE(statementAs<ShowRpHashSummaryStatement>("show rp-hash summary ipv4").vrf);
 }
 
 TEST(StatementParser, TrailingVrf_RefusedWhereItIsNotLast) {
@@ -181,6 +186,8 @@ TEST(StatementParser, TrailingVrf_RefusedWhereItIsNotLast) {
   EXPECT_EQ(refusalOf("show review vrf"), "missing VRF name after 'show review vrf'");
   EXPECT_EQ(refusalOf("show embedded-rp vrf red ipv6"),
             "unexpected 'ipv6' after 'show embedded-rp vrf red'");
+  EXPECT_EQ(refusalOf("show rp-hash summary vrf red ipv4"),
+            "unexpected 'ipv4' after 'show rp-hash summary vrf red'");
   EXPECT_EQ(refusalOf("show rp 239.1.1.1 vrf red vrf blue"), "'vrf' given twice");
   EXPECT_EQ(refusalOf("show local-rp vrf a.b"),
             "invalid VRF name 'a.b': use letters, digits, '_' and '-'");
@@ -207,6 +214,18 @@ TEST(StatementParser, GroupRangeWiderThanTheGroupSpace_RefusedAsSuch) {
             "group range '239.0.0.0/3' is not within 224.0.0.0/4");
   EXPECT_EQ(refusalOf("no group 240.0.0.1/8"),
             "group address or range '240.0.0.1/8' is not within 224.0.0.0/4");
+}
+
+TEST(StatementParser, ShowRpHashSummary_BothFamiliesOrOne) {
+  EXPECT_FALSE(statementAs<ShowRpHashSummaryStatement>("show rp-hash summary").af);
+  EXPECT_EQ(statementAs<ShowRpHashSummaryStatement>("show rp-hash summary ipv6").af,
+            Ipkit::AddressFamily::ipv6);
+  EXPECT_EQ(refusalOf("show rp-hash summary ipv7"),
+            "expected 'ipv4' or 'ipv6' after 'show rp-hash summary', got 'ipv7'");
+  EXPECT_EQ(refusalOf("show rp-hash summary ipv4 mode sparse"),
+            "unexpected 'mode' after 'show rp-hash summary ipv4'");
+  EXPECT_EQ(refusalOf("show rp-hash merged"),
+            "expected 'final', 'static', 'bsr' or 'summary' after 'show rp-hash', got 'merged'");
 }
 
 TEST(StatementParser, Numbers_KeepTheirWordAndSaturate) {

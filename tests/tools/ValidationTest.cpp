@@ -166,10 +166,13 @@ TEST(Validation, Show_NamingAVrfThatIsNotOpen_Refused) {
             "VRF 'blue' is not open: 'vrf blue' opens it");
   EXPECT_EQ(refusalOf(validator, "show rp 239.1.1.1 vrf blue mode sparse"),
             "VRF 'blue' is not open: 'vrf blue' opens it");
+  EXPECT_EQ(refusalOf(validator, "show rp-hash summary ipv4 vrf blue"),
+            "VRF 'blue' is not open: 'vrf blue' opens it");
   EXPECT_EQ(refusalOf(validator, "show config vrf default"), "");
   EXPECT_EQ(refusalOf(validator, "vrf blue"), "");
   EXPECT_EQ(refusalOf(validator, "vrf red"), "");
   EXPECT_EQ(refusalOf(validator, "show candidates static vrf blue"), "");
+  EXPECT_EQ(refusalOf(validator, "show rp-hash summary vrf blue"), "");
 }
 
 TEST(Validation, Vrfs_AtMostTheLimit) {
@@ -239,7 +242,8 @@ TEST(Validation, ReadOnly_ShowThatNeedsWriterState_NotAvailable) {
                                               {"show alloc-requests", "show alloc-requests"},
                                               {"show review", "show review"},
                                               {"show rp mapping", "show rp mapping"},
-                                              {"show config", "show config"}}) {
+                                              {"show config", "show config"},
+                                              {"show rp-hash summary", "show rp-hash summary"}}) {
     EXPECT_EQ(refusalOf(validator, line), "'" + words + why) << line;
   }
 }
