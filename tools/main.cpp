@@ -90,9 +90,10 @@ void defineOptions(CLI::App& app, Options& options) {
                  "that would pass it is refused")
       ->type_name("N");
   app.add_option("--what-if", options.whatIf,
-                 "run FILE, then apply the script CHANGE ('-': standard input) and report which "
-                 "groups and ranges it moves from which RP to which, and the allocation requests "
-                 "it causes; the scripts' shows print nothing, and nothing is kept")
+                 "run FILE, then apply the script CHANGE ('-': standard input; it starts in vrf "
+                 "default) and report, per VRF, which groups and ranges it moves from which RP to "
+                 "which, and the allocation requests it causes; the scripts' shows print nothing, "
+                 "and nothing is kept")
       ->type_name("CHANGE");
   app.add_option("--shm-mode", options.shmMode,
                  "with --shm: the permissions of the tables' shared-memory segments: 0600, "
